@@ -1,0 +1,146 @@
+// The ACL group: the one process-wide record of limits, pools, trees, list heads, the lock and the
+// mode flags, and the start-up that builds it.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/avl.h"
+#include "platform/dlist.h"
+#include "platform/sil.h"
+
+constexpr uint32_t ACL_MODULE_NUM = 165;       // this process's module number on the platform
+constexpr uint32_t ACL_LIST_TYPE_COLUMNS = 6;  // L2, IPv4, IPv6, hybrid, MPLS, UDF
+constexpr uint32_t ACL_BIND_TYPE_NUM = 18;     // list-type columns x (ingress, egress, pre-stage)
+constexpr uint32_t ACL_BLACKLIST_NUM = 128;
+constexpr uint32_t ACL_DSTIP_NUM = 16;
+constexpr uint32_t ACL_FUNC_MAP_ENTRIES = 87;
+constexpr const char* ACL_CMD_SOCKET = "/tmp/aclcmd.socket";
+
+// Rules that exist in lists of one type, and the most that may.
+struct AclRuleNum {
+  uint16_t cur;
+  uint16_t max;
+};
+
+struct AclGroup {
+  uint32_t maxLstNum;
+  uint32_t maxLstRuleNum;
+  uint32_t maxGruleNum;
+  uint32_t maxIfNum;
+  uint32_t maxGemPortNum;
+  uint32_t curLstNum;
+  uint32_t maxSlotNum;
+  uint32_t maxBlackListNum;
+  SIL_SEM_ID aclMutex;
+  SIL_POOL_ID listPool;
+  SIL_POOL_ID grulePool;
+  SIL_POOL_ID rulePool;
+  SIL_POOL_ID ifPool;
+  SIL_POOL_ID ifListPool;
+  SIL_POOL_ID statsPool;
+  SIL_POOL_ID slotPool;
+  SIL_POOL_ID dstIpPool;
+  SIL_POOL_ID dstIpRulePool;
+  SIL_POOL_ID shortRulePool;
+  SIL_POOL_ID longRulePool;
+  SIL_POOL_ID shortActionPool;
+  SIL_POOL_ID longActionPool;
+  SIL_POOL_ID gemPortPool;
+  avl_tree_t gemPortTree;
+  SIL_POOL_ID gemPortListPool;
+  avl_tree_t gemPortListTree;
+  SIL_POOL_ID blackListPool;
+  avl_tree_t listTree;
+  avl_tree_t ifTree;
+  SilDlNode statsList;
+  SilDlNode ifStatsList;
+  SilDlNode gemPortStatsList;
+  avl_tree_t ifListTree;
+  uint32_t scalar5Value;
+  uint32_t inAcl;
+  uint32_t outAcl;
+  uint8_t inCtrl;
+  uint8_t outCtrl;
+  uint32_t debugFlags;
+  int32_t sockFd;
+  uint32_t rtMsgRecvCnt;
+  uint32_t rtMsgErrCnt;
+  uint32_t rtMsgOkCnt;
+  uint32_t rtMsgRecvFailCnt;
+  SilTimerList timerList;
+  SilDlNode dstIpList;
+  SilDlNode dstIpRuleList;
+  SilDlNode slotList;
+  uint8_t dynamicBindEnable;
+  uint8_t redirectMultiEnable;
+  uint8_t tlvEnable;
+  uint8_t ethSubIfEnable;
+  uint32_t inL2Acl;
+  uint32_t outL2Acl;
+  uint32_t inIpv4Acl;
+  uint32_t outIpv4Acl;
+  uint32_t inIpv6Acl;
+  uint32_t outIpv6Acl;
+  uint32_t inHybridAcl;
+  uint32_t outHybridAcl;
+  uint32_t inMplsAcl;
+  uint32_t outMplsAcl;
+  uint32_t inUdfAcl;
+  uint32_t outUdfAcl;
+  uint32_t inL2VfpAcl;
+  uint32_t inIpv4VfpAcl;
+  uint32_t inIpv6VfpAcl;
+  uint32_t inHybridVfpAcl;
+  uint32_t inMplsVfpAcl;
+  uint32_t inUdfVfpAcl;
+  avl_tree_t blackListTree;
+  uint32_t carMin;
+  uint32_t carMax;
+  uint32_t lastErr;
+  AclRuleNum ruleNum[ACL_LIST_TYPE_COLUMNS];  // L2, IPv4, IPv6, hybrid, MPLS, UDF
+};
+
+extern AclGroup gaclGrp;
+
+// Start-up parameters; every field is 0 unless its option was read.
+struct aclOptParams {
+  uint32_t maxLstNum;
+  uint32_t maxLstRuleNum;
+  uint32_t maxGruleNum;
+  uint32_t maxIfNum;
+  uint32_t maxSlotNum;
+  uint32_t dynamicBindEnable;
+  uint32_t redirectMultiEnable;
+  uint32_t carMin;
+  uint32_t carMax;
+  uint16_t maxRuleNum[ACL_LIST_TYPE_COLUMNS];  // L2, IPv4, IPv6, hybrid, MPLS, UDF
+  uint8_t tlvEnable;
+  uint8_t ethSubIfEnable;
+  uint32_t maxGemPortNum;
+};
+
+// Reads the acl. options and starts the ACL module; -1 without starting anything when
+// "acl.enable" switches it off.
+int32_t aclOptInit();
+// Reads the acl. options into params. False when "acl.enable" switches the module off.
+bool aclOptRead(aclOptParams* params);
+int32_t aclInit(const aclOptParams* params);
+
+int aclLock();
+int aclUnlock();
+
+// RAII holder of aclMutex for the table functions.
+class AclLockGuard {
+ public:
+  AclLockGuard() { aclLock(); }
+  ~AclLockGuard() { aclUnlock(); }
+  AclLockGuard(const AclLockGuard&) = delete;
+  AclLockGuard& operator=(const AclLockGuard&) = delete;
+};
+
+// True once aclInit has built the group.
+bool aclStarted();
+
+// Tests only: stops the tasks, releases everything the group holds and returns the process (and
+// the platform) to the unstarted state.
+void aclResetForTest();

@@ -1,0 +1,47 @@
+#include "main/acl_log.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "main/acl_group.h"
+#include "platform/logging.h"
+
+namespace {
+
+void vout(uint32_t cls, uint32_t style, const char* format, va_list ap) {
+  char text[1024];
+  std::vsnprintf(text, sizeof text, format, ap);
+  // Continuation lines of a dump carry the bare module tag and no priority.
+  const bool more = style == ACL_LOG_STYLE_MORE;
+  const uint32_t tag = more ? ACL_LOG_TAG_BASE : ACL_LOG_TAG_BASE + cls;
+  const uint32_t pri = more ? 0 : (cls < gAclDebugPri.size() ? gAclDebugPri[cls] : 5);
+  loggingDebugOutput(tag, pri, style, "%s", text);
+}
+
+}  // namespace
+
+void aclDebug(uint32_t cls, const char* format, ...) {
+  const uint32_t guard = aclLogGuard(cls);
+  if (guard == 0 || (gaclGrp.debugFlags & guard) == 0) return;
+  va_list ap;
+  va_start(ap, format);
+  vout(cls, ACL_LOG_STYLE_LINE, format, ap);
+  va_end(ap);
+}
+
+void aclDebugStyled(uint32_t guard, uint32_t cls, uint32_t style, const char* format, ...) {
+  if (guard == 0 || (gaclGrp.debugFlags & guard) == 0) return;
+  va_list ap;
+  va_start(ap, format);
+  vout(cls, style, format, ap);
+  va_end(ap);
+}
+
+void aclOperLog(const char* format, ...) {
+  char text[1024];
+  va_list ap;
+  va_start(ap, format);
+  std::vsnprintf(text, sizeof text, format, ap);
+  va_end(ap);
+  loggingLogOutput(ACL_LOG_TAG_BASE + ACL_LOG_OPER, gAclDebugPri[ACL_LOG_OPER], 0, "%s", text);
+}

@@ -1,0 +1,128 @@
+// acl: the ACL manager daemon.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "counter/counter.h"
+#include "main/acl_group.h"
+#include "main/version.h"
+#include "meter/meter.h"
+#include "platform/logging.h"
+#include "platform/options.h"
+#include "platform/proc.h"
+#include "platform/vdev/vdev.h"
+
+namespace {
+
+constexpr int kExitUsage = 2;
+
+int usageError(const std::string& message) {
+  std::fprintf(stderr, "acl: %s (see acl --help)\n", message.c_str());
+  return kExitUsage;
+}
+
+// Creates dir and its missing parents, private to the user, as the sockets inside it are.
+bool makeRunDir(const std::string& dir, std::string* error) {
+  std::string path;
+  for (size_t pos = 0; pos != std::string::npos;) {
+    pos = dir.find('/', pos + 1);
+    path = dir.substr(0, pos);
+    if (path.empty()) continue;
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+      *error = "cannot create run directory " + path + ": " + std::strerror(errno);
+      return false;
+    }
+  }
+  struct stat st {};
+  if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+    *error = "run directory " + dir + " is not a directory";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "acl: the ACL manager. Owns every filter-list, rule, binding, meter, counter and statistic\n"
+      "of the switch, serves the command table on a local socket, follows the platform's route\n"
+      "messages and programs the switching hardware (here, the built-in virtual device).",
+      "acl"};
+  std::string optionsFile, runDir, deviceFile, logFile;
+  std::vector<std::string> overrides;
+  bool useSyslog = false;
+  app.add_option("--options", optionsFile, "Options file: 'key = value' lines, '#' comments")
+      ->option_text("FILE");
+  app.add_option("--opt", overrides, "Set one option, overriding the options file (repeatable)")
+      ->option_text("KEY=VALUE")
+      ->allow_extra_args(false);
+  app.add_option("--run-dir", runDir,
+                 "Directory for the command socket, the device socket and the route bus "
+                 "(default /tmp)")
+      ->option_text("DIR");
+  app.add_option("--device", deviceFile, "JSON device file (default: the built-in device)")
+      ->option_text("FILE");
+  app.add_option("--log-file", logFile, "Write log lines to FILE instead of stderr")
+      ->option_text("FILE");
+  app.add_flag("--syslog", useSyslog, "Write log lines to syslog instead of stderr");
+  app.set_version_flag("--version", std::string("acl ") + ACL_VERSION_STRING);
+  app.footer(
+      "Options read at start-up include acl.enable, acl.maxlstnum, acl.maxrulenum,\n"
+      "acl.maxgrulenum, acl.maxifnum, acl.maxgemportnum, acl.maxslotnum, acl.carmin, acl.carmax,\n"
+      "acl.dynamicbindenable, acl.multiredirectenable, acl.tlvenable, acl.ethsubifenable and the\n"
+      "per-type maxima acl.max{l2,ipv4,ipv6,hybrid,mpls,udf}rulenum. See README.md.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    return usageError(e.what());
+  }
+  if (!logFile.empty() && useSyslog) return usageError("--log-file and --syslog exclude each other");
+
+  std::string error;
+  if (!runDir.empty()) {
+    if (!makeRunDir(runDir, &error)) return usageError(error);
+    plat::setRunDir(runDir);
+  }
+  if (!optionsFile.empty() && !plat::optLoadFile(optionsFile, &error)) return usageError(error);
+  for (const std::string& o : overrides) {
+    if (!plat::optParseOverride(o, &error)) return usageError(error);
+  }
+  if (!logFile.empty() && !plat::logSetSink(plat::LogSink::File, logFile)) {
+    return usageError("cannot open log file " + logFile + ": " + std::strerror(errno));
+  }
+  if (useSyslog) plat::logSetSink(plat::LogSink::Syslog);
+  if (!vdev::load(deviceFile, &error)) return usageError(error);
+  if (vdev::serve() != 0) {
+    std::fprintf(stderr, "acl: cannot serve the device control socket in %s\n",
+                 plat::runDir().c_str());
+    return 1;
+  }
+
+  silCatchSegFault();
+  signal(SIGPIPE, SIG_IGN);
+  patchSignalHandler();
+  procShellInit("acl", 0, 0);
+  counterOptInit();
+  meterOptInit();
+  // A start-up that failed or was switched off leaves the process alive and idle.
+  if (aclOptInit() == 0) {
+    std::fprintf(stderr, "acl: %s serving %s\n", ACL_VERSION_STRING,
+                 plat::mapRunPath(ACL_CMD_SOCKET).c_str());
+  } else {
+    std::fprintf(stderr, "acl: ACL service not started (switched off or start-up failed); idle\n");
+  }
+  for (;;) sleep(10);
+}

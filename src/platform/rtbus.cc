@@ -1,0 +1,239 @@
+// The route bus: a directory of Unix datagram sockets. A socket bound on the bus is
+// "<process>.sock" (the daemon's is rtbus/acl.sock), and the message groups it joined are listed
+// beside it in "<process>.groups", one number per line. A sender reads each listing and sends a
+// message only to the sockets that joined its group, so a receiver sees exactly its groups, and a
+// test may also write raw messages straight to a socket.
+#include "platform/rtbus.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "platform/fault.h"
+#include "platform/proc.h"
+#include "platform/sil.h"
+#include "wire/be.h"
+
+namespace {
+
+struct RouteSocket {
+  std::string path;  // empty until bound
+  std::set<uint32_t> groups;
+  uint32_t module = 0;
+};
+
+std::mutex gBusMutex;
+std::map<int, RouteSocket> gSockets;
+int gWakeFd = -1;
+
+std::string groupsPath(const std::string& sockPath) {
+  return sockPath.substr(0, sockPath.size() - 5) + ".groups";  // ".sock" -> ".groups"
+}
+
+bool writeGroups(const RouteSocket& s) {
+  const std::string tmp = groupsPath(s.path) + ".tmp";
+  {
+    std::ofstream out(tmp, std::ios::trunc);
+    if (!out) return false;
+    for (uint32_t g : s.groups) out << g << '\n';
+    if (!out) return false;
+  }
+  return std::rename(tmp.c_str(), groupsPath(s.path).c_str()) == 0;
+}
+
+std::set<uint32_t> readGroups(const std::string& sockPath) {
+  std::set<uint32_t> groups;
+  std::ifstream in(groupsPath(sockPath));
+  uint32_t g;
+  while (in >> g) groups.insert(g);
+  return groups;
+}
+
+bool fillAddr(const std::string& path, sockaddr_un* addr) {
+  if (path.size() >= sizeof addr->sun_path) return false;
+  std::memset(addr, 0, sizeof *addr);
+  addr->sun_family = AF_UNIX;
+  std::memcpy(addr->sun_path, path.c_str(), path.size() + 1);
+  return true;
+}
+
+int failWith(int err) {
+  errno = err;
+  return -1;
+}
+
+int wakeFd() {
+  std::lock_guard lock(gBusMutex);
+  if (gWakeFd < 0) gWakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  return gWakeFd;
+}
+
+}  // namespace
+
+int zor_socket(int family, int type, int /*protocol*/) {
+  if (plat::faultHit({.call = "zor_socket"})) return failWith(ENOMEM);
+  if (family != ZOR_AF_ROUTE || type != ZOR_SOCK_DGRAM) return failWith(EAFNOSUPPORT);
+  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  std::lock_guard lock(gBusMutex);
+  gSockets[fd] = RouteSocket{};
+  return fd;
+}
+
+int zor_bind(int fd, const void* addr, uint32_t addrLen) {
+  if (plat::faultHit({.call = "zor_bind"})) return failWith(EADDRINUSE);
+  if (addr == nullptr || addrLen < 12) return failWith(EINVAL);
+  const std::span<const uint8_t> a(static_cast<const uint8_t*>(addr), addrLen);
+  if (be::load16(a, 0) != ZOR_AF_ROUTE) return failWith(EAFNOSUPPORT);
+
+  std::lock_guard lock(gBusMutex);
+  auto it = gSockets.find(fd);
+  if (it == gSockets.end()) return failWith(EBADF);
+  if (!it->second.path.empty()) return failWith(EINVAL);
+  const std::string dir = plat::busDir();
+  if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return -1;
+  const std::string base = plat::processName().empty() ? "route" : plat::processName();
+  std::string path = dir + "/" + base + ".sock";
+  for (const auto& [otherFd, other] : gSockets) {
+    if (other.path == path) path = dir + "/" + base + "-" + std::to_string(fd) + ".sock";
+  }
+  sockaddr_un sa;
+  if (!fillAddr(path, &sa)) return failWith(ENAMETOOLONG);
+  unlink(path.c_str());  // a socket file left by an earlier run is stale
+  if (bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) return -1;
+  chmod(path.c_str(), 0600);
+  it->second.path = path;
+  if (!writeGroups(it->second)) return failWith(EIO);
+  return 0;
+}
+
+int zor_setsockopt(int fd, int level, int option, const void* value, uint32_t valueLen) {
+  if (plat::faultHit({.call = "zor_setsockopt", .cmd = static_cast<uint32_t>(option)})) {
+    return failWith(EINVAL);
+  }
+  if (value == nullptr || valueLen != 4) return failWith(EINVAL);
+  const uint32_t v = be::load32(value);
+  std::lock_guard lock(gBusMutex);
+  auto it = gSockets.find(fd);
+  if (it == gSockets.end()) return failWith(EBADF);
+  if (level == ZOR_SOL_ROUTE && option == ZOR_ROUTE_ADD_GROUP) {
+    it->second.groups.insert(v);
+    if (!it->second.path.empty() && !writeGroups(it->second)) return failWith(EIO);
+    return 0;
+  }
+  if (level == ZOR_SOL_SOCKET && option == ZOR_SO_MODULE) {
+    it->second.module = v;
+    return 0;
+  }
+  return failWith(ENOPROTOOPT);
+}
+
+int zor_select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
+               struct timeval* timeout) {
+  const int wake = wakeFd();
+  fd_set rd;
+  FD_ZERO(&rd);
+  if (readfds) rd = *readfds;
+  if (wake >= 0 && wake < FD_SETSIZE) FD_SET(wake, &rd);
+  const int n = select(std::max(nfds, wake + 1), &rd, writefds, exceptfds, timeout);
+  if (n < 0) return n;
+  if (wake >= 0 && FD_ISSET(wake, &rd)) {
+    FD_CLR(wake, &rd);
+    if (silTaskStopRequested()) {
+      if (readfds) FD_ZERO(readfds);
+      if (writefds) FD_ZERO(writefds);
+      if (exceptfds) FD_ZERO(exceptfds);
+      return 0;
+    }
+  }
+  if (readfds) *readfds = rd;
+  int ready = 0;
+  for (int fd = 0; fd < nfds; ++fd) {
+    ready += (readfds && FD_ISSET(fd, readfds)) + (writefds && FD_ISSET(fd, writefds)) +
+             (exceptfds && FD_ISSET(fd, exceptfds));
+  }
+  return ready;
+}
+
+int zor_recv(int fd, void* buf, size_t len, int flags) {
+  if (plat::faultHit({.call = "zor_recv"})) return failWith(EIO);
+  return static_cast<int>(recv(fd, buf, len, flags));
+}
+
+int zor_close(int fd) {
+  std::string path;
+  {
+    std::lock_guard lock(gBusMutex);
+    auto it = gSockets.find(fd);
+    if (it != gSockets.end()) {
+      path = it->second.path;
+      gSockets.erase(it);
+    }
+  }
+  if (!path.empty()) {
+    unlink(path.c_str());
+    unlink(groupsPath(path).c_str());
+  }
+  return close(fd);
+}
+
+namespace plat {
+
+std::string busDir() { return runPath("rtbus"); }
+
+int busSend(uint32_t group, std::span<const uint8_t> message) {
+  const std::string dir = busDir();
+  DIR* d = opendir(dir.c_str());
+  if (d == nullptr) return 0;
+  const int out = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  int delivered = 0;
+  while (dirent* e = readdir(d)) {
+    const std::string name = e->d_name;
+    if (name.size() <= 5 || name.compare(name.size() - 5, 5, ".sock") != 0) continue;
+    const std::string path = dir + "/" + name;
+    if (!readGroups(path).contains(group)) continue;
+    sockaddr_un sa;
+    if (out < 0 || !fillAddr(path, &sa)) continue;
+    // A listener that is gone or not reading loses the message; the sender never waits for it.
+    if (sendto(out, message.data(), message.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sa),
+               sizeof sa) == static_cast<ssize_t>(message.size())) {
+      ++delivered;
+    }
+  }
+  closedir(d);
+  if (out >= 0) close(out);
+  return delivered;
+}
+
+uint32_t routeSocketLiveCount() {
+  std::lock_guard lock(gBusMutex);
+  return static_cast<uint32_t>(gSockets.size());
+}
+
+void wakeSelectsForStop() {
+  const int fd = wakeFd();
+  if (fd >= 0) {
+    const uint64_t one = 1;
+    (void)!write(fd, &one, sizeof one);
+  }
+}
+
+void wakeDrain() {
+  const int fd = wakeFd();
+  uint64_t v;
+  if (fd >= 0) (void)!read(fd, &v, sizeof v);
+}
+
+}  // namespace plat

@@ -1,0 +1,231 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "control/acl_slot.h"
+#include "main/acl_group.h"
+#include "main/acl_log.h"
+#include "platform/fault.h"
+#include "platform/hwil.h"
+#include "platform/logging.h"
+#include "platform/options.h"
+#include "platform/rtbus.h"
+#include "platform/sil.h"
+#include "support/run_dir.h"
+#include "wire/be.h"
+
+namespace {
+
+class StartupTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    aclResetForTest();
+    pools = silMemPoolLiveCount();
+    sems = silSemLiveCount();
+  }
+  void TearDown() override { aclResetForTest(); }
+
+  uint32_t poolEntries(SIL_POOL_ID pool) {
+    SilMemPoolInfo info{};
+    return silMemPoolInfoGet(pool, &info) ? info.entries : 0;
+  }
+  // Nothing of a group is left: no pools, semaphore or route socket, and every byte zero.
+  void expectNothingLeft() {
+    EXPECT_FALSE(aclStarted());
+    EXPECT_EQ(silMemPoolLiveCount(), pools);
+    EXPECT_EQ(silSemLiveCount(), sems);
+    EXPECT_EQ(plat::routeSocketLiveCount(), 0u);
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&gaclGrp);
+    for (size_t i = 0; i < sizeof gaclGrp; ++i) ASSERT_EQ(bytes[i], 0) << "group byte " << i;
+  }
+
+  test::TempRunDir runDir;
+  uint32_t pools = 0, sems = 0;
+};
+
+TEST_F(StartupTest, DefaultsBuildTheWholeGroup) {
+  ASSERT_EQ(aclOptInit(), 0);
+  const AclGroup& g = gaclGrp;
+  EXPECT_EQ(g.maxLstNum, 64u);
+  EXPECT_EQ(g.maxLstRuleNum, 128u);
+  EXPECT_EQ(g.maxGruleNum, 1024u);
+  EXPECT_EQ(g.maxIfNum, 28u);
+  EXPECT_EQ(g.maxGemPortNum, 128u);
+  EXPECT_EQ(g.maxSlotNum, 288u);
+  EXPECT_EQ(g.maxBlackListNum, 128u);
+  EXPECT_EQ(g.carMin, 1000u);
+  EXPECT_EQ(g.carMax, 1024000u);
+  EXPECT_EQ(g.debugFlags, 0x100u);
+  EXPECT_EQ(g.dynamicBindEnable, 0);
+  EXPECT_EQ(g.redirectMultiEnable, 0);
+  for (const AclRuleNum& n : g.ruleNum) {
+    EXPECT_EQ(n.cur, 0);
+    EXPECT_EQ(n.max, 128);
+  }
+  EXPECT_EQ(poolEntries(g.ifListPool), 28u * 128 * 18);
+  EXPECT_EQ(poolEntries(g.shortRulePool), 10240u);
+  EXPECT_EQ(poolEntries(g.shortActionPool), 10240u);
+  EXPECT_EQ(poolEntries(g.longRulePool), 4096u);
+  EXPECT_EQ(poolEntries(g.gemPortListPool), 128u * 18);
+  EXPECT_EQ(poolEntries(g.dstIpPool), 16u);
+  SilMemPoolInfo grule{};
+  ASSERT_TRUE(silMemPoolInfoGet(g.grulePool, &grule));
+  EXPECT_TRUE(grule.indexed);
+  EXPECT_STREQ(grule.name, "acl_grule");
+  EXPECT_EQ(silMemPoolLiveCount(), pools + 16);
+
+  EXPECT_GT(g.sockFd, 0);
+  EXPECT_TRUE(avl_is_empty(&g.listTree));
+  EXPECT_TRUE(dlist::empty(&g.statsList));
+  EXPECT_TRUE(dlist::empty(&g.dstIpRuleList));
+  // The own slot (system 1, slot 1 by default) has its ledger, at full capacity.
+  AclSlotEntry* self = aclSlotEntryGet(zorSelfSysIndex(), zorSelfSlotIndex());
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(self->maxSubRuleNum[17], 1024u);
+  EXPECT_EQ(dlist::count(&g.slotList), 1u);
+
+  uint8_t v[4] = {};
+  ASSERT_EQ(zorHwilScalarGet(0, 499, v, 0), 0);
+  EXPECT_EQ(be::load32(v), 165u);
+}
+
+TEST_F(StartupTest, EnableFalseStartsNothing) {
+  for (const char* off : {"False", "f", "FALSE"}) {
+    plat::optSet("acl.enable", off);
+    EXPECT_EQ(aclOptInit(), -1) << off;
+    expectNothingLeft();
+  }
+  plat::optSet("acl.enable", "no");  // only a leading f switches it off
+  EXPECT_EQ(aclOptInit(), 0);
+}
+
+struct OptCase {
+  const char* key;
+  const char* value;
+  uint32_t AclGroup::*field;
+  uint32_t expected;
+};
+
+TEST_F(StartupTest, NumbersThatAreZeroOrNotNumbersKeepTheirDefaults) {
+  const OptCase cases[] = {
+      {"acl.maxlstnum", "0", &AclGroup::maxLstNum, 64},
+      {"acl.maxlstnum", "lots", &AclGroup::maxLstNum, 64},
+      {"acl.maxlstnum", "", &AclGroup::maxLstNum, 64},
+      {"acl.maxlstnum", "12abc", &AclGroup::maxLstNum, 12},
+      {"acl.maxgrulenum", "2048", &AclGroup::maxGruleNum, 2048},
+      {"acl.maxslotnum", "9", &AclGroup::maxSlotNum, 9},
+      {"acl.carmax", "0x10", &AclGroup::carMax, 1024000},
+      {"acl.carmin", " 77", &AclGroup::carMin, 77},
+  };
+  for (const OptCase& c : cases) {
+    aclResetForTest();
+    plat::optSet(c.key, c.value);
+    ASSERT_EQ(aclOptInit(), 0) << c.key << "=" << c.value;
+    EXPECT_EQ(gaclGrp.*c.field, c.expected) << c.key << "=" << c.value;
+  }
+}
+
+TEST_F(StartupTest, PerTypeMaximaFollowTheListMaximum) {
+  plat::optSet("acl.maxrulenum", "50");
+  plat::optSet("acl.maxipv6rulenum", "9");
+  ASSERT_EQ(aclOptInit(), 0);
+  const uint16_t expected[6] = {50, 50, 9, 50, 50, 50};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(gaclGrp.ruleNum[i].max, expected[i]) << i;
+  EXPECT_EQ(poolEntries(gaclGrp.ifListPool), 28u * 50 * 18);
+
+  aclResetForTest();
+  plat::optSet("acl.maxrulenum", "70000");  // kept as 16 bits: 70000 - 65536
+  ASSERT_EQ(aclOptInit(), 0);
+  EXPECT_EQ(gaclGrp.ruleNum[0].max, 70000 - 65536);
+}
+
+TEST_F(StartupTest, FlagOptionsReadTheirFirstLetter) {
+  struct FlagCase {
+    const char* key;
+    const char* value;
+    uint8_t AclGroup::*field;
+    uint8_t expected;
+  };
+  const FlagCase cases[] = {
+      {"acl.dynamicbindenable", "yes", &AclGroup::dynamicBindEnable, 0},
+      {"acl.dynamicbindenable", "True", &AclGroup::dynamicBindEnable, 1},
+      {"acl.dynamicbindenable", "t", &AclGroup::dynamicBindEnable, 1},
+      {"acl.multiredirectenable", "no", &AclGroup::redirectMultiEnable, 1},
+      {"acl.multiredirectenable", "false", &AclGroup::redirectMultiEnable, 0},
+      {"acl.multiredirectenable", "", &AclGroup::redirectMultiEnable, 1},
+      {"acl.tlvenable", "TRUE", &AclGroup::tlvEnable, 1},
+      {"acl.tlvenable", "1", &AclGroup::tlvEnable, 0},
+      {"acl.ethsubifenable", "true", &AclGroup::ethSubIfEnable, 1},
+  };
+  for (const FlagCase& c : cases) {
+    aclResetForTest();
+    plat::optSet(c.key, c.value);
+    ASSERT_EQ(aclOptInit(), 0);
+    EXPECT_EQ(gaclGrp.*c.field, c.expected) << c.key << "=" << c.value;
+  }
+}
+
+// Every creation step made to fail in turn: start-up answers -1 and leaves nothing behind.
+TEST_F(StartupTest, EachFailingCreationStepLeavesNothing) {
+  std::vector<plat::FaultRule> faults = {
+      {.call = "silCreateMSem"},
+      {.call = "silTimerListInit"},
+      {.call = "zor_socket"},
+      {.call = "zor_bind"},
+      {.call = "zor_setsockopt"},
+      {.call = "zor_setsockopt", .skip = 9},  // the module-number option after the nine groups
+      {.call = "silCreateTask", .name = "acltask"},
+  };
+  for (const char* pool :
+       {"acl_list", "acl_grule", "acl_rule", "acl_if", "acl_stats", "acl_iflist", "acl_onuport",
+        "acl_onuportlist", "acl_blacklist", "acl_slot", "acl_dstip", "acl_dstiprule",
+        "acl_shortrule", "acl_longrule", "acl_shortaction", "acl_longaction"}) {
+    faults.push_back({.call = "silMemPoolInit", .name = pool});
+  }
+  for (const auto& f : faults) {
+    SCOPED_TRACE(f.call + " " + f.name + " skip " + std::to_string(f.skip));
+    plat::faultClear();
+    plat::faultAdd(f);
+    EXPECT_EQ(aclOptInit(), -1);
+    expectNothingLeft();
+    EXPECT_TRUE(plat::faultList().empty()) << "the step was reached";
+  }
+  plat::faultClear();
+  EXPECT_EQ(aclOptInit(), 0) << "a later start-up succeeds";
+}
+
+TEST_F(StartupTest, PoolSizeBeyondThirtyTwoBitsFailsCleanly) {
+  plat::optSet("acl.maxifnum", "100000");
+  plat::optSet("acl.maxrulenum", "100000");
+  EXPECT_EQ(aclOptInit(), -1);
+  expectNothingLeft();
+}
+
+TEST_F(StartupTest, MutexFailureIsLoggedUnderTheStartupGuard) {
+  plat::faultAdd({.call = "silCreateMSem"});
+  const uint64_t before = plat::logLastSeq();
+  EXPECT_EQ(aclOptInit(), -1);
+  auto lines = plat::logRecent(before);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].text, "ACL init error.(Reason=[create mutex error])");
+  EXPECT_EQ(lines[0].tag, 0x3EA0005u);
+  EXPECT_EQ(lines[0].priority, 7u);
+}
+
+TEST_F(StartupTest, LockIsHeldByOneTaskAtATime) {
+  ASSERT_EQ(aclOptInit(), 0);
+  EXPECT_EQ(aclLock(), 0);
+  int other = 99;
+  std::thread([&] { other = silTakeSem(gaclGrp.aclMutex, 10); }).join();
+  EXPECT_EQ(other, -1);
+  EXPECT_EQ(aclUnlock(), 0);
+  std::thread([&] {
+    other = silTakeSem(gaclGrp.aclMutex, 10);
+    silGiveSem(gaclGrp.aclMutex);
+  }).join();
+  EXPECT_EQ(other, 0);
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <map>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "platform/avl.h"
+
+namespace {
+
+struct Rec {
+  int pad;  // the node need not be first in a record
+  avl_node_t node;
+  int key;
+};
+
+int cmpRec(const void* a, const void* b) {
+  const int x = static_cast<const Rec*>(a)->key, y = static_cast<const Rec*>(b)->key;
+  return x < y ? -1 : (x > y ? 1 : 0);
+}
+
+class AvlTest : public ::testing::Test {
+ protected:
+  void SetUp() override { avl_create(&tree, cmpRec, sizeof(Rec), offsetof(Rec, node)); }
+  void TearDown() override { avl_destroy(&tree); }
+
+  std::vector<int> inOrder() {
+    std::vector<int> keys;
+    for (void* r = avl_first(&tree); r; r = avl_next(&tree, r)) keys.push_back(key(r));
+    return keys;
+  }
+  static int key(void* r) { return static_cast<Rec*>(r)->key; }
+
+  avl_tree_t tree;
+};
+
+TEST_F(AvlTest, EmptyTreeAnswersNothing) {
+  EXPECT_TRUE(avl_is_empty(&tree));
+  EXPECT_EQ(avl_numnodes(&tree), 0u);
+  EXPECT_EQ(avl_first(&tree), nullptr);
+  EXPECT_EQ(avl_last(&tree), nullptr);
+  Rec k{0, {}, 5};
+  avl_index_t where = 0;
+  EXPECT_EQ(avl_find(&tree, &k, &where), nullptr);
+  EXPECT_EQ(avl_nearest(&tree, where, AVL_AFTER), nullptr);
+  EXPECT_EQ(avl_nearest(&tree, where, AVL_BEFORE), nullptr);
+}
+
+TEST_F(AvlTest, FindGivesInsertionPointAndNearestNeighbours) {
+  std::vector<Rec> recs(5);
+  for (int i = 0; i < 5; ++i) {
+    recs[i].key = (i + 1) * 10;  // 10 .. 50
+    ASSERT_EQ(avl_add(&tree, &recs[i]), 0);
+  }
+  for (int probe : {5, 10, 15, 30, 35, 50, 55}) {
+    Rec k{0, {}, probe};
+    avl_index_t where = 0;
+    void* found = avl_find(&tree, &k, &where);
+    if (probe % 10 == 0) {
+      ASSERT_NE(found, nullptr) << probe;
+      EXPECT_EQ(key(found), probe);
+      continue;
+    }
+    ASSERT_EQ(found, nullptr) << probe;
+    void* after = avl_nearest(&tree, where, AVL_AFTER);
+    void* before = avl_nearest(&tree, where, AVL_BEFORE);
+    const int next = (probe / 10 + 1) * 10, prev = probe / 10 * 10;
+    if (next <= 50) {
+      ASSERT_NE(after, nullptr) << probe;
+      EXPECT_EQ(key(after), next);
+    } else {
+      EXPECT_EQ(after, nullptr) << probe;
+    }
+    if (prev >= 10) {
+      ASSERT_NE(before, nullptr) << probe;
+      EXPECT_EQ(key(before), prev);
+    } else {
+      EXPECT_EQ(before, nullptr) << probe;
+    }
+  }
+}
+
+TEST_F(AvlTest, InsertAtFoundPointKeepsOrderAndDuplicateAddIsRefused) {
+  Rec a{0, {}, 7}, b{0, {}, 3}, dup{0, {}, 7};
+  avl_index_t where = 0;
+  ASSERT_EQ(avl_find(&tree, &a, &where), nullptr);
+  avl_insert(&tree, &a, where);
+  ASSERT_EQ(avl_find(&tree, &b, &where), nullptr);
+  avl_insert(&tree, &b, where);
+  EXPECT_EQ(avl_add(&tree, &dup), -1);
+  EXPECT_EQ(inOrder(), (std::vector<int>{3, 7}));
+  EXPECT_EQ(key(avl_last(&tree)), 7);
+  EXPECT_EQ(avl_walk(&tree, &a, AVL_BEFORE), &b);
+  EXPECT_EQ(avl_walk(&tree, &b, AVL_BEFORE), nullptr);
+}
+
+// Random inserts and removes against std::set: order, count, first/last and neighbours agree.
+TEST_F(AvlTest, RandomOperationsMatchReferenceSet) {
+  constexpr int kKeys = 512;
+  std::vector<Rec> recs(kKeys);
+  std::vector<bool> in(kKeys, false);
+  std::set<int> ref;
+  std::mt19937 rng(12345);
+  for (int i = 0; i < kKeys; ++i) recs[i].key = i * 3;
+  for (int step = 0; step < 20000; ++step) {
+    const int i = static_cast<int>(rng() % kKeys);
+    if (in[i]) {
+      avl_remove(&tree, &recs[i]);
+      ref.erase(recs[i].key);
+    } else {
+      ASSERT_EQ(avl_add(&tree, &recs[i]), 0);
+      ref.insert(recs[i].key);
+    }
+    in[i] = !in[i];
+    ASSERT_EQ(avl_numnodes(&tree), ref.size());
+    if (step % 97 == 0) {
+      ASSERT_EQ(inOrder(), std::vector<int>(ref.begin(), ref.end()));
+      // A probe between keys finds the next greater key, as walks resuming from a gone key do.
+      Rec k{0, {}, static_cast<int>(rng() % (kKeys * 3))};
+      avl_index_t where = 0;
+      void* hit = avl_find(&tree, &k, &where);
+      auto it = ref.lower_bound(k.key);
+      if (it != ref.end() && *it == k.key) {
+        ASSERT_NE(hit, nullptr);
+      } else {
+        void* after = avl_nearest(&tree, where, AVL_AFTER);
+        if (it == ref.end()) {
+          ASSERT_EQ(after, nullptr);
+        } else {
+          ASSERT_NE(after, nullptr);
+          ASSERT_EQ(key(after), *it);
+        }
+      }
+    }
+  }
+  if (!ref.empty()) {
+    EXPECT_EQ(key(avl_first(&tree)), *ref.begin());
+    EXPECT_EQ(key(avl_last(&tree)), *ref.rbegin());
+  }
+}
+
+TEST_F(AvlTest, DestroyUnlinksEveryRecord) {
+  std::vector<Rec> recs(10);
+  for (int i = 0; i < 10; ++i) {
+    recs[i].key = i;
+    avl_add(&tree, &recs[i]);
+  }
+  avl_destroy(&tree);
+  EXPECT_TRUE(avl_is_empty(&tree));
+  for (const Rec& r : recs) EXPECT_EQ(r.node.parent, nullptr);
+  // The tree is usable again after a new create.
+  avl_create(&tree, cmpRec, sizeof(Rec), offsetof(Rec, node));
+  EXPECT_EQ(avl_add(&tree, &recs[3]), 0);
+  EXPECT_EQ(inOrder(), std::vector<int>{3});
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/fault.h"
+#include "platform/proc.h"
+#include "platform/rtbus.h"
+#include "wire/be.h"
+
+namespace {
+
+TEST(FaultTest, SkipCountAndFiltersDecideWhichCallsFail) {
+  plat::faultClear();
+  plat::faultAdd({.call = "zorHwilCmdSetApi", .unit = 7, .result = 5, .skip = 1, .count = 2});
+  auto hit = [](uint32_t unit) {
+    return plat::faultHit({.call = "zorHwilCmdSetApi", .unit = unit});
+  };
+  EXPECT_FALSE(hit(8).has_value()) << "other unit";
+  EXPECT_FALSE(plat::faultHit({.call = "zorHwilCmdSetApi"}).has_value()) << "no unit given";
+  EXPECT_FALSE(hit(7).has_value()) << "skipped";
+  EXPECT_EQ(hit(7), 5);
+  EXPECT_EQ(hit(7), 5);
+  EXPECT_FALSE(hit(7).has_value()) << "spent";
+  EXPECT_TRUE(plat::faultList().empty());
+
+  const uint32_t id = plat::faultAdd({.call = "x", .count = -1});
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(plat::faultHit({.call = "x"}).has_value());
+  EXPECT_EQ(plat::faultList().at(0).hits, 5u);
+  EXPECT_TRUE(plat::faultRemove(id));
+  EXPECT_FALSE(plat::faultHit({.call = "x"}).has_value());
+}
+
+class RtBusTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char dir[] = "/tmp/acl-bus-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    runDir = dir;
+    plat::setRunDir(runDir);
+  }
+  void TearDown() override {
+    plat::setRunDir("");
+    std::string cmd = "rm -rf " + runDir;
+    ASSERT_EQ(system(cmd.c_str()), 0);
+  }
+  int openJoined(std::initializer_list<uint32_t> groups) {
+    const int fd = zor_socket(ZOR_AF_ROUTE, ZOR_SOCK_DGRAM, 0);
+    EXPECT_GE(fd, 0);
+    uint8_t addr[12] = {};
+    be::store16(addr, 0, ZOR_AF_ROUTE);
+    EXPECT_EQ(zor_bind(fd, addr, sizeof addr), 0);
+    for (uint32_t g : groups) {
+      uint8_t v[4];
+      be::store32(v, g);
+      EXPECT_EQ(zor_setsockopt(fd, ZOR_SOL_ROUTE, ZOR_ROUTE_ADD_GROUP, v, 4), 0);
+    }
+    return fd;
+  }
+  static int pending(int fd) {
+    fd_set rd;
+    FD_ZERO(&rd);
+    FD_SET(fd, &rd);
+    timeval tv{0, 20000};
+    return zor_select(fd + 1, &rd, nullptr, nullptr, &tv);
+  }
+  std::string runDir;
+};
+
+TEST_F(RtBusTest, MessagesReachOnlySocketsThatJoinedTheirGroup) {
+  const int a = openJoined({1, 34});
+  const int b = openJoined({56});
+  const uint8_t msg[24] = {0, 0, 0, 24, 0, 32};
+  EXPECT_EQ(plat::busSend(34, msg), 1);
+  EXPECT_EQ(pending(a), 1);
+  EXPECT_EQ(pending(b), 0);
+  uint8_t buf[64];
+  EXPECT_EQ(zor_recv(a, buf, sizeof buf, 0), 24);
+  EXPECT_EQ(0, std::memcmp(buf, msg, 24));
+  EXPECT_EQ(plat::busSend(99, msg), 0);
+  zor_close(a);
+  zor_close(b);
+  EXPECT_EQ(plat::busSend(34, msg), 0) << "a closed socket leaves the bus";
+}
+
+TEST_F(RtBusTest, BadArgumentsAreRefused) {
+  EXPECT_EQ(zor_socket(2, ZOR_SOCK_DGRAM, 0), -1);
+  const int fd = zor_socket(ZOR_AF_ROUTE, ZOR_SOCK_DGRAM, 0);
+  uint8_t addr[12] = {};
+  EXPECT_EQ(zor_bind(fd, addr, sizeof addr), -1) << "family 0";
+  be::store16(addr, 0, ZOR_AF_ROUTE);
+  EXPECT_EQ(zor_bind(fd, addr, 8), -1) << "short address";
+  uint8_t v[4] = {};
+  EXPECT_EQ(zor_setsockopt(fd, 1, 2, v, 4), -1);
+  EXPECT_EQ(zor_setsockopt(fd, ZOR_SOL_ROUTE, ZOR_ROUTE_ADD_GROUP, v, 2), -1);
+  EXPECT_EQ(zor_setsockopt(fd + 1000, ZOR_SOL_ROUTE, ZOR_ROUTE_ADD_GROUP, v, 4), -1);
+  zor_close(fd);
+}
+
+TEST_F(RtBusTest, StaleSocketFileIsReplaced) {
+  ASSERT_EQ(system(("mkdir -p " + plat::busDir() + " && touch " + plat::busDir() + "/route.sock")
+                       .c_str()),
+            0);
+  const int fd = openJoined({1});
+  const uint8_t msg[24] = {0, 0, 0, 24};
+  EXPECT_EQ(plat::busSend(1, msg), 1);
+  zor_close(fd);
+}
+
+}  // namespace

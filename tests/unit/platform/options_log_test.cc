@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "platform/logging.h"
+#include "platform/options.h"
+#include "platform/sil.h"
+
+namespace {
+
+std::string writeTemp(const std::string& text) {
+  char path[] = "/tmp/acl-opt-XXXXXX";
+  const int fd = mkstemp(path);
+  std::FILE* f = fdopen(fd, "w");
+  std::fputs(text.c_str(), f);
+  std::fclose(f);
+  return path;
+}
+
+class OptionsTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    plat::optClear();
+    for (auto& p : files) std::remove(p.c_str());
+  }
+  std::string file(const std::string& text) {
+    files.push_back(writeTemp(text));
+    return files.back();
+  }
+  std::vector<std::string> files;
+};
+
+TEST_F(OptionsTest, FileLinesCommentsBlanksAndOverrides) {
+  std::string err;
+  ASSERT_TRUE(plat::optLoadFile(file("# limits\n\n  acl.maxlstnum = 100  \nacl.enable=False\n"
+                                     "acl.name = a = b\nempty =\n"),
+                                &err))
+      << err;
+  ASSERT_TRUE(plat::optParseOverride("acl.maxlstnum=7", &err));
+  char buf[128] = {};
+  EXPECT_EQ(silOptRead(0, "acl.maxlstnum", 0, 0, 1, buf, 127), 2);
+  EXPECT_STREQ(buf, "7");
+  EXPECT_GT(silOptRead(0, "acl.enable", 0, 0, 1, buf, 127), 0);
+  EXPECT_STREQ(buf, "False");
+  silOptRead(0, "acl.name", 0, 0, 1, buf, 127);
+  EXPECT_STREQ(buf, "a = b");
+  EXPECT_EQ(silOptRead(0, "empty", 0, 0, 1, buf, 127), 1) << "present, with no text";
+  EXPECT_EQ(silOptRead(0, "acl.absent", 0, 0, 1, buf, 127), 0);
+}
+
+TEST_F(OptionsTest, ValueIsTruncatedToTheCallersRoom) {
+  plat::optSet("k", std::string(300, 'x'));
+  char buf[128];
+  std::memset(buf, 0x55, sizeof buf);
+  EXPECT_EQ(silOptRead(0, "k", 0, 0, 1, buf, 127), 128);
+  EXPECT_EQ(std::string(buf).size(), 127u);
+}
+
+TEST_F(OptionsTest, MalformedFileIsRefusedWholeNamingTheLine) {
+  plat::optSet("keep", "1");
+  std::string err;
+  const std::string path = file("a = 1\nthis line has no equals\n");
+  EXPECT_FALSE(plat::optLoadFile(path, &err));
+  EXPECT_NE(err.find(path + ":2:"), std::string::npos) << err;
+  EXPECT_FALSE(plat::optGet("a").has_value()) << "nothing of a refused file is kept";
+  EXPECT_EQ(plat::optGet("keep"), "1");
+  EXPECT_FALSE(plat::optLoadFile("/nonexistent/acl.conf", &err));
+  EXPECT_NE(err.find("/nonexistent/acl.conf"), std::string::npos);
+  EXPECT_FALSE(plat::optParseOverride("novalue", &err));
+  EXPECT_FALSE(plat::optParseOverride("=5", &err));
+}
+
+TEST(LoggingTest, EachCallIsOneLineInTheRingWithoutLineEnd) {
+  plat::logRingClear();
+  const uint64_t before = plat::logLastSeq();
+  loggingDebugOutput(0x3EA0003, 7, 0, "ACL rule [%s] info=[%d].\r\n", "add", 5);
+  loggingLogOutput(0x3EA000C, 5, 0, "plain");
+  auto lines = plat::logRecent(before);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].tag, 0x3EA0003u);
+  EXPECT_EQ(lines[0].priority, 7u);
+  EXPECT_EQ(lines[0].text, "ACL rule [add] info=[5].");
+  EXPECT_FALSE(lines[0].operational);
+  EXPECT_TRUE(lines[1].operational);
+  EXPECT_EQ(plat::logRecent(lines[1].seq).size(), 0u);
+}
+
+TEST(LoggingTest, RingKeepsOnlyTheMostRecentLines) {
+  plat::logRingClear();
+  for (size_t i = 0; i < plat::kLogRingCapacity + 10; ++i) {
+    loggingDebugOutput(1, 7, 0, "line %zu", i);
+  }
+  auto lines = plat::logRecent();
+  ASSERT_EQ(lines.size(), plat::kLogRingCapacity);
+  EXPECT_EQ(lines.front().text, "line 10");
+}
+
+TEST(LoggingTest, FileSinkWritesTagPriorityAndText) {
+  const std::string path = writeTemp("");
+  ASSERT_TRUE(plat::logSetSink(plat::LogSink::File, path));
+  loggingDebugOutput(0x3EA0005, 7, 0, "hello %d", 1);
+  plat::logSetSink(plat::LogSink::Stderr);
+  std::ifstream in(path);
+  std::string line;
+  std::getline(in, line);
+  EXPECT_NE(line.find("0x03ea0005"), std::string::npos) << line;
+  EXPECT_NE(line.find("hello 1"), std::string::npos) << line;
+  EXPECT_FALSE(plat::logSetSink(plat::LogSink::File, "/nonexistent/dir/log"));
+  std::remove(path.c_str());
+}
+
+}  // namespace
