@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 void silCatchSegFault();
 void patchSignalHandler();
@@ -23,6 +24,13 @@ std::string runPath(const std::string& name);
 std::string mapRunPath(const char* devicePath);
 
 const std::string& processName();
+
+// The process shell: commands an operator calls by name with up to four integer arguments.
+// Modules register theirs once procShellInit has named the process.
+using ShellCommand = int32_t (*)(intptr_t, intptr_t, intptr_t, intptr_t);
+bool shellRegister(const std::string& name, ShellCommand command);  // false when taken
+ShellCommand shellLookup(const std::string& name);                  // nullptr when unknown
+std::vector<std::string> shellCommandNames();                       // sorted
 
 // Stops every task created with silCreateTask and waits for them. Only the test teardown calls
 // it: the daemon itself never stops.

@@ -34,6 +34,9 @@ class AvlTest : public ::testing::Test {
   static int key(void* r) { return static_cast<Rec*>(r)->key; }
 
   avl_tree_t tree;
+  // Records outlive the tree, as pool entries do.
+  std::vector<Rec> recs = std::vector<Rec>(512);
+  Rec a{}, b{}, dup{};
 };
 
 TEST_F(AvlTest, EmptyTreeAnswersNothing) {
@@ -49,7 +52,6 @@ TEST_F(AvlTest, EmptyTreeAnswersNothing) {
 }
 
 TEST_F(AvlTest, FindGivesInsertionPointAndNearestNeighbours) {
-  std::vector<Rec> recs(5);
   for (int i = 0; i < 5; ++i) {
     recs[i].key = (i + 1) * 10;  // 10 .. 50
     ASSERT_EQ(avl_add(&tree, &recs[i]), 0);
@@ -83,7 +85,9 @@ TEST_F(AvlTest, FindGivesInsertionPointAndNearestNeighbours) {
 }
 
 TEST_F(AvlTest, InsertAtFoundPointKeepsOrderAndDuplicateAddIsRefused) {
-  Rec a{0, {}, 7}, b{0, {}, 3}, dup{0, {}, 7};
+  a.key = 7;
+  b.key = 3;
+  dup.key = 7;
   avl_index_t where = 0;
   ASSERT_EQ(avl_find(&tree, &a, &where), nullptr);
   avl_insert(&tree, &a, where);
@@ -99,7 +103,6 @@ TEST_F(AvlTest, InsertAtFoundPointKeepsOrderAndDuplicateAddIsRefused) {
 // Random inserts and removes against std::set: order, count, first/last and neighbours agree.
 TEST_F(AvlTest, RandomOperationsMatchReferenceSet) {
   constexpr int kKeys = 512;
-  std::vector<Rec> recs(kKeys);
   std::vector<bool> in(kKeys, false);
   std::set<int> ref;
   std::mt19937 rng(12345);
@@ -142,7 +145,6 @@ TEST_F(AvlTest, RandomOperationsMatchReferenceSet) {
 }
 
 TEST_F(AvlTest, DestroyUnlinksEveryRecord) {
-  std::vector<Rec> recs(10);
   for (int i = 0; i < 10; ++i) {
     recs[i].key = i;
     avl_add(&tree, &recs[i]);
