@@ -2,16 +2,18 @@
 #include "main/acl_group.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 
 #include "api/acl_func_map.h"
 #include "control/acl_slot.h"
+#include "counter/counter.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
 #include "main/acl_log.h"
 #include "main/acl_pools.h"
 #include "main/acl_task.h"
+#include "main/opt_read.h"
+#include "meter/meter.h"
 #include "platform/cmd_server.h"
 #include "platform/hwil.h"
 #include "platform/proc.h"
@@ -38,20 +40,6 @@ constexpr uint32_t kMSemOptions = 13;
 constexpr uint32_t kScalarModuleNum = 499;
 
 uint32_t orDefault(uint32_t value, uint32_t def) { return value != 0 ? value : def; }
-
-// The option's text, or nothing when the option store does not have it.
-bool optText(const char* key, char (&buf)[128]) {
-  std::memset(buf, 0, sizeof buf);
-  return silOptRead(0, key, 0, 0, 1, buf, sizeof buf - 1) > 0;
-}
-
-// Numbers are read as the device's atoi reads them: leading digits, 0 for text, and values past
-// 32 bits wrapped rather than undefined.
-uint32_t optNumber(const char* text) {
-  return static_cast<uint32_t>(std::strtoll(text, nullptr, 10));
-}
-
-bool firstIs(const char* text, char lower) { return text[0] == lower || text[0] == lower - 32; }
 
 void createTrees() {
   dlist::init(&gaclGrp.statsList);
@@ -110,8 +98,8 @@ void releaseGroup() {
 
 bool aclOptRead(aclOptParams* p) {
   std::memset(p, 0, sizeof *p);
-  char buf[128];
-  if (optText("acl.enable", buf) && firstIs(buf, 'f')) return false;
+  OptText buf;
+  if (optText("acl.enable", buf) && optFirstIs(buf, 'f')) return false;
 
   struct NumberOption {
     const char* key;
@@ -130,8 +118,8 @@ bool aclOptRead(aclOptParams* p) {
   for (const auto& o : kNumbers) {
     if (optText(o.key, buf)) p->*o.field = optNumber(buf);
   }
-  if (optText("acl.dynamicbindenable", buf)) p->dynamicBindEnable = firstIs(buf, 't') ? 1 : 0;
-  if (optText("acl.multiredirectenable", buf)) p->redirectMultiEnable = firstIs(buf, 'f') ? 0 : 1;
+  if (optText("acl.dynamicbindenable", buf)) p->dynamicBindEnable = optFirstIs(buf, 't') ? 1 : 0;
+  if (optText("acl.multiredirectenable", buf)) p->redirectMultiEnable = optFirstIs(buf, 'f') ? 0 : 1;
 
   static constexpr const char* kTypeMaxKeys[ACL_LIST_TYPE_COLUMNS] = {
       "acl.maxl2rulenum",     "acl.maxipv4rulenum", "acl.maxipv6rulenum",
@@ -139,8 +127,8 @@ bool aclOptRead(aclOptParams* p) {
   for (uint32_t i = 0; i < ACL_LIST_TYPE_COLUMNS; ++i) {
     if (optText(kTypeMaxKeys[i], buf)) p->maxRuleNum[i] = static_cast<uint16_t>(optNumber(buf));
   }
-  if (optText("acl.tlvenable", buf)) p->tlvEnable = firstIs(buf, 't') ? 1 : 0;
-  if (optText("acl.ethsubifenable", buf)) p->ethSubIfEnable = firstIs(buf, 't') ? 1 : 0;
+  if (optText("acl.tlvenable", buf)) p->tlvEnable = optFirstIs(buf, 't') ? 1 : 0;
+  if (optText("acl.ethsubifenable", buf)) p->ethSubIfEnable = optFirstIs(buf, 't') ? 1 : 0;
   return true;
 }
 
@@ -257,5 +245,7 @@ void aclResetForTest() {
   plat::stopAllTasksForTest();
   if (aclStarted()) releaseGroup();
   std::memset(&gaclGrp, 0, sizeof gaclGrp);
+  counterResetForTest();
+  meterResetForTest();
   plat::resetForTest();
 }

@@ -141,6 +141,6 @@ class AclLockGuard {
 // True once aclInit has built the group.
 bool aclStarted();
 
-// Tests only: stops the tasks, releases everything the group holds and returns the process (and
-// the platform) to the unstarted state.
+// Tests only: stops the tasks, releases everything the group holds and returns the process (the
+// counter and meter modules and the platform too) to the unstarted state.
 void aclResetForTest();

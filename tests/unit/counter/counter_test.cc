@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "api/acl_ret.h"
+#include "counter/counter.h"
+#include "main/acl_group.h"
+#include "platform/fault.h"
+#include "platform/logging.h"
+#include "platform/options.h"
+#include "support/table_call.h"
+
+namespace {
+
+using test::callValue;
+using test::Desc;
+using test::Word;
+
+constexpr uint32_t kStatus = 3;
+
+class CounterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    aclResetForTest();
+    counterResetForTest();
+    sems = silSemLiveCount();
+    ASSERT_EQ(counterOptInit(), 0);
+  }
+  void TearDown() override {
+    aclResetForTest();
+    EXPECT_EQ(silSemLiveCount(), sems) << "the counter mutex is released";
+  }
+  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) { return callValue(counterSetApi, idx, cmd, v); }
+  uint32_t get(uint32_t idx, uint32_t cmd, int32_t* ret = nullptr) {
+    uint32_t out = 0;
+    const int32_t r = callValue(counterGetApi, idx, cmd, 0, &out);
+    if (ret) *ret = r;
+    return out;
+  }
+  void makeValid(uint32_t idx) {
+    ASSERT_EQ(set(idx, kStatus, 2), 0);
+    ASSERT_EQ(set(idx, kStatus, 1), 0);
+  }
+  uint32_t sems = 0;
+};
+
+TEST_F(CounterTest, TableSizeOptionLimits) {
+  EXPECT_EQ(gcounterList.maxCounterNum, 65535u);
+  struct Case {
+    const char* value;
+    int32_t ret;
+    uint32_t max;
+  };
+  for (const Case& c : {Case{"65535", 0, 65535}, Case{"1", 0, 1}, Case{"0", 0, 65535},
+                        Case{"65536", -1, 0}, Case{"-1", -1, 0}}) {
+    counterResetForTest();
+    plat::optSet("counter.maxcounternum", c.value);
+    const uint64_t before = plat::logLastSeq();
+    EXPECT_EQ(counterOptInit(), c.ret) << c.value;
+    EXPECT_EQ(gcounterList.maxCounterNum, c.max) << c.value;
+    if (c.ret != 0) {
+      auto lines = plat::logRecent(before);
+      ASSERT_EQ(lines.size(), 1u);
+      EXPECT_EQ(lines[0].text, "counter list is too big");
+      EXPECT_EQ(lines[0].tag, 0x03EA0006u);
+    }
+  }
+  counterResetForTest();
+  plat::optSet("counter.enable", "False");
+  EXPECT_EQ(counterOptInit(), -1);
+}
+
+TEST_F(CounterTest, NewCounterHasNameAndColourAndLifeCycle) {
+  ASSERT_EQ(set(12, kStatus, 2), 0);
+  Desc name(64);
+  ASSERT_EQ(counterGetApi(12, 1, name.addr()), 0);
+  EXPECT_EQ(name.text(), "counter12");
+  EXPECT_EQ(get(12, 5), 4u);
+  EXPECT_EQ(get(12, kStatus), 3u);
+  EXPECT_EQ(gcounterList.counterNum, 1u);
+  EXPECT_EQ(counterRefcount(12, 1), -1) << "created is not valid";
+  ASSERT_EQ(set(12, kStatus, 1), 0);
+  EXPECT_EQ(set(12, 4, 0x102), 0);
+  EXPECT_EQ(get(12, 4), 2u) << "type keeps its low 8 bits";
+  EXPECT_EQ(set(12, kStatus, 7), -1);
+  EXPECT_EQ(set(12, 6, 1), -1);
+  ASSERT_EQ(set(12, kStatus, 4), 0);
+  EXPECT_EQ(gcounterList.counterNum, 0u);
+  int32_t ret = 0;
+  get(12, kStatus, &ret);
+  EXPECT_EQ(ret, CMN_ERR_NOT_FOUND);
+  EXPECT_EQ(set(12, 4, 1), CMN_ERR_NOT_FOUND);
+  EXPECT_EQ(set(12, kStatus, 1), CMN_ERR_NOT_FOUND);
+  EXPECT_EQ(set(12, kStatus, 4), 0) << "deleting a missing counter succeeds";
+  EXPECT_EQ(set(65536, kStatus, 2), 63) << "no record past the table";
+  EXPECT_EQ(get(0, 6), 1u);
+}
+
+TEST_F(CounterTest, LongNameIsClampedTo63) {
+  ASSERT_EQ(set(1, kStatus, 2), 0);
+  Desc name(std::string(100, 'n'));
+  ASSERT_EQ(counterSetApi(1, 1, name.addr()), 0);
+  EXPECT_EQ(name.desc.len, 63u);
+  Desc back(128);
+  ASSERT_EQ(counterGetApi(1, 1, back.addr()), 0);
+  EXPECT_EQ(back.text(), std::string(63, 'n'));
+  Desc small(4);
+  ASSERT_EQ(counterGetApi(1, 1, small.addr()), 0);
+  EXPECT_EQ(small.desc.len, 4u) << "never more than the client's area";
+}
+
+TEST_F(CounterTest, ReferencedCounterCannotBeDeleted) {
+  makeValid(5);
+  EXPECT_EQ(counterRefcount(5, 2), 0);
+  EXPECT_EQ(set(5, kStatus, 4), CMN_ERR_IN_USE);
+  EXPECT_EQ(counterRefcount(5, -7), 0);
+  EXPECT_EQ(counterGetRefcount(5), 0);
+  EXPECT_EQ(counterIsValid(5), 0);
+  EXPECT_EQ(set(5, kStatus, 4), 0);
+  EXPECT_EQ(counterGetRefcount(5), -1);
+}
+
+TEST_F(CounterTest, ScalarsWalkAndShrinking) {
+  makeValid(1);
+  EXPECT_EQ(callValue(counterScalarSetApi, 0, kStatus, 0), -1);
+  EXPECT_EQ(callValue(counterScalarSetApi, 0, 1, 0), CMN_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(set(1, kStatus, 4), 0);
+  ASSERT_EQ(set(9, kStatus, 2), 0);
+  Word w;
+  ASSERT_EQ(counterGetFirst(w.addr(), 0, 0), 0);
+  EXPECT_EQ(w.value(), 9u);
+  EXPECT_EQ(counterGetNext(9, w.addr(), 0), -1);
+  EXPECT_EQ(callValue(counterScalarSetApi, 0, kStatus, 0), 0) << "created, not valid";
+  EXPECT_EQ(counterGetFirst(w.addr(), 0, 0), CMN_ERR_NO_TABLE);
+  EXPECT_EQ(counterGetNext(0, w.addr(), 0), CMN_ERR_NO_TABLE);
+  int32_t ret = 0;
+  get(0, 6, &ret);
+  EXPECT_EQ(ret, 22) << "the free-index search of an empty table";
+
+  Desc version(32), shortVersion(8);
+  EXPECT_EQ(counterScalarGetApi(0, 2, version.addr()), 0);
+  EXPECT_EQ(version.text(), "COUNTER_V7.00.00.00");
+  EXPECT_EQ(version.desc.len, 19u);
+  EXPECT_EQ(counterScalarGetApi(0, 2, shortVersion.addr()), 0);
+  EXPECT_EQ(shortVersion.text(), "COUNTER_");
+  EXPECT_EQ(counterScalarGetApi(0, 2, 0), 22);
+  EXPECT_EQ(counterScalarGetApi(0, 4, 0), CMN_ERR_BAD_PARAM);
+}
+
+TEST_F(CounterTest, FailedRelayChangesNothing) {
+  makeValid(2);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x06DBC000 + 5, .result = 12});
+  EXPECT_EQ(set(2, 5, 1), 12);
+  EXPECT_EQ(get(2, 5), 4u);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x06DBC000 + kStatus, .result = 13});
+  EXPECT_EQ(set(3, kStatus, 2), 13);
+  int32_t ret = 0;
+  get(3, kStatus, &ret);
+  EXPECT_EQ(ret, CMN_ERR_NOT_FOUND);
+}
+
+// Table functions from two tasks at once, with the ACL side reading under the ACL lock: every
+// create and delete is counted exactly once.
+TEST_F(CounterTest, TwoTasksAtOnce) {
+  ASSERT_EQ(aclOptInit(), 0);
+  std::atomic<int> failures{0};
+  auto worker = [&](uint32_t base) {
+    for (uint32_t round = 0; round < 200; ++round) {
+      const uint32_t idx = base + round % 50;
+      if (set(idx, kStatus, 2) != 0 || set(idx, kStatus, 1) != 0) ++failures;
+      aclLock();
+      uint32_t colour = 0;
+      if (callValue(counterGetApi, idx, 5, 0, &colour) != 0 || colour != 4) ++failures;
+      aclUnlock();
+      if (set(idx, kStatus, 4) != 0) ++failures;
+    }
+  };
+  std::thread a(worker, 1), b(worker, 1001);
+  a.join();
+  b.join();
+  EXPECT_EQ(failures, 0);
+  EXPECT_EQ(gcounterList.counterNum, 0u);
+}
+
+}  // namespace
