@@ -1,0 +1,95 @@
+#include "api/acl_func_map.h"
+
+#include "api/acl_index_conv.h"
+
+// A function is registered here when it is built; until then its slot keeps its id and has no
+// function. The ids are a contract with every client: they never move, gaps included.
+const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
+    {0, nullptr},   // 0: empty
+    {1, nullptr},   // aclScalarGetApi
+    {2, nullptr},   // aclScalarSetApi
+    {3, nullptr},   // aclScalarSyncApi
+    {4, nullptr},   // aclLstGetFirst
+    {5, nullptr},   // aclLstGetNext
+    {6, nullptr},   // aclLstGetApi
+    {7, nullptr},   // aclLstSetApi
+    {8, nullptr},   // aclLstSyncApi
+    {9, nullptr},   // aclRuleGetFirst
+    {10, nullptr},  // aclRuleGetNext
+    {11, nullptr},  // aclRuleGetApi
+    {12, nullptr},  // aclRuleSetApi
+    {13, nullptr},  // aclRuleSyncApi
+    {14, nullptr},  // aclIfLstGetFirst
+    {15, nullptr},  // aclIfLstGetNext
+    {16, nullptr},  // aclIfGetFirst
+    {17, nullptr},  // aclIfGetNext
+    {18, nullptr},  // aclIfGetApi
+    {19, nullptr},  // aclIfSetApi
+    {20, nullptr},  // aclIfSyncApi
+    {21, nullptr},  // aclStatsGetFirst
+    {22, nullptr},  // aclStatsGetNext
+    {23, nullptr},  // aclStatsGetApi
+    {24, nullptr},  // aclStatsSetApi
+    {25, nullptr},  // aclStatsSyncApi
+    {26, nullptr},  // aclIfStatsGetFirst
+    {27, nullptr},  // aclIfStatsGetNext
+    {28, nullptr},  // aclIfStatsGetApi
+    {29, nullptr},  // aclIfStatsSetApi
+    {30, nullptr},  // aclIfStatsSyncApi
+    {0, nullptr},   // 31: empty
+    {0, nullptr},   // 32: empty
+    {0, nullptr},   // 33: empty
+    {0, nullptr},   // 34: empty
+    {0, nullptr},   // 35: empty
+    {0, nullptr},   // 36: empty
+    {0, nullptr},   // 37: empty
+    {0, nullptr},   // 38: empty
+    {0, nullptr},   // 39: empty
+    {0, nullptr},   // 40: empty
+    {0, nullptr},   // 41: empty
+    {0, nullptr},   // 42: empty
+    {0, nullptr},   // 43: empty
+    {0, nullptr},   // 44: empty
+    {45, aclFreeIdxToIndex},
+    {46, aclIndexToFreeIdx},
+    {0, nullptr},   // 47: empty
+    {48, nullptr},  // aclSlotSetApi
+    {49, nullptr},  // aclSlotSyncApi
+    {50, nullptr},  // meterScalarGetApi
+    {51, nullptr},  // meterScalarSetApi
+    {52, nullptr},  // meterScalarSyncApi
+    {53, nullptr},  // meterGetFirst
+    {54, nullptr},  // meterGetNext
+    {55, nullptr},  // meterGetApi
+    {56, nullptr},  // meterSetApi
+    {57, nullptr},  // meterSyncApi
+    {58, nullptr},  // meterProfileGetFirst
+    {59, nullptr},  // meterProfileGetNext
+    {60, nullptr},  // meterProfileGetApi
+    {61, nullptr},  // meterProfileSetApi
+    {62, nullptr},  // meterProfileSyncApi
+    {63, nullptr},  // counterScalarGetApi
+    {64, nullptr},  // counterScalarSetApi
+    {65, nullptr},  // counterScalarSyncApi
+    {66, nullptr},  // counterGetFirst
+    {67, nullptr},  // counterGetNext
+    {68, nullptr},  // counterGetApi
+    {69, nullptr},  // counterSetApi
+    {70, nullptr},  // counterSyncApi
+    {71, nullptr},  // aclSlotResourceGetFirst
+    {72, nullptr},  // aclSlotResourceGetNext
+    {73, nullptr},  // aclSlotResourceGetApi
+    {0, nullptr},   // 74: empty
+    {75, nullptr},  // aclGemPortLstGetFirst
+    {76, nullptr},  // aclGemPortLstGetNext
+    {77, nullptr},  // aclGemPortGetFirst
+    {78, nullptr},  // aclGemPortGetNext
+    {79, nullptr},  // aclGemPortGetApi
+    {80, nullptr},  // aclGemPortSetApi
+    {81, nullptr},  // aclGemPortSyncApi
+    {82, nullptr},  // aclGemPortStatsGetFirst
+    {83, nullptr},  // aclGemPortStatsGetNext
+    {84, nullptr},  // aclGemPortStatsGetApi
+    {85, nullptr},  // aclGemPortStatsSetApi
+    {86, nullptr},  // aclGemPortStatsSyncApi
+};

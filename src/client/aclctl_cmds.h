@@ -1,0 +1,28 @@
+// The command families of aclctl. Each family adds its subcommands in a file of its own
+// (aclctl_<family>.cc); aclctl_main.cc calls every adder once.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "client/aclctl.h"
+
+namespace CLI {
+class App;
+}
+
+// Exit statuses: 0 the daemon answered (a result code is data), 1 the daemon could not be reached
+// or answered with a protocol status, 2 a usage error.
+constexpr int kAclctlExitOk = 0;
+constexpr int kAclctlExitFailed = 1;
+constexpr int kAclctlExitUsage = 2;
+
+// Thrown by a subcommand to end aclctl with a message on stderr and an exit status.
+struct AclctlExit : std::runtime_error {
+  AclctlExit(int status, const std::string& message)
+      : std::runtime_error(message), status(status) {}
+  int status;
+};
+
+// "call": the raw call of any table function.
+void aclctlAddCallCommand(CLI::App& app, AclctlGlobals& globals);

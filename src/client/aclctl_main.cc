@@ -1,0 +1,32 @@
+// aclctl: the command-line client of the acl daemon.
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "client/aclctl.h"
+#include "client/aclctl_cmds.h"
+
+int main(int argc, char** argv) {
+  CLI::App app("Client of the acl daemon: raw command-table calls and device control");
+  app.require_subcommand(1);
+  AclctlGlobals globals;
+  auto* runDir = app.add_option("--run-dir", globals.runDir,
+                                "directory of the daemon's sockets (default /tmp)");
+  app.add_option("--socket", globals.socket, "command socket path")->excludes(runDir);
+  app.add_flag("--json", globals.json, "JSON output for the friendly commands");
+
+  aclctlAddCallCommand(app, globals);
+  aclctlAddDevCommands(app, globals);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const AclctlExit& e) {
+    std::cerr << "aclctl: " << e.what() << std::endl;
+    return e.status;
+  } catch (const CLI::ParseError& e) {
+    const int code = app.exit(e);
+    // Help is not an error; every other parse failure is a usage error.
+    return code == 0 ? kAclctlExitOk : kAclctlExitUsage;
+  }
+  return kAclctlExitOk;
+}

@@ -1,0 +1,104 @@
+#include "wire/schema.h"
+
+#include <algorithm>
+#include <array>
+
+namespace wire {
+
+namespace {
+
+constexpr BufRule kDefaultBuf = {kAnyBuf, 0, kMaxRecordLen};
+
+// One row per command whose payload is fixed more exactly than its function's default.
+constexpr std::array kRows = {
+    // Statistics reads answer through a descriptor and read its data address without a check,
+    // so nothing but a descriptor may reach them.
+    CmdSchema{23, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
+    CmdSchema{28, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
+    CmdSchema{84, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
+    // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
+    CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
+};
+
+bool keyFits(const FuncInfo& f, const Request& req, bool walk) {
+  switch (f.keyKind) {
+    case KeyKind::None:
+      return req.keyShape == KeyShape::None || req.keyShape == KeyShape::Value;
+    case KeyKind::Value:
+      // GetFirst fills a key area even for value-keyed tables.
+      if (walk) return req.keyShape == KeyShape::Bytes && req.key.size() == f.keyWidth;
+      return req.keyShape == KeyShape::Value;
+    case KeyKind::Bytes:
+      return req.keyShape == KeyShape::Bytes && req.key.size() == f.keyWidth;
+  }
+  return false;
+}
+
+bool bufFits(const BufRule& rule, const Request& req) {
+  if ((rule.shapes & bufMask(req.bufShape)) == 0) return false;
+  const auto len = static_cast<uint32_t>(req.data.size());
+  switch (req.bufShape) {
+    case BufShape::None:
+    case BufShape::Value:
+      return true;
+    case BufShape::Desc:
+      return req.descCapacity >= rule.minLen && req.descCapacity <= rule.maxLen;
+    case BufShape::Ptr:
+      return len == 0 || (len >= rule.minLen && len <= rule.maxLen);
+    case BufShape::Raw:
+      return len > 0 && len >= rule.minLen && len <= rule.maxLen;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::span<const CmdSchema> cmdSchemas() {
+  return kRows;
+}
+
+BufRule bufRuleFor(uint32_t funcId, uint32_t cmd) {
+  const auto it = std::find_if(kRows.begin(), kRows.end(), [&](const CmdSchema& r) {
+    return r.funcId == funcId && r.cmd == cmd;
+  });
+  return it != kRows.end() ? it->buf : kDefaultBuf;
+}
+
+Status checkRequest(const Request& req) {
+  if (req.funcId >= kFuncCount) return Status::UnknownFunction;
+  const FuncInfo& f = funcInfo(req.funcId);
+  switch (f.shape) {
+    case FuncShape::Empty:
+      // Answered -1 without a call, whatever it carries.
+      return Status::Ok;
+    case FuncShape::Get:
+    case FuncShape::Set:
+    case FuncShape::Sync:
+      if (!keyFits(f, req, false) || !bufFits(bufRuleFor(req.funcId, req.cmd), req)) {
+        return Status::Schema;
+      }
+      return Status::Ok;
+    case FuncShape::GetFirst:
+      if (req.cmd != 0 || !keyFits(f, req, true) || req.bufShape != BufShape::None) {
+        return Status::Schema;
+      }
+      return Status::Ok;
+    case FuncShape::GetNext:
+      if (req.cmd != 0 || !keyFits(f, req, false) || req.bufShape != BufShape::None) {
+        return Status::Schema;
+      }
+      return Status::Ok;
+    case FuncShape::IndexConv:
+      if (req.cmd != 0 || req.keyShape != KeyShape::Value || req.bufShape != BufShape::Value) {
+        return Status::Schema;
+      }
+      return Status::Ok;
+  }
+  return Status::Schema;
+}
+
+uint32_t recordAllocLen(uint32_t funcId, uint32_t cmd, uint32_t dataLen) {
+  return std::max(dataLen, bufRuleFor(funcId, cmd).maxLen);
+}
+
+}  // namespace wire

@@ -1,0 +1,117 @@
+// The index conversion pair (function ids 45 and 46), the list lookup under it, and the command
+// table that registers them.
+#include <gtest/gtest.h>
+
+#include "api/acl_func_map.h"
+#include "api/acl_index_conv.h"
+#include "api/acl_ret.h"
+#include "main/acl_group.h"
+#include "platform/sil.h"
+#include "store/acl_list.h"
+#include "support/run_dir.h"
+#include "wire/be.h"
+#include "wire/func_table.h"
+
+namespace {
+
+class IndexConv : public ::testing::Test {
+ protected:
+  void SetUp() override { aclResetForTest(); }
+  void TearDown() override { aclResetForTest(); }
+
+  // A list as the store links it, without the rest of list creation.
+  AclListEntry* addList(uint32_t lstIdx, uint32_t freeIdx) {
+    auto* l = static_cast<AclListEntry*>(silMemPoolAlloc(gaclGrp.listPool, nullptr));
+    EXPECT_NE(l, nullptr);
+    if (l == nullptr) return nullptr;
+    l->lstIdx = lstIdx;
+    l->freeIdx = freeIdx;
+    EXPECT_EQ(avl_add(&gaclGrp.listTree, l), 0);
+    return l;
+  }
+  static uint32_t call(int32_t (*f)(uintptr_t, uintptr_t, uintptr_t), uint32_t idx, int32_t* ret) {
+    uint8_t word[4] = {0xEE, 0xEE, 0xEE, 0xEE};
+    *ret = f(idx, reinterpret_cast<uintptr_t>(word), 0);
+    return be::load32(word);
+  }
+
+  test::TempRunDir runDir;
+};
+
+TEST_F(IndexConv, FreeIdxToIndexEchoesWhetherOrNotTheListExists) {
+  int32_t ret = 0;
+  EXPECT_EQ(call(aclFreeIdxToIndex, 7, &ret), 7u);
+  EXPECT_EQ(ret, ACL_RET_OK);
+  ASSERT_EQ(aclOptInit(), 0);
+  EXPECT_EQ(call(aclFreeIdxToIndex, 7, &ret), 7u);
+  EXPECT_EQ(call(aclFreeIdxToIndex, 0xFFFFFFFF, &ret), 0xFFFFFFFFu);
+  EXPECT_EQ(ret, ACL_RET_OK);
+  EXPECT_EQ(aclFreeIdxToIndex(7, 0, 0), CMN_ERR_BAD_PARAM);
+}
+
+TEST_F(IndexConv, IndexToFreeIdxReportsTheListsFreeIdx) {
+  int32_t ret = 0;
+  // Before start-up there are no lists, and nothing to crash on.
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 0xEEEEEEEEu);
+  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
+
+  ASSERT_EQ(aclOptInit(), 0);
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 0xEEEEEEEEu)
+      << "no answer written for a missing list";
+  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
+
+  addList(7, 7);
+  addList(2001, 2001);
+  // The field is what is reported, not the index the caller gave.
+  addList(3001, 12);
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 7u);
+  EXPECT_EQ(ret, ACL_RET_OK);
+  EXPECT_EQ(call(aclIndexToFreeIdx, 3001, &ret), 12u);
+  EXPECT_EQ(call(aclIndexToFreeIdx, 2000, &ret), 0xEEEEEEEEu);
+  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
+  EXPECT_EQ(aclIndexToFreeIdx(7, 0, 0), CMN_ERR_BAD_PARAM);
+}
+
+TEST_F(IndexConv, ListTreeOrdersByNumberAndFindsExactly) {
+  ASSERT_EQ(aclOptInit(), 0);
+  for (uint32_t idx : {3001u, 1u, 6000u, 1001u, 2001u}) addList(idx, idx);
+  std::vector<uint32_t> order;
+  for (auto* l = static_cast<AclListEntry*>(avl_first(&gaclGrp.listTree)); l != nullptr;
+       l = static_cast<AclListEntry*>(avl_next(&gaclGrp.listTree, l))) {
+    order.push_back(l->lstIdx);
+  }
+  EXPECT_EQ(order, (std::vector<uint32_t>{1, 1001, 2001, 3001, 6000}));
+  ASSERT_NE(aclListEntryGet(2001), nullptr);
+  EXPECT_EQ(aclListEntryGet(2001)->lstIdx, 2001u);
+  EXPECT_EQ(aclListEntryGet(2002), nullptr);
+  EXPECT_EQ(aclListEntryGet(0), nullptr);
+}
+
+TEST(AclListType, NumberRangesGiveTheirTypes) {
+  struct Case {
+    uint32_t lstIdx, type;
+  };
+  for (const Case& c :
+       {Case{0, 0}, Case{1, 1}, Case{1000, 1}, Case{1001, 2}, Case{2000, 2}, Case{2001, 4},
+        Case{3000, 4}, Case{3001, 3}, Case{4000, 3}, Case{4001, 5}, Case{5000, 5}, Case{5001, 8},
+        Case{6000, 8}, Case{6001, 0}, Case{0xFFFFFFFF, 0}}) {
+    EXPECT_EQ(aclListTypeGetByIndex(c.lstIdx), c.type) << c.lstIdx;
+  }
+}
+
+TEST(AclFuncMap, EverySlotCarriesItsIdAndMatchesTheClientsTable) {
+  for (uint32_t n = 0; n < ACL_FUNC_MAP_ENTRIES; ++n) {
+    const auto& e = gAclFuncMap[n];
+    const auto& info = wire::funcInfo(n);
+    if (info.shape == wire::FuncShape::Empty) {
+      EXPECT_EQ(e.funcId, 0u) << "empty slot " << n;
+      EXPECT_EQ(e.func, nullptr) << "empty slot " << n;
+    } else {
+      EXPECT_EQ(e.funcId, n) << info.name;
+    }
+  }
+  EXPECT_EQ(gAclFuncMap[45].func, &aclFreeIdxToIndex);
+  EXPECT_EQ(gAclFuncMap[46].func, &aclIndexToFreeIdx);
+}
+
+}  // namespace

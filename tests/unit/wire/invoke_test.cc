@@ -1,0 +1,196 @@
+// The call the server makes from a request: what each shape hands the function, and that only
+// memory the call owns comes back, however the function treats its arguments.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "wire/be.h"
+#include "wire/buf_desc.h"
+#include "wire/invoke.h"
+#include "wire/schema.h"
+
+namespace {
+
+using wire::BufShape;
+using wire::KeyShape;
+
+struct Seen {
+  int calls = 0;
+  uintptr_t a1 = 0, a2 = 0, a3 = 0;
+};
+Seen gSeen;
+
+int32_t record(uintptr_t a1, uintptr_t a2, uintptr_t a3) {
+  ++gSeen.calls;
+  gSeen.a1 = a1;
+  gSeen.a2 = a2;
+  gSeen.a3 = a3;
+  return 0;
+}
+
+class WireInvoke : public ::testing::Test {
+ protected:
+  void SetUp() override { gSeen = {}; }
+};
+
+TEST_F(WireInvoke, ValueWordGoesInBigEndianAndComesBack) {
+  wire::Request r;
+  r.funcId = 7;
+  r.cmd = 9;
+  r.keyShape = KeyShape::Value;
+  r.keyValue = 2001;
+  r.bufShape = BufShape::Value;
+  r.bufValue = 0x01020304;
+  const auto resp = wire::invoke(r, [](uintptr_t key, uintptr_t cmd, uintptr_t buf) -> int32_t {
+    auto* p = reinterpret_cast<uint8_t*>(buf);
+    if (key != 2001 || cmd != 9 || p[0] != 1 || p[3] != 4) return 99;
+    be::store32(p, 0xCAFEF00D);
+    return -5;
+  });
+  EXPECT_EQ(resp.result, -5);
+  EXPECT_EQ(resp.bufShape, BufShape::Value);
+  EXPECT_EQ(resp.bufValue, 0xCAFEF00Du);
+  EXPECT_EQ(resp.keyShape, KeyShape::None);  // a key by value is not written back
+}
+
+TEST_F(WireInvoke, DescriptorCarriesInputAndOnlyTheOwnedAreaComesBack) {
+  wire::Request r;
+  r.funcId = 6;
+  r.cmd = 1;
+  r.keyShape = KeyShape::Value;
+  r.bufShape = BufShape::Desc;
+  r.descCapacity = 8;
+  r.data = {'a', 'b'};
+  auto clampTo3 = [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
+    auto* d = reinterpret_cast<wire::BufDesc*>(buf);
+    auto* p = static_cast<uint8_t*>(d->data);
+    if (d->len != 8 || p[0] != 'a' || p[1] != 'b' || p[2] != 0 || p[7] != 0) return 99;
+    std::memcpy(p, "xyz", 3);
+    d->len = 3;
+    return 0;
+  };
+  auto resp = wire::invoke(r, clampTo3);
+  EXPECT_EQ(resp.result, 0);
+  EXPECT_EQ(resp.descLen, 3u);
+  EXPECT_EQ(resp.data, (std::vector<uint8_t>{'x', 'y', 'z'}));
+
+  // A function that claims more than the area: the claim is reported, the bytes stop at the area.
+  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
+    reinterpret_cast<wire::BufDesc*>(buf)->len = 100000;
+    return 0;
+  });
+  EXPECT_EQ(resp.descLen, 100000u);
+  EXPECT_EQ(resp.data.size(), 8u);
+
+  // Capacity 0: a descriptor with a null data address.
+  r.descCapacity = 0;
+  r.data.clear();
+  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
+    const auto* d = reinterpret_cast<const wire::BufDesc*>(buf);
+    return d->data == nullptr && d->len == 0 ? 22 : 99;
+  });
+  EXPECT_EQ(resp.result, 22);
+}
+
+TEST_F(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
+  wire::Request r;
+  r.funcId = 12;
+  r.cmd = 30;
+  r.keyShape = KeyShape::Bytes;
+  r.key.assign(12, 0);
+  r.key[3] = 7;
+  r.bufShape = BufShape::Ptr;
+  r.data = {5, 6};
+  auto resp = wire::invoke(r, [](uintptr_t key, uintptr_t, uintptr_t buf) -> int32_t {
+    auto* rec = *reinterpret_cast<uint8_t**>(buf);
+    // Reads past the two bytes sent stay inside the padded record and see zeros.
+    if (rec[0] != 5 || rec[1] != 6 || rec[wire::kMaxRecordLen - 1] != 0) return 99;
+    rec[0] = 50;
+    reinterpret_cast<uint8_t*>(key)[11] = 1;  // a key written back
+    return 0;
+  });
+  EXPECT_EQ(resp.result, 0);
+  EXPECT_EQ(resp.data, (std::vector<uint8_t>{50, 6}));
+  ASSERT_EQ(resp.key.size(), 12u);
+  EXPECT_EQ(resp.key[3], 7);
+  EXPECT_EQ(resp.key[11], 1);
+
+  // A pointer without a record is a word holding a null address.
+  r.data.clear();
+  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
+    return *reinterpret_cast<void**>(buf) == nullptr ? 0x03E8001A : 99;
+  });
+  EXPECT_EQ(resp.result, 0x03E8001A);
+
+  // A raw record is handed over directly.
+  r.bufShape = BufShape::Raw;
+  r.data = {1, 2, 3};
+  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
+    return reinterpret_cast<uint8_t*>(buf)[2] == 3 ? 0 : 99;
+  });
+  EXPECT_EQ(resp.result, 0);
+  EXPECT_EQ(resp.data.size(), 3u);
+}
+
+TEST_F(WireInvoke, NullBufferIsANullPointer) {
+  wire::Request r;
+  r.funcId = 7;
+  r.cmd = 9;
+  r.keyShape = KeyShape::Value;
+  r.keyValue = 1;
+  wire::invoke(r, record);
+  ASSERT_EQ(gSeen.calls, 1);
+  EXPECT_EQ(gSeen.a3, 0u);
+}
+
+TEST_F(WireInvoke, WalksGetAKeyAreaAndIndexConversionAValueWord) {
+  wire::Request first;
+  first.funcId = 4;  // aclLstGetFirst
+  first.keyShape = KeyShape::Bytes;
+  first.key.assign(4, 0);
+  auto resp = wire::invoke(first, [](uintptr_t area, uintptr_t a2, uintptr_t a3) -> int32_t {
+    be::store32(reinterpret_cast<void*>(area), 1001);
+    return a2 == 0 && a3 == 0 ? 0 : 99;
+  });
+  EXPECT_EQ(resp.result, 0);
+  EXPECT_EQ(resp.key, (std::vector<uint8_t>{0, 0, 0x03, 0xE9}));
+
+  wire::Request next;
+  next.funcId = 22;  // aclStatsGetNext: current and next are both 28-byte areas
+  next.keyShape = KeyShape::Bytes;
+  next.key.assign(28, 0xAA);
+  resp = wire::invoke(next, [](uintptr_t cur, uintptr_t nxt, uintptr_t) -> int32_t {
+    const auto* c = reinterpret_cast<const uint8_t*>(cur);
+    auto* n = reinterpret_cast<uint8_t*>(nxt);
+    if (c[27] != 0xAA || n[0] != 0 || n[27] != 0) return 99;
+    n[27] = 0x5A;
+    return 0;
+  });
+  EXPECT_EQ(resp.result, 0);
+  ASSERT_EQ(resp.key.size(), 28u);
+  EXPECT_EQ(resp.key[27], 0x5A);
+
+  wire::Request conv;
+  conv.funcId = 45;
+  conv.keyShape = KeyShape::Value;
+  conv.keyValue = 7;
+  conv.bufShape = BufShape::Value;
+  resp = wire::invoke(conv, [](uintptr_t idx, uintptr_t word, uintptr_t a3) -> int32_t {
+    be::store32(reinterpret_cast<void*>(word), static_cast<uint32_t>(idx) * 2);
+    return a3 == 0 ? 0 : 99;
+  });
+  EXPECT_EQ(resp.result, 0);
+  EXPECT_EQ(resp.bufValue, 14u);
+}
+
+TEST_F(WireInvoke, MissingFunctionsAnswerMinusOneWithoutACall) {
+  wire::Request r;
+  r.funcId = 7;
+  r.keyShape = KeyShape::Value;
+  EXPECT_EQ(wire::invoke(r, nullptr).result, -1);
+  r.funcId = 47;  // an empty slot, even with something to call
+  EXPECT_EQ(wire::invoke(r, record).result, -1);
+  EXPECT_EQ(gSeen.calls, 0);
+}
+
+}  // namespace
