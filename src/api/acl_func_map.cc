@@ -1,6 +1,8 @@
 #include "api/acl_func_map.h"
 
 #include "api/acl_index_conv.h"
+#include "counter/counter.h"
+#include "meter/meter.h"
 
 // A function is registered here when it is built; until then its slot keeps its id and has no
 // function. The ids are a contract with every client: they never move, gaps included.
@@ -55,27 +57,27 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {0, nullptr},   // 47: empty
     {48, nullptr},  // aclSlotSetApi
     {49, nullptr},  // aclSlotSyncApi
-    {50, nullptr},  // meterScalarGetApi
-    {51, nullptr},  // meterScalarSetApi
-    {52, nullptr},  // meterScalarSyncApi
-    {53, nullptr},  // meterGetFirst
-    {54, nullptr},  // meterGetNext
-    {55, nullptr},  // meterGetApi
-    {56, nullptr},  // meterSetApi
-    {57, nullptr},  // meterSyncApi
-    {58, nullptr},  // meterProfileGetFirst
-    {59, nullptr},  // meterProfileGetNext
-    {60, nullptr},  // meterProfileGetApi
-    {61, nullptr},  // meterProfileSetApi
-    {62, nullptr},  // meterProfileSyncApi
-    {63, nullptr},  // counterScalarGetApi
-    {64, nullptr},  // counterScalarSetApi
-    {65, nullptr},  // counterScalarSyncApi
-    {66, nullptr},  // counterGetFirst
-    {67, nullptr},  // counterGetNext
-    {68, nullptr},  // counterGetApi
-    {69, nullptr},  // counterSetApi
-    {70, nullptr},  // counterSyncApi
+    {50, meterScalarGetApi},
+    {51, meterScalarSetApi},
+    {52, meterScalarSyncApi},
+    {53, meterGetFirst},
+    {54, meterGetNext},
+    {55, meterGetApi},
+    {56, meterSetApi},
+    {57, meterSyncApi},
+    {58, meterProfileGetFirst},
+    {59, meterProfileGetNext},
+    {60, meterProfileGetApi},
+    {61, meterProfileSetApi},
+    {62, meterProfileSyncApi},
+    {63, counterScalarGetApi},
+    {64, counterScalarSetApi},
+    {65, counterScalarSyncApi},
+    {66, counterGetFirst},
+    {67, counterGetNext},
+    {68, counterGetApi},
+    {69, counterSetApi},
+    {70, counterSyncApi},
     {71, nullptr},  // aclSlotResourceGetFirst
     {72, nullptr},  // aclSlotResourceGetNext
     {73, nullptr},  // aclSlotResourceGetApi

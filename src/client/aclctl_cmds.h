@@ -26,3 +26,6 @@ struct AclctlExit : std::runtime_error {
 
 // "call": the raw call of any table function.
 void aclctlAddCallCommand(CLI::App& app, AclctlGlobals& globals);
+// "meter", "meter profile" and "counter": create, set, valid, delete, show.
+void aclctlAddMeterCommands(CLI::App& app, AclctlGlobals& globals);
+void aclctlAddCounterCommands(CLI::App& app, AclctlGlobals& globals);

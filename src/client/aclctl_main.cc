@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
   app.add_flag("--json", globals.json, "JSON output for the friendly commands");
 
   aclctlAddCallCommand(app, globals);
+  aclctlAddMeterCommands(app, globals);
+  aclctlAddCounterCommands(app, globals);
   aclctlAddDevCommands(app, globals);
 
   try {

@@ -9,6 +9,8 @@ namespace {
 
 constexpr BufRule kDefaultBuf = {kAnyBuf, 0, kMaxRecordLen};
 
+constexpr BufRule kDescOrNull = {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen};
+
 // One row per command whose payload is fixed more exactly than its function's default.
 constexpr std::array kRows = {
     // Statistics reads answer through a descriptor and read its data address without a check,
@@ -18,6 +20,19 @@ constexpr std::array kRows = {
     CmdSchema{84, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
     CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
+    // Meters and counters: the version strings, capability records, names and the whole profile
+    // record travel in descriptors; a null buffer has its own answer.
+    CmdSchema{50, 17, kDescOrNull},  // meter version
+    CmdSchema{50, 25, kDescOrNull},  // meter capability record
+    CmdSchema{60, 1, kDescOrNull},   // profile name
+    CmdSchema{60, 10, kDescOrNull},  // whole profile record
+    CmdSchema{61, 1, kDescOrNull},
+    CmdSchema{62, 1, kDescOrNull},
+    CmdSchema{63, 2, kDescOrNull},  // counter version
+    CmdSchema{63, 4, kDescOrNull},  // counter capability record
+    CmdSchema{68, 1, kDescOrNull},  // counter name
+    CmdSchema{69, 1, kDescOrNull},
+    CmdSchema{70, 1, kDescOrNull},
 };
 
 bool keyFits(const FuncInfo& f, const Request& req, bool walk) {
