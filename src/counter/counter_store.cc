@@ -13,22 +13,18 @@ CounterList gcounterList;
 uint32_t gCounterDbg;
 
 void counterLogAlways(const char* format, ...) {
-  char text[512];
   va_list ap;
   va_start(ap, format);
-  std::vsnprintf(text, sizeof text, format, ap);
+  loggingDebugOutputV(COUNTER_LOG_TAG, 7, 0, format, ap);
   va_end(ap);
-  loggingDebugOutput(COUNTER_LOG_TAG, 7, 0, "%s", text);
 }
 
 void counterLog(const char* format, ...) {
   if (gCounterDbg == 0) return;
-  char text[512];
   va_list ap;
   va_start(ap, format);
-  std::vsnprintf(text, sizeof text, format, ap);
+  loggingDebugOutputV(COUNTER_LOG_TAG, 7, 0, format, ap);
   va_end(ap);
-  loggingDebugOutput(COUNTER_LOG_TAG, 7, 0, "%s", text);
 }
 
 namespace {

@@ -9,13 +9,11 @@
 namespace {
 
 void vout(uint32_t cls, uint32_t style, const char* format, va_list ap) {
-  char text[1024];
-  std::vsnprintf(text, sizeof text, format, ap);
   // Continuation lines of a dump carry the bare module tag and no priority.
   const bool more = style == ACL_LOG_STYLE_MORE;
   const uint32_t tag = more ? ACL_LOG_TAG_BASE : ACL_LOG_TAG_BASE + cls;
   const uint32_t pri = more ? 0 : (cls < gAclDebugPri.size() ? gAclDebugPri[cls] : 5);
-  loggingDebugOutput(tag, pri, style, "%s", text);
+  loggingDebugOutputV(tag, pri, style, format, ap);
 }
 
 }  // namespace

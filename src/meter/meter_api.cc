@@ -12,12 +12,10 @@
 
 void meterLog(const char* format, ...) {
   if (gMeterDebug == 0) return;
-  char text[512];
   va_list ap;
   va_start(ap, format);
-  std::vsnprintf(text, sizeof text, format, ap);
+  loggingDebugOutputV(METER_LOG_TAG, 7, 0, format, ap);
   va_end(ap);
-  loggingDebugOutput(METER_LOG_TAG, 7, 0, "%s", text);
 }
 
 namespace {

@@ -69,6 +69,11 @@ void loggingDebugOutput(uint32_t tag, uint32_t priority, uint32_t style, const c
   va_end(ap);
 }
 
+void loggingDebugOutputV(uint32_t tag, uint32_t priority, uint32_t style, const char* format,
+                         va_list ap) {
+  emit(tag, priority, style, false, format, ap);
+}
+
 void loggingLogOutput(uint32_t tag, uint32_t priority, uint32_t style, const char* format, ...) {
   va_list ap;
   va_start(ap, format);

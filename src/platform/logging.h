@@ -3,6 +3,7 @@
 // always, into an in-memory ring of recent lines.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +12,10 @@ void loggingDebugOutput(uint32_t tag, uint32_t priority, uint32_t style, const c
     __attribute__((format(printf, 4, 5)));
 void loggingLogOutput(uint32_t tag, uint32_t priority, uint32_t style, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
+
+// The va_list form, for modules that wrap the debug output in helpers of their own.
+void loggingDebugOutputV(uint32_t tag, uint32_t priority, uint32_t style, const char* format,
+                         va_list ap);
 
 namespace plat {
 
