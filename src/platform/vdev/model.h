@@ -1,0 +1,197 @@
+// The virtual device's model: what the switch is (systems, slots, cards, interfaces, neighbours,
+// time ranges, mirror groups, scalars) and what it has been told (hardware tables, relays,
+// announcements, anomalies). One instance per process, behind one mutex.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace vdev {
+
+struct Card {
+  uint32_t type = 0;
+  std::string name;
+  // Answers of the property tests (zorHwilCardGet with no output): property -> result.
+  std::map<uint32_t, int32_t> properties;
+  // Answers of the option query, by option key (decimal text, as the card reports it).
+  std::map<std::string, std::string> options;
+};
+
+struct SlotResource {
+  uint8_t chip = 0, tcam = 0, resource = 0, stage = 0;
+  uint32_t total = 0, used = 0, reserve = 0, free = 0;
+};
+
+struct Slot {
+  uint32_t system = 0, slot = 0;
+  std::optional<Card> card;
+  std::map<uint32_t, int32_t> properties;  // zorHwilSlotGet property tests
+  std::vector<SlotResource> resources;     // answer of the resource query
+};
+
+struct Interface {
+  uint32_t index = 0;
+  std::string name;
+  std::array<uint32_t, 8> location{};  // words of zorIndexTrans type 5
+  uint32_t flags13 = 0, flags10 = 0;
+  // Set through zorIfSetApi: the modules registered on the interface, and those ignoring it.
+  std::vector<uint32_t> protocols;
+  std::vector<uint32_t> ignoring;
+  // Aggregations only: members in the order the manager reports them, and the programming mode
+  // per hardware command (bit 1 on the aggregation, bit 0 on each member).
+  std::vector<uint32_t> members;
+  std::map<uint32_t, uint8_t> modes;
+  uint8_t defaultMode = 2;
+  uint32_t kind() const { return location[5]; }
+};
+
+struct Neighbour {
+  uint32_t vrf = 0;
+  uint8_t family = 1;  // 1 IPv4, 2 IPv6
+  std::array<uint8_t, 16> addr{};
+  bool operator==(const Neighbour&) const = default;
+};
+
+struct DetectEntry {
+  uint32_t vrf = 0;
+  uint8_t family = 1;
+  std::array<uint8_t, 16> addr{};
+};
+
+struct TimeRange {
+  uint32_t id = 0;
+  std::string name;
+  bool active = false;
+  int32_t refCount = 0;
+};
+
+struct MirrorGroup {
+  uint32_t id = 0;
+  std::map<uint32_t, int32_t> refCounts;  // per module
+};
+
+// Packet and byte counters behind the statistics reads; interface 0 = rule statistics.
+struct CounterKey {
+  uint32_t list = 0, rule = 0, ifIndex = 0, dir = 0;
+  auto operator<=>(const CounterKey&) const = default;
+};
+struct Counters {
+  std::array<uint64_t, 8> v{};  // p1, p2, b1, b2, p3, p4, b3, b4: the request's order
+};
+
+// A hardware table: global (0), one unit (1) or one GEM key (2).
+struct ScopeKey {
+  uint32_t scope = 0;
+  uint32_t unit = 0, onu = 0, gem = 0;
+  auto operator<=>(const ScopeKey&) const = default;
+};
+
+struct HwEntry {
+  uint32_t list = 0, rule = 0, dir = 0, priority = 0;
+  bool tlv = false;
+  uint32_t cmd = 0;
+  std::vector<uint8_t> data;     // the rule record or the TLV message, as handed over
+  std::vector<uint8_t> options;  // the 64-byte options record (its target)
+  uint64_t seq = 0;              // the call that installed it
+  uint32_t installs = 1;
+};
+
+struct HwTable {
+  // By list, rule and direction: one rule is in a table at most once.
+  std::map<std::tuple<uint32_t, uint32_t, uint32_t>, HwEntry> entries;
+};
+
+struct Relay {
+  uint64_t seq = 0;
+  uintptr_t key = 0;
+  std::vector<uint8_t> keyBytes;  // when the key travelled by address
+  uint32_t cmd = 0;
+  std::vector<uint8_t> options;
+  std::vector<uint8_t> data;
+  int32_t result = 0;
+};
+
+struct Announcement {
+  uint64_t seq = 0;
+  uint32_t group = 0;
+  std::vector<uint8_t> bytes;
+};
+
+struct Anomaly {
+  uint64_t seq = 0;
+  std::string call;
+  std::string what;
+  uint32_t cmd = 0;
+  ScopeKey scope;
+  uint32_t list = 0, rule = 0, dir = 0;
+};
+
+// Commands the device accepted without a table of their own: slot commands, scalar sets, card-up
+// completions, hardware scalar sets.
+struct CommandLogEntry {
+  uint64_t seq = 0;
+  std::string call;
+  uint32_t cmd = 0;
+  std::vector<uint32_t> key;
+  std::vector<uint8_t> data;
+};
+
+struct Model {
+  uint32_t selfSys = 1, selfSlot = 1;
+  std::vector<uint32_t> systems;
+  std::map<std::pair<uint32_t, uint32_t>, Slot> slots;
+  std::map<uint32_t, Interface> interfaces;
+  std::vector<Neighbour> neighbours;
+  std::vector<DetectEntry> detectList;
+  std::map<uint32_t, TimeRange> timeRanges;
+  std::map<uint32_t, MirrorGroup> mirrors;
+  std::map<uint32_t, uint32_t> scalars;  // hardware scalars by id
+  int32_t actionSupportResult = 0;       // answer of the support query 554
+  std::map<CounterKey, Counters> counters;
+};
+
+struct Journal {
+  std::map<ScopeKey, HwTable> hw;
+  std::vector<Relay> relays;
+  std::vector<Announcement> announcements;
+  std::vector<Anomaly> anomalies;
+  std::vector<CommandLogEntry> commands;
+  uint64_t seq = 0;
+};
+
+// Logs keep at most this many entries each; the oldest go first.
+constexpr size_t kJournalCapacity = 65536;
+
+struct Device {
+  std::mutex mutex;
+  Model model;
+  Journal journal;
+};
+
+// The process's device. Every platform call and control request takes device().mutex.
+Device& device();
+
+// The built-in model: one system, the daemon's own slot, line cards, Ethernet ports, an
+// aggregation and a PON interface.
+Model builtinModel();
+
+// Appends to a bounded log.
+template <typename T>
+void journalPush(std::vector<T>& log, T entry) {
+  if (log.size() >= kJournalCapacity) log.erase(log.begin(), log.begin() + log.size() / 4);
+  log.push_back(std::move(entry));
+}
+
+// Ids of the card and slot property tests the ACL module makes at card and slot up.
+constexpr uint32_t CARD_PROP_NOT_READY = 0x02EE002A;
+constexpr uint32_t CARD_PROP_READY = 0x02EE002B;
+constexpr uint32_t SLOT_PROP_NOT_READY = 0x01F4002B;
+constexpr uint32_t SLOT_PROP_READY = 0x01F40032;
+
+}  // namespace vdev

@@ -1,0 +1,168 @@
+// The virtual device's control socket end to end: a running acl, driven with aclctl dev.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "support/acl_process.h"
+
+namespace {
+
+using nlohmann::json;
+
+std::string sourceRoot() {
+  return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().string();
+}
+
+// Runs aclctl and parses its JSON output; status is aclctl's exit status.
+json dev(const AclProcess& p, std::vector<std::string> args, int* status = nullptr) {
+  args.insert(args.begin(), "dev");
+  std::string out;
+  const int rc = p.aclctl(args, &out);
+  if (status) *status = rc;
+  try {
+    return json::parse(out);
+  } catch (const json::parse_error&) {
+    ADD_FAILURE() << "not JSON from aclctl (status " << rc << "): " << out;
+    return json::object();
+  }
+}
+
+TEST(E2eDev, InspectionCommandsAnswerInJson) {
+  auto p = AclProcess::start();
+  ASSERT_TRUE(p);
+  int rc = -1;
+  const json show = dev(*p, {"show"}, &rc);
+  EXPECT_EQ(rc, 0);
+  ASSERT_TRUE(show.value("ok", false)) << show.dump();
+  EXPECT_EQ(show["model"]["self"]["system"], 1);
+  EXPECT_GE(show["model"]["interfaces"].size(), 20u);
+  // The daemon's start-up set hardware scalar 499 to its module number.
+  EXPECT_EQ(show["model"]["scalars"]["499"], 165) << show["model"]["scalars"].dump();
+
+  const json hw = dev(*p, {"hw"}, &rc);
+  EXPECT_EQ(rc, 0);
+  EXPECT_TRUE(hw["tables"].is_array());
+  const json unit = dev(*p, {"hw", "--scope", "unit", "--unit", "201"}, &rc);
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(unit["table"]["unit"], 201);
+  for (const char* what : {"relays", "announcements", "anomalies", "commands", "log"}) {
+    const json j = dev(*p, {what}, &rc);
+    EXPECT_EQ(rc, 0) << what;
+    EXPECT_TRUE(j.value("ok", false)) << what << ": " << j.dump();
+  }
+}
+
+TEST(E2eDev, FaultsAreArmedListedAndCleared) {
+  auto p = AclProcess::start();
+  ASSERT_TRUE(p);
+  int rc = -1;
+  const json add = dev(*p,
+                       {"fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit", "--unit",
+                        "201", "--result", "5", "--count", "always"},
+                       &rc);
+  ASSERT_EQ(rc, 0) << add.dump();
+  const json list = dev(*p, {"fault", "list"}, &rc);
+  ASSERT_EQ(list["faults"].size(), 1u);
+  EXPECT_EQ(list["faults"][0]["id"], add["id"]);
+  EXPECT_EQ(list["faults"][0]["unit"], 201);
+  EXPECT_EQ(list["faults"][0]["count"], -1);
+  EXPECT_EQ(list["faults"][0]["scope"], 1);
+  // Negative results and numeric scopes are taken as given.
+  const json neg =
+      dev(*p, {"fault", "add", "--cmd", "0x3E80191", "--scope", "2", "--result", "-1"}, &rc);
+  ASSERT_EQ(rc, 0) << neg.dump();
+  const json two = dev(*p, {"fault", "list"});
+  ASSERT_EQ(two["faults"].size(), 2u);
+  EXPECT_EQ(two["faults"][1]["result"], -1);
+  EXPECT_EQ(two["faults"][1]["cmd"], 0x3E80191);
+  EXPECT_EQ(two["faults"][1]["scope"], 2);
+  dev(*p, {"fault", "clear"}, &rc);
+  EXPECT_EQ(rc, 0);
+  const json again = dev(*p,
+                         {"fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit", "--unit",
+                          "201", "--result", "5", "--count", "always"},
+                         &rc);
+  ASSERT_EQ(rc, 0);
+  dev(*p, {"fault", "remove", "--id", again["id"].dump()}, &rc);
+  EXPECT_EQ(rc, 0);
+  EXPECT_TRUE(dev(*p, {"fault"})["faults"].empty());  // alone, it lists
+  // A fault the device cannot arm is refused, and the daemon goes on.
+  const json bad = dev(*p, {"fault", "add", "--count", "never"}, &rc);
+  EXPECT_EQ(rc, 1);
+  EXPECT_FALSE(bad.value("ok", true));
+  EXPECT_TRUE(p->alive());
+}
+
+TEST(E2eDev, ModelChangesAndBadRequests) {
+  auto p = AclProcess::start();
+  ASSERT_TRUE(p);
+  int rc = -1;
+  dev(*p,
+      {"if", "set", "--index", "213", "--name", "ge-1/2/13", "--system", "1", "--slot", "2",
+       "--port", "13"},
+      &rc);
+  ASSERT_EQ(rc, 0);
+  dev(*p, {"timerange", "set", "--id", "2", "--active", "true"}, &rc);
+  ASSERT_EQ(rc, 0);
+  dev(*p,
+      {"card", "set", "--system", "1", "--slot", "6", "--type", "2", "--option",
+       "acl.maxl2inrulenumperslot=64"},
+      &rc);
+  ASSERT_EQ(rc, 0);
+  const json show = dev(*p, {"show"});
+  bool found = false;
+  for (auto& i : show["model"]["interfaces"]) found = found || i["name"] == "ge-1/2/13";
+  EXPECT_TRUE(found);
+  EXPECT_EQ(show["model"]["timeRanges"][1]["active"], true);
+  EXPECT_EQ(
+      show["model"]["systems"][0]["slots"].back()["card"]["options"]["acl.maxl2inrulenumperslot"],
+      "64");
+
+  // Refused changes and malformed requests get error replies; the model is unchanged.
+  const json bad =
+      dev(*p, {"if", "set", "--index", "214", "--name", "x", "--system", "1", "--slot", "9"}, &rc);
+  EXPECT_EQ(rc, 1);
+  EXPECT_NE(bad.value("error", "").find("no slot 1/9"), std::string::npos) << bad.dump();
+  EXPECT_FALSE(dev(*p, {"request", "{\"op\":\"launch\"}"}, &rc).value("ok", true));
+  EXPECT_EQ(rc, 1);
+  EXPECT_FALSE(dev(*p, {"request", "{\"op\":\"hw\",\"scope\":3}"}, &rc).value("ok", true));
+  const json after = dev(*p, {"show"}, &rc);
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(after["model"], show["model"]);
+  EXPECT_TRUE(p->alive());
+}
+
+TEST(E2eDev, DeviceFileFromTheDocsIsServed) {
+  AclProcessOptions o;
+  o.deviceFile = sourceRoot() + "/docs/examples/device.json";
+  auto p = AclProcess::start(o);
+  ASSERT_TRUE(p);
+  const json show = dev(*p, {"show"});
+  bool vlanif = false;
+  for (auto& i : show["model"]["interfaces"]) vlanif = vlanif || i["name"] == "vlanif-10";
+  EXPECT_TRUE(vlanif);
+  EXPECT_EQ(show["model"]["counters"].size(), 2u);
+}
+
+TEST(E2eDev, InvalidDeviceFileEndsTheDaemonWithStatus2) {
+  const auto dir = std::filesystem::temp_directory_path() / ("e2e-dev-" + std::to_string(getpid()));
+  std::filesystem::create_directories(dir);
+  const std::string file = (dir / "device.json").string();
+  std::ofstream(file) << R"({"self": {"system": 1, "slot": 1}, "systems": [{"index": 1,
+    "slots": [{"slot": 1}]}], "interfaces": [{"index": 5, "name": "p", "system": 1, "slot": 4}]})";
+  const std::string cmd = std::string(ACL_BINARY_DIR) + "/src/main/acl --run-dir " + dir.string() +
+                          " --device " + file + " 2>" + (dir / "err").string();
+  const int status = std::system(cmd.c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 2);
+  std::ifstream in(dir / "err");
+  const std::string err((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_NE(err.find(file + ": interfaces[0].slot: no slot 1/4"), std::string::npos) << err;
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace

@@ -1,0 +1,256 @@
+// Control requests: inspection, faults, model changes, bad requests, and the socket itself.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "client/dev_client.h"
+#include "platform/hwil.h"
+#include "platform/ifmgr.h"
+#include "platform/logging.h"
+#include "platform/proc.h"
+#include "platform/timerange.h"
+#include "platform/vdev/control.h"
+#include "platform/vdev/vdev.h"
+#include "support/run_dir.h"
+#include "wire/be.h"
+
+namespace {
+
+using nlohmann::json;
+
+class ControlTest : public ::testing::Test {
+ protected:
+  void SetUp() override { vdev::resetForTest(); }
+  void TearDown() override {
+    plat::stopAllTasksForTest();  // joins the control server's task, as the test teardown does
+    vdev::resetForTest();
+  }
+  static json req(const json& r) { return vdev::handleRequest(r); }
+};
+
+TEST_F(ControlTest, ShowHwAndJournals) {
+  std::vector<uint8_t> rec(508, 0), opt(64, 0);
+  be::store32(rec, 476, 1001);
+  be::store32(rec, 480, 4);
+  ASSERT_EQ(zorHwilCmdSetApi(202, HWIL_CMD_IF_ADD, rec.data(), opt.data()), 0);
+  ASSERT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_DEL, rec.data(), opt.data()), 0);  // anomaly
+
+  const json show = req({{"op", "show"}});
+  ASSERT_TRUE(show["ok"]);
+  EXPECT_EQ(show["model"]["self"]["slot"], 1);
+  EXPECT_EQ(show["hwEntries"], 1);
+  EXPECT_EQ(show["anomalies"], 1);
+
+  json all = req({{"op", "hw"}});
+  ASSERT_EQ(all["tables"].size(), 1u);
+  EXPECT_EQ(all["tables"][0]["unit"], 202);
+  json one = req({{"op", "hw"}, {"scope", "unit"}, {"unit", 202}});
+  ASSERT_EQ(one["table"]["entries"].size(), 1u);
+  EXPECT_EQ(one["table"]["entries"][0]["list"], 1001);
+  EXPECT_EQ(one["table"]["entries"][0]["data"].get<std::string>().size(), 1016u);
+  json empty = req({{"op", "hw"}, {"scope", "global"}});
+  EXPECT_TRUE(empty["table"]["entries"].empty());
+
+  json an = req({{"op", "anomalies"}});
+  ASSERT_EQ(an["anomalies"].size(), 1u);
+  EXPECT_EQ(an["anomalies"][0]["scope"], "global");
+  // since: only what came after.
+  EXPECT_TRUE(req({{"op", "anomalies"}, {"since", an["last"]}})["anomalies"].empty());
+
+  ASSERT_TRUE(req({{"op", "clear"}, {"what", "hw"}})["ok"]);
+  EXPECT_TRUE(req({{"op", "hw"}})["tables"].empty());
+  EXPECT_EQ(req({{"op", "anomalies"}})["anomalies"].size(), 1u);
+}
+
+TEST_F(ControlTest, FaultsArmedOverControlHitCalls) {
+  json r = req({{"op", "fault.add"},
+                {"call", "zorIndexTrans"},
+                {"unit", 201},
+                {"result", 19},
+                {"count", "always"}});
+  ASSERT_TRUE(r["ok"]) << r.dump();
+  uint8_t loc[32];
+  EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, loc), 19);
+  EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, loc), 19);
+  EXPECT_EQ(zorIndexTrans(202, ZOR_TRANS_LOCATION, loc), 0);
+  json list = req({{"op", "fault.list"}});
+  ASSERT_EQ(list["faults"].size(), 1u);
+  EXPECT_EQ(list["faults"][0]["hits"], 2);
+  ASSERT_TRUE(req({{"op", "fault.remove"}, {"id", r["id"]}})["ok"]);
+  EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, loc), 0);
+  EXPECT_FALSE(req({{"op", "fault.remove"}, {"id", r["id"]}})["ok"]);
+
+  ASSERT_TRUE(req({{"op", "fault.add"}, {"call", "zorIndexTrans"}, {"count", 2}})["ok"]);
+  EXPECT_NE(zorIndexTrans(202, ZOR_TRANS_LOCATION, loc), 0);
+  EXPECT_NE(zorIndexTrans(202, ZOR_TRANS_LOCATION, loc), 0);
+  EXPECT_EQ(zorIndexTrans(202, ZOR_TRANS_LOCATION, loc), 0);
+  EXPECT_FALSE(req({{"op", "fault.add"}, {"count", 0}})["ok"]);
+  EXPECT_FALSE(req({{"op", "fault.add"}, {"scope", "nowhere"}})["ok"]);
+}
+
+TEST_F(ControlTest, ModelChangesAreCheckedLikeADeviceFile) {
+  // A new port, then a change of its flags.
+  ASSERT_TRUE(req(
+      {{"op", "interface.set"},
+       {"interface",
+        {{"index", 213}, {"name", "ge-1/2/13"}, {"system", 1}, {"slot", 2}, {"port", 13}}}})["ok"]);
+  ASSERT_TRUE(
+      req({{"op", "interface.set"}, {"interface", {{"index", 213}, {"flags13", 1}}}})["ok"]);
+  uint8_t w[4];
+  ASSERT_EQ(zorIfGetApi(213, ZOR_IF_FIELD_FLAGS13, w), 0);
+  EXPECT_EQ(be::load32(w), 1u);
+
+  // Refused changes leave the model as it was.
+  json bad = req({{"op", "interface.set"},
+                  {"interface", {{"index", 214}, {"name", "x"}, {"system", 1}, {"slot", 8}}}});
+  EXPECT_FALSE(bad["ok"]);
+  // The problem is named by the request's own place, not the model's.
+  EXPECT_EQ(bad["error"], "interface.slot: no slot 1/8 in systems");
+  uint8_t loc[32];
+  EXPECT_NE(zorIndexTrans(214, ZOR_TRANS_LOCATION, loc), 0);
+
+  // Aggregation members; a removed port leaves its aggregation.
+  ASSERT_TRUE(req({{"op", "aggregation.set"},
+                   {"aggregation", {{"index", 1001}, {"members", {213, 210}}}}})["ok"]);
+  ASSERT_TRUE(req({{"op", "interface.remove"}, {"index", 213}})["ok"]);
+  uint8_t buf[512];
+  ZorBufDesc d{buf, 512};
+  ASSERT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d), 0);
+  ASSERT_EQ(d.len, 4u);
+  EXPECT_EQ(be::load32(buf), 210u);
+
+  // Cards, neighbours and time ranges.
+  ASSERT_TRUE(req({{"op", "card.set"},
+                   {"system", 1},
+                   {"slot", 6},
+                   {"card", {{"type", 2}, {"properties", {{"0x02EE002B", 0}}}}}})["ok"]);
+  uint8_t key[16] = {0, 0, 0, 1, 0, 0, 0, 6};
+  EXPECT_EQ(zorHwilCardGet(key, 0x02EE002B, nullptr), 0);
+  ASSERT_TRUE(req({{"op", "card.set"}, {"system", 1}, {"slot", 6}})["ok"]);
+  EXPECT_NE(zorHwilCardGet(key, 0x02EE002B, nullptr), 0);
+  EXPECT_FALSE(req({{"op", "neighbour.remove"}, {"address", "198.51.100.1"}})["ok"]);
+  ASSERT_TRUE(req({{"op", "neighbour.add"}, {"vrf", 2}, {"address", "198.51.100.1"}})["ok"]);
+  ASSERT_TRUE(req({{"op", "timerange.set"}, {"id", 2}, {"active", true}})["ok"]);
+  ASSERT_EQ(timerangeListGetApi(2, 11, w), 0);
+  EXPECT_EQ(be::load32(w), 1u);
+  EXPECT_EQ(req({{"op", "timerange.set"}, {"id", 2}, {"active", "yes"}})["error"],
+            "request.active: expected true or false");
+  ASSERT_EQ(timerangeListGetApi(2, 11, w), 0);
+  EXPECT_EQ(be::load32(w), 1u);
+}
+
+TEST_F(ControlTest, MalformedRequestsGetErrors) {
+  EXPECT_FALSE(req(json::array())["ok"]);
+  EXPECT_FALSE(req({{"nop", 1}})["ok"]);
+  EXPECT_FALSE(req({{"op", "launch"}})["ok"]);
+  EXPECT_FALSE(req({{"op", "hw"}, {"scope", "unit"}})["ok"]);  // unit missing
+  EXPECT_FALSE(req({{"op", "relays"}, {"since", -4}})["ok"]);
+  EXPECT_FALSE(req({{"op", "interface.set"}, {"interface", 5}})["ok"]);
+  EXPECT_FALSE(req({{"op", "interface.remove"}, {"index", 4242}})["ok"]);
+  EXPECT_FALSE(req({{"op", "model.load"}, {"model", {{"self", 1}}}})["ok"]);
+  const json r = json::parse(vdev::handleRequestLine("{\"op\": \"show\""));
+  EXPECT_FALSE(r["ok"]);
+  EXPECT_NE(r["error"].get<std::string>().find("not JSON"), std::string::npos);
+  // The model survived all of it.
+  EXPECT_EQ(zorSelfSlotIndex(), 1u);
+  EXPECT_TRUE(req({{"op", "show"}})["ok"]);
+}
+
+TEST_F(ControlTest, SocketServesRequestsAndSurvivesGarbage) {
+  test::TempRunDir dir;
+  ASSERT_EQ(vdev::serve(), 0);
+  const std::string path = dir.path() + "/acldev.socket";
+  ASSERT_TRUE(std::filesystem::exists(path));
+  EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::others_all,
+            std::filesystem::perms::none);
+
+  // Garbage on one connection gets an error line; the server goes on.
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  std::strcpy(a.sun_path, path.c_str());
+  ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  const char junk[] = "\x01\x02 not json\n";
+  ASSERT_EQ(write(fd, junk, sizeof junk - 1), static_cast<ssize_t>(sizeof junk - 1));
+  char buf[256] = {};
+  timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  ASSERT_GT(read(fd, buf, sizeof buf - 1), 0);
+  EXPECT_FALSE(json::parse(std::string(buf).substr(0, std::string(buf).find('\n')))["ok"]);
+
+  // A client that stops halfway through a line holds up nobody.
+  const char half[] = "{\"op\": \"sh";
+  ASSERT_EQ(write(fd, half, sizeof half - 1), static_cast<ssize_t>(sizeof half - 1));
+
+  loggingLogOutput(0x3EA0000, 3, 0, "vdev control test line %d\r\n", 42);
+  json reply;
+  std::string err;
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "log"}}, &reply, &err)) << err;
+  bool seen = false;
+  for (auto& l : reply["lines"]) seen = seen || l["text"] == "vdev control test line 42";
+  EXPECT_TRUE(seen) << reply.dump();
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+  EXPECT_EQ(reply["model"]["self"]["system"], 1);
+  // ... and its line is answered once it is complete.
+  ASSERT_EQ(write(fd, "ow\"}\n", 5), 5);
+  std::string line;
+  char c;
+  while (read(fd, &c, 1) == 1 && c != '\n') line.push_back(c);
+  EXPECT_TRUE(json::parse(line)["ok"]);
+  close(fd);
+
+  // The reset stops the server: nothing answers any more.
+  vdev::resetForTest();
+  EXPECT_FALSE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err, 500));
+}
+
+}  // namespace
+
+namespace {
+
+// The daemon's two tasks call the platform while an operator inspects and changes the device.
+TEST_F(ControlTest, CallsAndRequestsFromSeveralTasksKeepTablesConsistent) {
+  test::TempRunDir dir;
+  ASSERT_EQ(vdev::serve(), 0);
+  const std::string path = dir.path() + "/acldev.socket";
+  std::atomic<bool> failed{false};
+  auto installer = [&](uint32_t unit) {
+    std::vector<uint8_t> rec(508, 0), opt(64, 0);
+    for (uint32_t rule = 1; rule <= 200; ++rule) {
+      be::store32(rec, 476, 3001);
+      be::store32(rec, 480, rule);
+      if (zorHwilCmdSetApi(unit, HWIL_CMD_IF_ADD, rec.data(), opt.data()) != 0) failed = true;
+      if (rule % 2 == 0 && zorHwilCmdSetApi(unit, HWIL_CMD_IF_DEL, rec.data(), opt.data()) != 0) {
+        failed = true;
+      }
+      uint8_t loc[32];
+      if (zorIndexTrans(unit, ZOR_TRANS_LOCATION, loc) != 0) failed = true;
+    }
+  };
+  std::thread a(installer, 201), b(installer, 301);
+  json reply;
+  std::string err;
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(aclclient::devRequest(path, {{"op", "hw"}}, &reply, &err)) << err;
+    ASSERT_TRUE(aclclient::devRequest(
+        path, {{"op", "timerange.set"}, {"id", 1}, {"active", i % 2 == 0}}, &reply, &err))
+        << err;
+  }
+  a.join();
+  b.join();
+  EXPECT_FALSE(failed);
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "hw"}}, &reply, &err)) << err;
+  ASSERT_EQ(reply["tables"].size(), 2u);
+  EXPECT_EQ(reply["tables"][0]["entries"].size(), 100u);
+  EXPECT_EQ(reply["tables"][1]["entries"].size(), 100u);
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "anomalies"}}, &reply, &err)) << err;
+  EXPECT_TRUE(reply["anomalies"].empty());
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+// Loading the device: the built-in model, valid files, and every kind of refused file.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/hwil.h"
+#include "platform/ifmgr.h"
+#include "platform/vdev/model_json.h"
+#include "platform/vdev/vdev.h"
+#include "wire/be.h"
+
+namespace {
+
+using nlohmann::json;
+
+class DeviceFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override { vdev::resetForTest(); }
+  void TearDown() override {
+    vdev::resetForTest();
+    for (auto& p : files_) std::filesystem::remove(p);
+  }
+  std::string write(const std::string& text) {
+    char name[] = "/tmp/vdev-device-XXXXXX";
+    const int fd = mkstemp(name);
+    EXPECT_GE(fd, 0);
+    close(fd);
+    std::ofstream(name) << text;
+    files_.push_back(name);
+    return name;
+  }
+  std::string writeJson(const json& j) { return write(j.dump(2)); }
+
+  // A small valid device to break in one place per test.
+  static json base() {
+    return json::parse(R"({
+      "self": {"system": 2, "slot": 5},
+      "systems": [{"index": 2, "slots": [
+        {"slot": 5, "card": {"type": 7, "name": "MCU"}},
+        {"slot": 6, "card": {"type": 8, "options": {"acl.maxl2inrulenumperslot": "64"}}}]}],
+      "interfaces": [
+        {"index": 601, "name": "ge-2/6/1", "system": 2, "slot": 6, "port": 1},
+        {"index": 602, "name": "ge-2/6/2", "system": 2, "slot": 6, "port": 2}],
+      "aggregations": [{"index": 900, "name": "agg-9", "members": [601]}],
+      "neighbours": [{"vrf": 3, "address": "10.1.1.1"}],
+      "timeRanges": [{"id": 9, "name": "t", "active": true}],
+      "mirrorGroups": [2]
+    })");
+  }
+
+  // Loads j and expects a refusal whose message names the file, place and problem.
+  void expectRefused(const json& j, const std::string& place, const std::string& problem) {
+    const std::string path = writeJson(j);
+    std::string error;
+    EXPECT_FALSE(vdev::load(path, &error));
+    EXPECT_EQ(error.rfind(path + ": ", 0), 0u) << error;
+    EXPECT_NE(error.find(place), std::string::npos) << error;
+    EXPECT_NE(error.find(problem), std::string::npos) << error;
+    // The model in force is untouched: still the built-in device.
+    EXPECT_EQ(zorSelfSysIndex(), 1u);
+    EXPECT_EQ(zorSelfSlotIndex(), 1u);
+  }
+
+  std::vector<std::string> files_;
+};
+
+uint32_t locationWord(uint32_t unit, uint32_t word) {
+  uint8_t loc[32] = {};
+  EXPECT_EQ(zorIndexTrans(unit, ZOR_TRANS_LOCATION, loc), 0) << unit;
+  return be::load32(std::span<const uint8_t>(loc), 4 * word);
+}
+
+TEST_F(DeviceFileTest, BuiltinDeviceIsASmallChassis) {
+  std::string error;
+  ASSERT_TRUE(vdev::load("", &error));
+  EXPECT_EQ(zorSelfSysIndex(), 1u);
+  EXPECT_EQ(zorSelfSlotIndex(), 1u);
+  const json m = vdev::modelToJson(vdev::device().model);
+  size_t eth = 0, pon = 0;
+  for (auto& i : m["interfaces"]) {
+    eth += i["kind"] == ZOR_IF_KIND_ETH;
+    pon += i["kind"] == ZOR_IF_KIND_PON;
+    // Every interface lies on a slot that holds a card.
+    EXPECT_EQ(locationWord(i["index"], ZOR_LOC_SLOT), i["slot"]);
+  }
+  EXPECT_GE(eth, 20u);
+  EXPECT_EQ(pon, 1u);
+  ASSERT_EQ(m["aggregations"].size(), 1u);
+  EXPECT_GE(m["aggregations"][0]["members"].size(), 2u);
+  EXPECT_EQ(locationWord(m["aggregations"][0]["index"], ZOR_LOC_KIND), ZOR_IF_KIND_AGG);
+  // Ready for card-up handling: 46 and 55 read non-zero, 54 reads 0.
+  uint8_t v[4];
+  ASSERT_EQ(zorHwilScalarGet(0, 46, v, 0), 0);
+  EXPECT_NE(be::load32(v), 0u);
+  ASSERT_EQ(zorHwilScalarGet(0, 54, v, 0), 0);
+  EXPECT_EQ(be::load32(v), 0u);
+}
+
+TEST_F(DeviceFileTest, ModelSurvivesItsOwnFileForm) {
+  const json once = vdev::modelToJson(vdev::builtinModel());
+  vdev::Model m;
+  std::string error;
+  ASSERT_TRUE(vdev::modelFromJson(once, &m, &error)) << error;
+  EXPECT_EQ(vdev::modelToJson(m), once);
+}
+
+TEST_F(DeviceFileTest, ValidFileReplacesTheModel) {
+  std::string error;
+  ASSERT_TRUE(vdev::load(writeJson(base()), &error)) << error;
+  EXPECT_EQ(zorSelfSysIndex(), 2u);
+  EXPECT_EQ(zorSelfSlotIndex(), 5u);
+  char name[64];
+  ASSERT_EQ(zorIfUnit2Name(602, name, sizeof name), 0);
+  EXPECT_STREQ(name, "ge-2/6/2");
+  EXPECT_EQ(locationWord(900, ZOR_LOC_KIND), ZOR_IF_KIND_AGG);
+  // Interfaces of the built-in device are gone.
+  uint8_t loc[32];
+  EXPECT_NE(zorIndexTrans(201, ZOR_TRANS_LOCATION, loc), 0);
+}
+
+TEST_F(DeviceFileTest, ExampleFileInDocsLoads) {
+  const auto root =
+      std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path();
+  std::string error;
+  EXPECT_TRUE(vdev::load((root / "docs/examples/device.json").string(), &error)) << error;
+}
+
+TEST_F(DeviceFileTest, UnreadableAndMalformedFilesAreRefused) {
+  std::string error;
+  EXPECT_FALSE(vdev::load("/nonexistent/device.json", &error));
+  EXPECT_NE(error.find("/nonexistent/device.json: cannot read"), std::string::npos) << error;
+
+  const std::string path = write("{\n  \"self\": {\"system\": 1,\n  \"slot\" 1}\n}\n");
+  EXPECT_FALSE(vdev::load(path, &error));
+  EXPECT_NE(error.find(path + ": line 3, column"), std::string::npos) << error;
+  EXPECT_NE(error.find("syntax error"), std::string::npos) << error;
+
+  expectRefused(json::array(), "top level", "expected an object");
+}
+
+TEST_F(DeviceFileTest, StructuralProblemsNameTheirPlace) {
+  json j = base();
+  j["interfaces"][1]["prot"] = 3;
+  expectRefused(j, "interfaces[1].prot", "unknown key");
+
+  j = base();
+  j.erase("self");
+  expectRefused(j, "self", "missing");
+
+  j = base();
+  j["self"]["slot"] = 9;
+  expectRefused(j, "self", "no slot 2/9");
+
+  j = base();
+  j["systems"][0]["slots"][1]["slot"] = 5;
+  expectRefused(j, "systems[0].slots[1].slot", "listed twice");
+
+  j = base();
+  j["interfaces"][0]["slot"] = "six";
+  expectRefused(j, "interfaces[0].slot", "non-negative whole number");
+
+  j = base();
+  j["interfaces"][1]["index"] = 601;
+  expectRefused(j, "interfaces[1].index", "listed twice");
+
+  j = base();
+  j["interfaces"][0]["slot"] = 7;
+  expectRefused(j, "interfaces[0].slot", "no slot 2/7");
+
+  j = base();
+  j["interfaces"][0]["system"] = 4294967296ull;
+  expectRefused(j, "interfaces[0].system", "above");
+}
+
+TEST_F(DeviceFileTest, ReferencesMustResolve) {
+  json j = base();
+  j["aggregations"][0]["members"] = {601, 777};
+  expectRefused(j, "aggregations[0].members[1]", "no interface 777");
+
+  j = base();
+  j["aggregations"].push_back({{"index", 901}, {"name", "agg-b"}, {"members", {601}}});
+  expectRefused(j, "aggregations[1].members[0]", "already a member");
+
+  j = base();
+  j["aggregations"][0]["members"] = {900};
+  expectRefused(j, "aggregations[0].members[0]", "not an Ethernet port");
+
+  j = base();
+  j["neighbours"][0]["address"] = "10.1.1";
+  expectRefused(j, "neighbours[0].address", "not an IP address");
+
+  j = base();
+  j["timeRanges"][0]["id"] = 70000;
+  expectRefused(j, "timeRanges[0].id", "above 65535");
+
+  j = base();
+  j["mirrorGroups"] = {2, 2};
+  expectRefused(j, "mirrorGroups[1]", "listed twice");
+
+  j = base();
+  j["scalars"] = {{"forty", 1}};
+  expectRefused(j, "scalars.forty", "not a 32-bit number");
+}
+
+}  // namespace

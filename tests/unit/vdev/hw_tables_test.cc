@@ -1,0 +1,258 @@
+// The hardware tables per scope, their anomalies, the relay log and the fault modes.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <vector>
+
+#include "platform/fault.h"
+#include "platform/hwil.h"
+#include "platform/vdev/model.h"
+#include "platform/vdev/vdev.h"
+#include "wire/be.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes record(uint32_t list, uint32_t rule, uint8_t dir, uint16_t prio) {
+  Bytes b(508, 0);
+  be::store8(b, 467, dir);
+  be::store32(b, 476, list);
+  be::store32(b, 480, rule);
+  be::store16(b, 484, prio);
+  be::store8(b, 144, 0xAA);  // a field byte, to see the raw record kept as handed over
+  return b;
+}
+
+// A TLV message with empty rule and action sections: 36 + 4 bytes.
+Bytes tlv(uint32_t list, uint32_t rule, uint8_t dir, uint8_t oper) {
+  Bytes b(40, 0);
+  be::store8(b, 1, oper);
+  be::store8(b, 6, dir);
+  be::store32(b, 16, list);
+  be::store32(b, 20, rule);
+  be::store16(b, 32, static_cast<uint16_t>(rule));
+  be::store16(b, 34, 4);
+  be::store16(b, 36, 2);
+  be::store16(b, 38, 2);
+  return b;
+}
+
+Bytes options(uint32_t word0, uint32_t unit = 0) {
+  Bytes o(64, 0);
+  be::store32(o, 0, word0);
+  be::store32(o, 12, unit);
+  be::store32(o, 16, 508);
+  return o;
+}
+
+class HwTablesTest : public ::testing::Test {
+ protected:
+  void SetUp() override { vdev::resetForTest(); }
+  void TearDown() override { vdev::resetForTest(); }
+
+  static const vdev::HwTable* table(vdev::ScopeKey k) {
+    auto& hw = vdev::device().journal.hw;
+    auto it = hw.find(k);
+    return it == hw.end() ? nullptr : &it->second;
+  }
+  static size_t entries(vdev::ScopeKey k) {
+    const auto* t = table(k);
+    return t ? t->entries.size() : 0;
+  }
+  static const std::vector<vdev::Anomaly>& anomalies() { return vdev::device().journal.anomalies; }
+  int add(uintptr_t index, uint32_t cmd, const Bytes& rec) {
+    const Bytes o = options(0);
+    return zorHwilCmdSetApi(index, cmd, rec.data(), o.data());
+  }
+  int tlvCmd(uintptr_t index, uint32_t cmd, Bytes msg) {
+    ZorBufDesc d{msg.data(), static_cast<uint32_t>(msg.size())};
+    const Bytes o = options(0x80000000u);
+    return zorHwilCmdSetApi(index, cmd, &d, o.data());
+  }
+};
+
+const vdev::ScopeKey kGlobal{0, 0, 0, 0};
+
+TEST_F(HwTablesTest, EachScopeKeepsItsOwnRules) {
+  const Bytes o = options(0x10000000u, 201);
+  const Bytes r = record(1001, 5, 0, 4101);
+  ASSERT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_ADD, r.data(), o.data()), 0);
+  ASSERT_EQ(zorHwilCmdSetApi(201, HWIL_CMD_IF_ADD, r.data(), o.data()), 0);
+  ASSERT_EQ(add(202, HWIL_CMD_IF_ADD, record(1001, 6, 1, 4102)), 0);
+  uint8_t gemKey[12];
+  be::store32(std::span<uint8_t>(gemKey), 0, 401);
+  be::store32(std::span<uint8_t>(gemKey), 4, 7);
+  be::store32(std::span<uint8_t>(gemKey), 8, 3);
+  ASSERT_EQ(add(reinterpret_cast<uintptr_t>(gemKey), HWIL_CMD_GEM_ADD, r), 0);
+
+  EXPECT_EQ(entries(kGlobal), 1u);
+  EXPECT_EQ(entries({1, 201, 0, 0}), 1u);
+  EXPECT_EQ(entries({1, 202, 0, 0}), 1u);
+  EXPECT_EQ(entries({2, 401, 7, 3}), 1u);
+  const auto& e = table({1, 201, 0, 0})->entries.begin()->second;
+  EXPECT_EQ(e.list, 1001u);
+  EXPECT_EQ(e.rule, 5u);
+  EXPECT_EQ(e.dir, 0u);
+  EXPECT_EQ(e.priority, 4101u);
+  EXPECT_EQ(e.data, r);
+  EXPECT_EQ(e.options, o);  // the target travels with the entry
+
+  // Removing from one unit leaves the same rule elsewhere.
+  ASSERT_EQ(add(201, HWIL_CMD_IF_DEL, r), 0);
+  EXPECT_EQ(entries({1, 201, 0, 0}), 0u);
+  EXPECT_EQ(entries(kGlobal), 1u);
+  EXPECT_EQ(entries({2, 401, 7, 3}), 1u);
+  EXPECT_TRUE(anomalies().empty());
+}
+
+TEST_F(HwTablesTest, SecondInstallAndMissingRemoveAreAnomalies) {
+  const Bytes r = record(7, 1, 0, 4097);
+  ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, r), 0);
+  ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, r), 0);
+  ASSERT_EQ(anomalies().size(), 1u);
+  EXPECT_EQ(anomalies()[0].what, "install of an entry already in hardware");
+  EXPECT_EQ(anomalies()[0].list, 7u);
+  EXPECT_EQ(table(kGlobal)->entries.begin()->second.installs, 2u);
+
+  // The same rule in the other direction is another entry.
+  ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(7, 1, 1, 4097)), 0);
+  EXPECT_EQ(entries(kGlobal), 2u);
+  EXPECT_EQ(anomalies().size(), 1u);
+
+  ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_DEL, r), 0);
+  ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_DEL, r), 0);
+  ASSERT_EQ(anomalies().size(), 2u);
+  EXPECT_EQ(anomalies()[1].what, "removal of an entry not in hardware");
+  EXPECT_EQ(entries(kGlobal), 1u);
+
+  // A card synchronisation names its target cards: reaching a new card is not a double install.
+  Bytes o = options(0);
+  be::store8(o, 24, 2);
+  be::store8(o, 26, 0x80);
+  const Bytes r2 = record(7, 1, 1, 4097);
+  ASSERT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_ADD, r2.data(), o.data()), 0);
+  EXPECT_EQ(anomalies().size(), 2u);
+}
+
+TEST_F(HwTablesTest, TlvCommandsInstallAndRemoveByOper) {
+  ASSERT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, tlv(2001, 3, 1, 0)), 0);
+  ASSERT_EQ(entries(kGlobal), 1u);
+  const auto& e = table(kGlobal)->entries.begin()->second;
+  EXPECT_TRUE(e.tlv);
+  EXPECT_EQ(e.data.size(), 40u);
+  EXPECT_EQ(e.dir, 1u);
+  EXPECT_EQ(e.priority, 3u);
+  // The traffic-policy path installs with 2 and removes with 3.
+  ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 0, 2)), 0);
+  EXPECT_EQ(entries({1, 305, 0, 0}), 1u);
+  ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 0, 3)), 0);
+  EXPECT_EQ(entries({1, 305, 0, 0}), 0u);
+  ASSERT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, tlv(2001, 3, 1, 1)), 0);
+  EXPECT_EQ(entries(kGlobal), 0u);
+  EXPECT_TRUE(anomalies().empty());
+}
+
+TEST_F(HwTablesTest, MalformedCommandsChangeNothing) {
+  const Bytes o = options(0);
+  Bytes bad = tlv(1, 1, 0, 0);
+  be::store16(bad, 34, 9);  // says 9 bytes follow the header, but 4 do
+  EXPECT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, bad), 0x03E8001A);
+  EXPECT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, Bytes(20, 0)), 0x03E8001A);  // shorter than a header
+  Bytes oper = tlv(1, 1, 0, 7);
+  EXPECT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, oper), 0x03E8001A);
+  EXPECT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_ADD, nullptr, o.data()), 0x03E8001A);
+  EXPECT_EQ(add(0, HWIL_CMD_GEM_ADD, record(1, 1, 0, 1)), 0x03E8001A);  // no GEM key
+  EXPECT_EQ(add(0, 12345, record(1, 1, 0, 1)), 0x03E80010);
+  EXPECT_TRUE(vdev::device().journal.hw.empty());
+  EXPECT_TRUE(anomalies().empty());
+}
+
+TEST_F(HwTablesTest, RelayLogKeepsKeyCommandOptionsAndData) {
+  Bytes o(64, 0);
+  be::store32(o, 0, 0x10000003);
+  be::store32(o, 4, 4);
+  be::store32(o, 16, 4);
+  uint8_t word[4];
+  be::store32(word, 77);
+  ASSERT_EQ(zorHwilCmdSyncApi(2001, 0x06D98000 + 3, word, o.data()), 0);
+
+  // A rule key by address and a variable-length value by descriptor.
+  uint8_t key[12] = {0, 0, 0x07, 0xD1, 0, 0, 0, 5, 0, 0, 0, 0};
+  Bytes name = {'w', 'e', 'b'};
+  ZorBufDesc d{name.data(), 3};
+  Bytes o2(64, 0);
+  be::store32(o2, 0, 0x80000001);
+  be::store32(o2, 4, 12);
+  be::store32(o2, 16, 3);
+  ASSERT_EQ(zorHwilCmdSyncApi(reinterpret_cast<uintptr_t>(key), 0x08CDC000 + 9, &d, o2.data()), 0);
+
+  const auto& relays = vdev::device().journal.relays;
+  ASSERT_EQ(relays.size(), 2u);
+  EXPECT_EQ(relays[0].key, 2001u);
+  EXPECT_EQ(relays[0].cmd, 0x06D98003u);
+  EXPECT_EQ(relays[0].options, o);
+  EXPECT_EQ(relays[0].data, Bytes({0, 0, 0, 77}));
+  EXPECT_EQ(relays[1].keyBytes, Bytes(key, key + 12));
+  EXPECT_EQ(relays[1].data, name);
+  EXPECT_LT(relays[0].seq, relays[1].seq);
+  EXPECT_EQ(zorHwilCmdSyncApi(1, 2, word, nullptr), 0x03E8001A);
+  EXPECT_EQ(relays.size(), 2u);
+}
+
+TEST_F(HwTablesTest, RelayFaultsAimAtTheKeysListRuleOrInterface) {
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .list = 2001, .rule = 5, .result = 3, .count = -1});
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .unit = 202, .result = 4, .count = -1});
+  Bytes o(64, 0);
+  be::store32(o, 4, 12);
+  uint8_t w[4] = {};
+  uint8_t rule5[12] = {0, 0, 0x07, 0xD1, 0, 0, 0, 5};
+  uint8_t rule6[12] = {0, 0, 0x07, 0xD1, 0, 0, 0, 6};
+  EXPECT_EQ(zorHwilCmdSyncApi(reinterpret_cast<uintptr_t>(rule5), 0x08CDC000 + 2, w, o.data()), 3);
+  EXPECT_EQ(zorHwilCmdSyncApi(reinterpret_cast<uintptr_t>(rule6), 0x08CDC000 + 2, w, o.data()), 0);
+  be::store32(o, 4, 4);
+  EXPECT_EQ(zorHwilCmdSyncApi(202, 0x04020000 + 24, w, o.data()), 4);
+  EXPECT_EQ(zorHwilCmdSyncApi(201, 0x04020000 + 24, w, o.data()), 0);
+  EXPECT_EQ(zorHwilCmdSyncApi(202, 0x06D98000 + 3, w, o.data()), 0);  // list 202, not unit 202
+  EXPECT_EQ(vdev::device().journal.relays.size(), 3u);
+}
+
+TEST_F(HwTablesTest, FaultOnceThenCallsSucceed) {
+  plat::faultAdd({.call = "zorHwilCmdSetApi", .result = 0x1234, .count = 1});
+  EXPECT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(1, 1, 0, 1)), 0x1234);
+  EXPECT_EQ(entries(kGlobal), 0u);  // a failed call leaves the hardware as it was
+  EXPECT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(1, 1, 0, 1)), 0);
+  EXPECT_EQ(entries(kGlobal), 1u);
+}
+
+TEST_F(HwTablesTest, FaultNTimesAfterSkipping) {
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .result = -1, .skip = 1, .count = 2});
+  Bytes o(64, 0);
+  uint8_t w[4] = {};
+  EXPECT_EQ(zorHwilCmdSyncApi(0, 1, w, o.data()), 0);
+  EXPECT_EQ(zorHwilCmdSyncApi(0, 1, w, o.data()), -1);
+  EXPECT_EQ(zorHwilCmdSyncApi(0, 1, w, o.data()), -1);
+  EXPECT_EQ(zorHwilCmdSyncApi(0, 1, w, o.data()), 0);
+  EXPECT_EQ(vdev::device().journal.relays.size(), 2u);
+}
+
+TEST_F(HwTablesTest, FaultAlwaysOnlyForItsListRuleAndScope) {
+  plat::faultAdd(
+      {.call = "zorHwilCmdSetApi", .scope = 1, .list = 1001, .rule = 2, .result = 7, .count = -1});
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(add(201, HWIL_CMD_IF_ADD, record(1001, 2, 0, 1)), 7);
+  EXPECT_EQ(add(201, HWIL_CMD_IF_ADD, record(1001, 3, 0, 1)), 0);    // another rule
+  EXPECT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(1001, 2, 0, 1)), 0);  // another scope
+  EXPECT_EQ(entries({1, 201, 0, 0}), 1u);
+
+  plat::faultClear();
+  plat::faultAdd({.call = "zorHwilCmdSetApi", .unit = 202, .result = 9, .count = -1});
+  EXPECT_EQ(add(202, HWIL_CMD_IF_ADD, record(5, 5, 0, 1)), 9);
+  EXPECT_EQ(add(203, HWIL_CMD_IF_ADD, record(5, 5, 0, 1)), 0);
+
+  plat::faultClear();
+  plat::faultAdd({.cmd = HWIL_CMD_IF_DEL, .result = 11, .count = -1});  // any call, one command
+  EXPECT_EQ(add(203, HWIL_CMD_IF_DEL, record(5, 5, 0, 1)), 11);
+  EXPECT_EQ(entries({1, 203, 0, 0}), 1u);
+}
+
+}  // namespace

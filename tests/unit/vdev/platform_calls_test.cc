@@ -1,0 +1,284 @@
+// The interface manager, card and slot queries, counters, time ranges, mirror groups, neighbours
+// and announcements as the ACL module calls them, on the built-in device.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <vector>
+
+#include "platform/fault.h"
+#include "platform/hwil.h"
+#include "platform/ifmgr.h"
+#include "platform/mirror.h"
+#include "platform/netlink.h"
+#include "platform/rtbus.h"
+#include "platform/timerange.h"
+#include "platform/vdev/model.h"
+#include "platform/vdev/vdev.h"
+#include "support/run_dir.h"
+#include "wire/be.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+constexpr int32_t kNotFound = 0x03E80002;
+
+class PlatformCallsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { vdev::resetForTest(); }
+  void TearDown() override { vdev::resetForTest(); }
+};
+
+TEST_F(PlatformCallsTest, InterfaceFlagsNamesAndRegistration) {
+  vdev::device().model.interfaces[205].flags10 = 0x400;
+  uint8_t w[4];
+  ASSERT_EQ(zorIfGetApi(205, ZOR_IF_FIELD_FLAGS10, w), 0);
+  EXPECT_EQ(be::load32(w), 0x400u);
+  ASSERT_EQ(zorIfGetApi(205, ZOR_IF_FIELD_FLAGS13, w), 0);
+  EXPECT_EQ(be::load32(w), 0u);
+  EXPECT_EQ(zorIfGetApi(9999, ZOR_IF_FIELD_FLAGS13, w), kNotFound);
+
+  char name[64];
+  ASSERT_EQ(zorIfUnit2Name(305, name, sizeof name), 0);
+  EXPECT_STREQ(name, "ge-1/3/5");
+  char small[5];
+  ASSERT_EQ(zorIfUnit2Name(305, small, sizeof small), 0);
+  EXPECT_STREQ(small, "ge-1");
+  EXPECT_EQ(zorIfUnit2Name(9999, name, sizeof name), kNotFound);
+  EXPECT_STREQ(name, "");
+
+  uint8_t p[8] = {};
+  be::store32(p, 165);
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, p), 0);
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, p), 0);  // registering twice is one registration
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_IGNORE_ENABLE, p), 0);
+  auto& i = vdev::device().model.interfaces.at(201);
+  EXPECT_EQ(i.protocols, std::vector<uint32_t>{165});
+  EXPECT_EQ(i.ignoring, std::vector<uint32_t>{165});
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_DISABLE, p), 0);
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_IGNORE_DISABLE, p), 0);
+  EXPECT_TRUE(i.protocols.empty());
+  EXPECT_TRUE(i.ignoring.empty());
+}
+
+TEST_F(PlatformCallsTest, AggregationModeAndMembers) {
+  auto& agg = vdev::device().model.interfaces.at(1001);
+  agg.modes[HWIL_CMD_IF_DEL] = 1;
+  uint8_t q[20] = {};
+  be::store32(q, HWIL_CMD_IF_ADD);
+  q[8] = 1;
+  ASSERT_EQ(zorIfGetApi(1001, ZOR_IF_FIELD_AGG_MODE, q), 0);
+  EXPECT_EQ(q[8], agg.defaultMode);
+  be::store32(q, HWIL_CMD_IF_DEL);
+  ASSERT_EQ(zorIfGetApi(1001, ZOR_IF_FIELD_AGG_MODE, q), 0);
+  EXPECT_EQ(q[8], 1);
+  EXPECT_NE(zorIfGetApi(201, ZOR_IF_FIELD_AGG_MODE, q), 0);  // a port has no mode
+
+  uint8_t buf[512];
+  ZorBufDesc d{buf, 512};
+  ASSERT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d), 0);
+  ASSERT_EQ(d.len, 4 * agg.members.size());
+  for (size_t n = 0; n < agg.members.size(); ++n) {
+    EXPECT_EQ(be::load32(std::span<const uint8_t>(buf), 4 * n), agg.members[n]);
+  }
+  // A short buffer gets the members that fit.
+  ZorBufDesc shortDesc{buf, 6};
+  ASSERT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &shortDesc), 0);
+  EXPECT_EQ(shortDesc.len, 4u);
+  ZorBufDesc d2{buf, 512};
+  EXPECT_EQ(zorEthAggIfGetApi(201, ZOR_AGG_MEMBERS, &d2), kNotFound);
+}
+
+TEST_F(PlatformCallsTest, CardAndSlotQueries) {
+  uint8_t key[16] = {};
+  be::store32(std::span<uint8_t>(key), 0, 1);
+  be::store32(std::span<uint8_t>(key), 4, 2);
+  EXPECT_NE(zorHwilCardGet(key, vdev::CARD_PROP_NOT_READY, nullptr), 0);
+  EXPECT_EQ(zorHwilCardGet(key, vdev::CARD_PROP_READY, nullptr), 0);
+  EXPECT_NE(zorHwilSlotGet(key, vdev::SLOT_PROP_NOT_READY, nullptr), 0);
+  EXPECT_EQ(zorHwilSlotGet(key, vdev::SLOT_PROP_READY, nullptr), 0);
+
+  // Option query: six 132-byte entries, keys in, values out.
+  vdev::device().model.slots.at({1, 2}).card->options["acl.maxipv4inrulenumperslot"] = "300";
+  Bytes opt(792, 0);
+  std::strcpy(reinterpret_cast<char*>(&opt[132]), "acl.maxipv4inrulenumperslot");
+  std::strcpy(reinterpret_cast<char*>(&opt[264]), "acl.nosuchoption");
+  ZorBufDesc d{opt.data(), 792};
+  ASSERT_EQ(zorHwilCardGet(key, HWIL_CARD_OPTION_QUERY, &d), 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(&opt[132 + 64]), "300");
+  EXPECT_EQ(be::load32(opt, 132 + 128), 3u);
+  EXPECT_EQ(opt[264 + 64], 0);
+  EXPECT_EQ(be::load32(opt, 264 + 128), 0u);
+
+  // Resource records: whole 20-byte records only.
+  Bytes res(50, 0);
+  ZorBufDesc r{res.data(), 50};
+  ASSERT_EQ(zorHwilSlotGet(key, HWIL_SLOT_RESOURCE_QUERY, &r), 0);
+  EXPECT_EQ(r.len, 40u);
+  const auto& first = vdev::device().model.slots.at({1, 2}).resources.at(0);
+  EXPECT_EQ(res[3], first.stage);
+  EXPECT_EQ(be::load32(res, 4), first.total);
+
+  be::store32(std::span<uint8_t>(key), 4, 9);  // empty slot
+  EXPECT_EQ(zorHwilCardGet(key, vdev::CARD_PROP_READY, nullptr), kNotFound);
+}
+
+TEST_F(PlatformCallsTest, CountersReadAndClear) {
+  vdev::device().model.counters[{1001, 2, 0, 1}].v = {10, 20, 1000, 2000, 0, 0, 0, 0};
+  vdev::device().model.counters[{1001, 2, 201, 1}].v = {5, 0, 500, 0, 0, 0, 0, 0};
+  Bytes req(88, 0);
+  be::store32(req, 0, 1001);
+  be::store32(req, 4, 2);
+  be::store32(req, 12, 1);
+  ZorScalarReq s{ZOR_SCALAR_STATS_READ, req.data(), 1, 0, 0, 0};
+  ASSERT_EQ(zorScalarGetApi(0, 0, &s), 0);
+  EXPECT_EQ(be::load64(req, 24), 10u);    // p1
+  EXPECT_EQ(be::load64(req, 40), 1000u);  // b1
+  EXPECT_EQ(be::load64(req, 48), 2000u);  // b2
+
+  Bytes ifReq(88, 0);
+  be::store32(ifReq, 0, 1001);
+  be::store32(ifReq, 4, 2);
+  be::store32(ifReq, 8, 201);
+  be::store32(ifReq, 12, 1);
+  ZorScalarReq g{ZOR_IF_STATS_READ, ifReq.data(), 1, 88, 0, 0};
+  ASSERT_EQ(zorIfGetApi(201, ZOR_IF_FIELD_STATS, &g), 0);
+  EXPECT_EQ(be::load64(ifReq, 40), 500u);
+  ZorScalarReq c{ZOR_IF_STATS_CLEAR, ifReq.data(), 0, 88, 0, 0};
+  ASSERT_EQ(zorIfSetApi(201, ZOR_IF_FIELD_STATS, &c), 0);
+  ASSERT_EQ(zorIfGetApi(201, ZOR_IF_FIELD_STATS, &g), 0);
+  EXPECT_EQ(be::load64(ifReq, 40), 0u);
+  // Clearing one interface's counters leaves the rule's.
+  ASSERT_EQ(zorScalarGetApi(0, 0, &s), 0);
+  EXPECT_EQ(be::load64(req, 24), 10u);
+  ZorScalarReq clr{ZOR_SCALAR_STATS_CLEAR, req.data(), 1, 0, 0, 0};
+  ASSERT_EQ(zorScalarSetApi(0, 0, &clr), 0);
+  ASSERT_EQ(zorScalarGetApi(0, 0, &s), 0);
+  EXPECT_EQ(be::load64(req, 24), 0u);
+}
+
+TEST_F(PlatformCallsTest, SupportQueryAnswersTheModelsResult) {
+  uint8_t bits[12] = {};
+  ZorScalarReq q{ZOR_SCALAR_ACTION_SUPPORT, bits, 1, 12, 0x80000000u, 0};
+  EXPECT_EQ(zorScalarGetApi(0, 0, &q), 0);
+  vdev::device().model.actionSupportResult = 0x03E80010;
+  EXPECT_EQ(zorScalarGetApi(0, 0, &q), 0x03E80010);
+}
+
+TEST_F(PlatformCallsTest, TimeRangesAndMirrorGroupsCountUsers) {
+  uint8_t v[4];
+  ASSERT_EQ(timerangeListGetApi(1, TIMERANGE_ATTR_STATE, v), 0);
+  EXPECT_EQ(be::load32(v), 1u);
+  ASSERT_EQ(timerangeListGetApi(2, TIMERANGE_ATTR_STATE, v), 0);
+  EXPECT_EQ(be::load32(v), 0u);
+  EXPECT_EQ(timerangeListGetApi(77, TIMERANGE_ATTR_STATE, v), kNotFound);
+  be::store32(v, 1);
+  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
+  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
+  be::store32(v, static_cast<uint32_t>(-1));
+  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
+  EXPECT_EQ(vdev::device().model.timeRanges.at(1).refCount, 1);
+  EXPECT_TRUE(vdev::device().journal.anomalies.empty());
+  ASSERT_EQ(timerangeListSetApi(2, TIMERANGE_ATTR_REFCNT, v), 0);  // release without a take
+  EXPECT_EQ(vdev::device().journal.anomalies.size(), 1u);
+
+  ASSERT_EQ(mirrorRefCount(3, 165, 1), 0);
+  ASSERT_EQ(mirrorRefCount(3, 165, 1), 0);
+  ASSERT_EQ(mirrorRefCount(3, 165, -1), 0);
+  EXPECT_EQ(vdev::device().model.mirrors.at(3).refCounts.at(165), 1);
+  EXPECT_EQ(mirrorRefCount(99, 165, 1), kNotFound);
+}
+
+TEST_F(PlatformCallsTest, NeighbourQueryAndDetectList) {
+  // Request and answer in one buffer, as the caller lays it out.
+  Bytes buf(1024, 0);
+  be::store32(buf, 0, 0);
+  be::store8(buf, 4, 1);
+  const uint8_t known[4] = {192, 0, 2, 1};
+  std::memcpy(&buf[5], known, 4);
+  ZorBufDesc in{buf.data(), 4 + 9};
+  ZorBufDesc out{buf.data(), 1024};
+  ASSERT_EQ(zorIndexTrans(reinterpret_cast<uintptr_t>(&in), ZOR_TRANS_NEIGHBOUR, &out), 0);
+  EXPECT_NE(buf[13], 0);
+  buf[8] = 99;  // 192.0.2.99 is not known
+  buf[13] = 0;
+  ASSERT_EQ(zorIndexTrans(reinterpret_cast<uintptr_t>(&in), ZOR_TRANS_NEIGHBOUR, &out), 0);
+  EXPECT_EQ(buf[13], 0);
+
+  Bytes rec(28, 0);
+  rec[0] = 1;
+  rec[1] = 2;
+  rec[2] = 2;
+  be::store32(rec, 4, 5);
+  rec[12] = 0x20;
+  ZorBufDesc d{rec.data(), 28};
+  ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
+  ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
+  ASSERT_EQ(vdev::device().model.detectList.size(), 1u);
+  EXPECT_EQ(vdev::device().model.detectList[0].vrf, 5u);
+  rec[0] = 0;
+  ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
+  EXPECT_TRUE(vdev::device().model.detectList.empty());
+  ZorBufDesc shortRec{rec.data(), 20};  // an IPv6 record needs 28 bytes
+  EXPECT_EQ(hrdScalarSetApi(0, 6, &shortRec), 0x03E8001A);
+}
+
+TEST_F(PlatformCallsTest, AnnouncementsAreKeptInOrderAndGoOnTheBus) {
+  test::TempRunDir dir;
+  const int fd = zor_socket(ZOR_AF_ROUTE, ZOR_SOCK_DGRAM, 0);
+  ASSERT_GE(fd, 0);
+  uint8_t addr[12] = {};
+  be::store16(std::span<uint8_t>(addr), 0, ZOR_AF_ROUTE);
+  ASSERT_EQ(zor_bind(fd, addr, sizeof addr), 0);
+  uint8_t group[4];
+  be::store32(group, 56);
+  ASSERT_EQ(zor_setsockopt(fd, ZOR_SOL_ROUTE, ZOR_ROUTE_ADD_GROUP, group, 4), 0);
+
+  Bytes m(32, 0);
+  be::store32(m, 0, 32);
+  be::store16(m, 4, 247);
+  be::store32(m, 24, 2001);
+  ASSERT_EQ(zorNetlinkSGrpSend(56, 0, m.data(), 32), 0);
+  be::store16(m, 4, 248);
+  ASSERT_EQ(zorNetlinkSGrpSend(56, 0, m.data(), 32), 0);
+  const auto& a = vdev::device().journal.announcements;
+  ASSERT_EQ(a.size(), 2u);
+  EXPECT_EQ(a[0].group, 56u);
+  EXPECT_EQ(be::load16(a[0].bytes, 4), 247u);
+  EXPECT_EQ(be::load16(a[1].bytes, 4), 248u);
+  uint8_t got[64];
+  ASSERT_EQ(zor_recv(fd, got, sizeof got, MSG_DONTWAIT), 32);
+  EXPECT_EQ(be::load16(std::span<const uint8_t>(got), 4), 247u);
+  EXPECT_EQ(be::load32(std::span<const uint8_t>(got), 24), 2001u);
+  ASSERT_EQ(zor_recv(fd, got, sizeof got, MSG_DONTWAIT), 32);
+  EXPECT_EQ(be::load16(std::span<const uint8_t>(got), 4), 248u);
+  zor_close(fd);
+}
+
+TEST_F(PlatformCallsTest, EveryCallAsksTheFaultTable) {
+  plat::faultAdd({.result = 0x77, .count = -1});  // every call fails
+  uint8_t b[64] = {};
+  ZorBufDesc d{b, 64};
+  ZorScalarReq s{ZOR_SCALAR_STATS_READ, b, 1, 0, 0, 0};
+  EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, b), 0x77);
+  EXPECT_EQ(zorIfGetApi(201, ZOR_IF_FIELD_FLAGS13, b), 0x77);
+  EXPECT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, b), 0x77);
+  EXPECT_EQ(zorIfUnit2Name(201, reinterpret_cast<char*>(b), 64), 0x77);
+  EXPECT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d), 0x77);
+  EXPECT_EQ(zorHwilCardGet(b, 1, nullptr), 0x77);
+  EXPECT_EQ(zorHwilSlotGet(b, 1, nullptr), 0x77);
+  EXPECT_EQ(zorHwilSlotSet(b, 1, b, 0), 0x77);
+  EXPECT_EQ(zorCardUpPcsSet(b, 165), 0x77);
+  EXPECT_EQ(zorHwilScalarGet(0, 46, b, 0), 0x77);
+  EXPECT_EQ(zorHwilScalarSet(0, 46, b, 0), 0x77);
+  EXPECT_EQ(zorScalarGetApi(0, 0, &s), 0x77);
+  EXPECT_EQ(zorScalarSetApi(0, 0, &s), 0x77);
+  EXPECT_EQ(hrdScalarSetApi(0, 6, &d), 0x77);
+  EXPECT_EQ(timerangeListGetApi(1, 11, b), 0x77);
+  EXPECT_EQ(timerangeListSetApi(1, 4, b), 0x77);
+  EXPECT_EQ(mirrorRefCount(1, 165, 1), 0x77);
+  EXPECT_EQ(zorNetlinkSGrpSend(56, 0, b, 32), 0x77);
+  EXPECT_TRUE(vdev::device().journal.announcements.empty());
+}
+
+}  // namespace
