@@ -1,6 +1,7 @@
 #include "api/acl_func_map.h"
 
 #include "api/acl_index_conv.h"
+#include "api/acl_lst_api.h"
 #include "counter/counter.h"
 #include "meter/meter.h"
 
@@ -11,11 +12,11 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {1, nullptr},   // aclScalarGetApi
     {2, nullptr},   // aclScalarSetApi
     {3, nullptr},   // aclScalarSyncApi
-    {4, nullptr},   // aclLstGetFirst
-    {5, nullptr},   // aclLstGetNext
-    {6, nullptr},   // aclLstGetApi
-    {7, nullptr},   // aclLstSetApi
-    {8, nullptr},   // aclLstSyncApi
+    {4, aclLstGetFirst},
+    {5, aclLstGetNext},
+    {6, aclLstGetApi},
+    {7, aclLstSetApi},
+    {8, aclLstSyncApi},
     {9, nullptr},   // aclRuleGetFirst
     {10, nullptr},  // aclRuleGetNext
     {11, nullptr},  // aclRuleGetApi

@@ -5,6 +5,7 @@
 
 #include "client/aclctl.h"
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_list.h"
 
 int main(int argc, char** argv) {
   CLI::App app("Client of the acl daemon: raw command-table calls and device control");
@@ -19,6 +20,7 @@ int main(int argc, char** argv) {
   aclctlAddMeterCommands(app, globals);
   aclctlAddCounterCommands(app, globals);
   aclctlAddDevCommands(app, globals);
+  aclctlAddListCommands(app, globals);
 
   try {
     app.parse(argc, argv);

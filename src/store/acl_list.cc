@@ -23,13 +23,20 @@ namespace {
 // Column of a list type in ruleNum and in the bind types: L2, IPv4, IPv6, hybrid, MPLS, UDF.
 int typeColumn(uint32_t listType) {
   switch (listType) {
-    case ACL_LIST_TYPE_L2: return 0;
-    case ACL_LIST_TYPE_IPV4: return 1;
-    case ACL_LIST_TYPE_IPV6: return 2;
-    case ACL_LIST_TYPE_HYBRID: return 3;
-    case ACL_LIST_TYPE_MPLS: return 4;
-    case ACL_LIST_TYPE_UDF: return 5;
-    default: return -1;
+    case ACL_LIST_TYPE_L2:
+      return 0;
+    case ACL_LIST_TYPE_IPV4:
+      return 1;
+    case ACL_LIST_TYPE_IPV6:
+      return 2;
+    case ACL_LIST_TYPE_HYBRID:
+      return 3;
+    case ACL_LIST_TYPE_MPLS:
+      return 4;
+    case ACL_LIST_TYPE_UDF:
+      return 5;
+    default:
+      return -1;
   }
 }
 
@@ -86,7 +93,9 @@ AclListEntry* aclListEntryGet(uint32_t lstIdx) {
   return static_cast<AclListEntry*>(avl_find(&gaclGrp.listTree, &key, nullptr));
 }
 
-int32_t aclLookupByIndex(uint32_t lstIdx) { return aclListEntryGet(lstIdx) != nullptr ? 0 : -1; }
+int32_t aclLookupByIndex(uint32_t lstIdx) {
+  return aclListEntryGet(lstIdx) != nullptr ? 0 : -1;
+}
 
 AclListEntry* aclListEntryGetByName(const char* name, uint32_t len) {
   if (name == nullptr && len != 0) return nullptr;
@@ -208,7 +217,8 @@ int32_t aclListNotify(uint16_t event, uint32_t lstIdx) {
   std::array<uint8_t, ACL_NOTIFY_LEN> msg;
   aclNotifyMsgBuild(msg, event, lstIdx, 0);
   const int ret = zorNetlinkSGrpSend(ACL_NOTIFY_GROUP, 0, msg.data(), ACL_NOTIFY_LEN);
-  aclDebug(ACL_LOG_GLOBAL, "ACL global [acl notify] info =[ACL notify list %d event %d ret %d].\r\n",
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [acl notify] info =[ACL notify list %d event %d ret %d].\r\n",
            static_cast<int>(lstIdx), event, ret);
   return 0;
 }

@@ -56,7 +56,7 @@ struct AclListEntry {
   uint8_t status : 4;  // 1 while the list exists
   uint8_t counterShared : 2;
   uint8_t meterShared : 2;
-  SilTimer retryTimer;  // next-hop retry on gaclGrp.timerList
+  SilTimer retryTimer;     // next-hop retry on gaclGrp.timerList
   uint32_t activeRuleNum;  // valid rules, as the last status check counted them
 };
 static_assert(sizeof(AclListEntry) <= ACL_LIST_ENTRY_SIZE);

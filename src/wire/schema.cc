@@ -9,6 +9,7 @@ namespace {
 
 constexpr BufRule kDefaultBuf = {kAnyBuf, 0, kMaxRecordLen};
 
+constexpr BufRule kValueOrNull = {bufMask(BufShape::Value) | bufMask(BufShape::None), 0, 0};
 constexpr BufRule kDescOrNull = {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen};
 
 // One row per command whose payload is fixed more exactly than its function's default.
@@ -20,6 +21,36 @@ constexpr std::array kRows = {
     CmdSchema{84, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
     CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
+    // Lists: the name travels in a descriptor, every other command in a value word; a null
+    // buffer has its own answer. Get commands 10 to 16 keep the default until they are built.
+    CmdSchema{6, 1, kDescOrNull},
+    CmdSchema{6, 2, kValueOrNull},
+    CmdSchema{6, 3, kValueOrNull},
+    CmdSchema{6, 4, kValueOrNull},
+    CmdSchema{6, 5, kValueOrNull},
+    CmdSchema{6, 6, kValueOrNull},
+    CmdSchema{6, 7, kValueOrNull},
+    CmdSchema{6, 8, kValueOrNull},
+    CmdSchema{6, 9, kValueOrNull},
+    CmdSchema{6, 17, kValueOrNull},
+    CmdSchema{7, 1, kDescOrNull},
+    CmdSchema{7, 2, kValueOrNull},
+    CmdSchema{7, 3, kValueOrNull},
+    CmdSchema{7, 4, kValueOrNull},
+    CmdSchema{7, 5, kValueOrNull},
+    CmdSchema{7, 6, kValueOrNull},
+    CmdSchema{7, 7, kValueOrNull},
+    CmdSchema{7, 8, kValueOrNull},
+    CmdSchema{7, 9, kValueOrNull},
+    CmdSchema{8, 1, kDescOrNull},
+    CmdSchema{8, 2, kValueOrNull},
+    CmdSchema{8, 3, kValueOrNull},
+    CmdSchema{8, 4, kValueOrNull},
+    CmdSchema{8, 5, kValueOrNull},
+    CmdSchema{8, 6, kValueOrNull},
+    CmdSchema{8, 7, kValueOrNull},
+    CmdSchema{8, 8, kValueOrNull},
+    CmdSchema{8, 9, kValueOrNull},
     // Meters and counters: the version strings, capability records, names and the whole profile
     // record travel in descriptors; a null buffer has its own answer.
     CmdSchema{50, 17, kDescOrNull},  // meter version

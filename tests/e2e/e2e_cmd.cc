@@ -45,7 +45,7 @@ TEST_F(CmdE2e, AclctlCallsTheIndexConversionAndEmptySlots) {
   EXPECT_EQ(j["ret"], -1);
 
   // A function whose slot is not built yet answers like an empty one, by name or id.
-  j = callJson(*acl_, {"call", "aclLstGetFirst"}, &status);
+  j = callJson(*acl_, {"call", "aclIfGetFirst"}, &status);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(j["ret"], -1);
 }

@@ -23,16 +23,17 @@ namespace {
 
 std::atomic<int> gCalls{0};
 
-// Function id 6 (a value-keyed Get): cmd 1 answers key + 1 in the value word, cmd 2 writes the
-// key's decimal text into the descriptor.
+// Function id 6 (a value-keyed Get, whose schema takes a descriptor for cmd 1 and a value word for
+// cmd 2): cmd 2 answers key + 1 in the value word, cmd 1 writes the key's decimal text into the
+// descriptor.
 int32_t fakeGet(uintptr_t key, uintptr_t cmd, uintptr_t buf) {
   ++gCalls;
   if (buf == 0) return 22;
-  if (cmd == 1) {
+  if (cmd == 2) {
     be::store32(reinterpret_cast<void*>(buf), static_cast<uint32_t>(key) + 1);
     return 0;
   }
-  if (cmd == 2) {
+  if (cmd == 1) {
     auto* d = reinterpret_cast<wire::BufDesc*>(buf);
     const std::string text = std::to_string(key);
     if (d->len < text.size()) return 0x03E8000D;
@@ -45,7 +46,7 @@ int32_t fakeGet(uintptr_t key, uintptr_t cmd, uintptr_t buf) {
 
 const IcmFuncEntry kTable[] = {{0, nullptr}, {6, fakeGet}, {7, nullptr}};
 
-wire::Request getReq(uint32_t key, uint32_t cmd = 1) {
+wire::Request getReq(uint32_t key, uint32_t cmd = 2) {
   wire::Request r;
   r.funcId = 6;
   r.cmd = cmd;
@@ -79,7 +80,7 @@ class CmdServer : public ::testing::Test {
     EXPECT_NE(c, nullptr) << err;
     return c;
   }
-  // A fresh client's call of fakeGet(key, 1); the answer's value word, or 0 on any failure.
+  // A fresh client's call of fakeGet(key, 2); the answer's value word, or 0 on any failure.
   uint32_t callOnce(uint32_t key) {
     auto c = connect();
     wire::Response resp;
@@ -104,7 +105,7 @@ TEST_F(CmdServer, ServesTheTableOnARestrictedSocketThatReplacesAStaleFile) {
   wire::Response resp;
   std::string err;
   // Descriptor answer, clamped by the function.
-  auto d = getReq(2001, 2);
+  auto d = getReq(2001, 1);
   d.bufShape = wire::BufShape::Desc;
   d.descCapacity = 16;
   ASSERT_TRUE(c->call(d, &resp, &err)) << err;
