@@ -199,15 +199,15 @@ int32_t aclInit(const aclOptParams* p) {
        nullptr},
       {&AclGroup::longActionPool, "acl_longaction", grules * 4, ACL_LONG_ENTRY_SIZE, 0, nullptr},
   };
-  for (const PoolSpec& spec : pools) {
+  for (const PoolSpec& want : pools) {
     // A size that does not fit the platform's 32-bit entry count is a pool that cannot be made.
-    if (spec.entries > UINT32_MAX ||
-        silMemPoolInit(&(g.*spec.pool), spec.name, static_cast<uint32_t>(spec.entries),
-                       spec.entrySize, spec.indexed) != 0) {
+    if (want.entries > UINT32_MAX ||
+        silMemPoolInit(&(g.*want.pool), want.name, static_cast<uint32_t>(want.entries),
+                       want.entrySize, want.indexed) != 0) {
       releaseGroup();
       return -1;
     }
-    if (spec.after) spec.after();
+    if (want.after) want.after();
   }
 
   if (silTimerListInit(&g.timerList) != 0) {
