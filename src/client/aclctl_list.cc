@@ -13,8 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
-#include "client/cmd_client.h"
-#include "wire/be.h"
+#include "client/table_session.h"
 
 namespace {
 
@@ -31,7 +30,6 @@ constexpr uint32_t kCmdStatus = 9;
 constexpr uint32_t kStatusCreate = 2;
 constexpr uint32_t kStatusDelete = 4;
 constexpr uint32_t kNameMax = 64;
-constexpr int32_t kWalkEnd = -1;
 
 std::string hex32(int32_t v) {
   char text[16];
@@ -50,104 +48,11 @@ const char* listTypeName(uint32_t lstIdx) {
   return "udf";
 }
 
-class ListClient {
- public:
-  explicit ListClient(const AclctlGlobals& g) {
-    std::string err;
-    client_ = aclclient::CmdClient::connect(aclclient::cmdSocketPath(g.runDir, g.socket), &err);
-    if (!client_) throw AclctlExit(kAclctlExitFailed, err);
-  }
+using aclclient::TableSession;
 
-  wire::Response call(const wire::Request& req) {
-    wire::Response resp;
-    std::string err;
-    if (!client_->call(req, &resp, &err)) throw AclctlExit(kAclctlExitFailed, err);
-    if (resp.status != wire::Status::Ok) {
-      throw AclctlExit(kAclctlExitFailed, "the daemon refused the request: " +
-                                              std::string(wire::statusName(resp.status)));
-    }
-    return resp;
-  }
-
-  wire::Response setValue(uint32_t lstIdx, uint32_t cmd, uint32_t value) {
-    wire::Request req;
-    req.funcId = kLstSet;
-    req.cmd = cmd;
-    req.keyShape = wire::KeyShape::Value;
-    req.keyValue = lstIdx;
-    req.bufShape = wire::BufShape::Value;
-    req.bufValue = value;
-    return call(req);
-  }
-
-  wire::Response setName(uint32_t lstIdx, const std::string& name) {
-    wire::Request req;
-    req.funcId = kLstSet;
-    req.cmd = kCmdName;
-    req.keyShape = wire::KeyShape::Value;
-    req.keyValue = lstIdx;
-    req.bufShape = wire::BufShape::Desc;
-    req.data.assign(name.begin(), name.end());
-    req.descCapacity = static_cast<uint32_t>(req.data.size());
-    return call(req);
-  }
-
-  // A value attribute, or nothing with the result in *ret.
-  std::optional<uint32_t> getValue(uint32_t lstIdx, uint32_t cmd, int32_t* ret) {
-    wire::Request req;
-    req.funcId = kLstGet;
-    req.cmd = cmd;
-    req.keyShape = wire::KeyShape::Value;
-    req.keyValue = lstIdx;
-    req.bufShape = wire::BufShape::Value;
-    const wire::Response resp = call(req);
-    *ret = resp.result;
-    if (resp.result != 0) return std::nullopt;
-    return resp.bufValue;
-  }
-
-  std::optional<std::string> getName(uint32_t lstIdx, int32_t* ret) {
-    wire::Request req;
-    req.funcId = kLstGet;
-    req.cmd = kCmdName;
-    req.keyShape = wire::KeyShape::Value;
-    req.keyValue = lstIdx;
-    req.bufShape = wire::BufShape::Desc;
-    req.descCapacity = kNameMax;
-    const wire::Response resp = call(req);
-    *ret = resp.result;
-    if (resp.result != 0) return std::nullopt;
-    return std::string(resp.data.begin(), resp.data.end());
-  }
-
-  // Every list number in order; the walk resumes from the last number it saw.
-  std::vector<uint32_t> numbers() {
-    std::vector<uint32_t> out;
-    wire::Request first;
-    first.funcId = kLstGetFirst;
-    first.keyShape = wire::KeyShape::Bytes;
-    first.key.assign(4, 0);
-    wire::Response resp = call(first);
-    while (resp.result == 0 && resp.key.size() == 4) {
-      const uint32_t idx = be::load32(resp.key, 0);
-      // A walk that does not move forward would never end.
-      if (!out.empty() && idx <= out.back()) break;
-      out.push_back(idx);
-      wire::Request next;
-      next.funcId = kLstGetNext;
-      next.keyShape = wire::KeyShape::Value;
-      next.keyValue = idx;
-      resp = call(next);
-    }
-    if (resp.result != 0 && resp.result != kWalkEnd) {
-      throw AclctlExit(kAclctlExitFailed, "list walk: result " + hex32(resp.result));
-    }
-    return out;
-  }
-
- private:
-  std::unique_ptr<aclclient::CmdClient> client_;
-};
+std::vector<uint8_t> nameBytes(const std::string& name) {
+  return {name.begin(), name.end()};
+}
 
 void expectOk(const AclctlGlobals& g, const char* what, uint32_t lstIdx, int32_t ret) {
   if (g.json) {
@@ -163,23 +68,28 @@ void expectOk(const AclctlGlobals& g, const char* what, uint32_t lstIdx, int32_t
 }
 
 // One list's attributes; nothing when it has gone meanwhile.
-std::optional<ordered_json> describe(ListClient& c, uint32_t lstIdx, int32_t* ret) {
-  const auto name = c.getName(lstIdx, ret);
-  if (!name) return std::nullopt;
-  const auto refCnt = c.getValue(lstIdx, kCmdRefCnt, ret);
-  const auto ruleNum = c.getValue(lstIdx, kCmdRuleNum, ret);
-  const auto status = c.getValue(lstIdx, kCmdStatus, ret);
-  if (!refCnt || !ruleNum || !status) return std::nullopt;
+std::optional<ordered_json> describe(TableSession& c, uint32_t lstIdx, int32_t* ret) {
+  const aclclient::BytesAnswer name = c.getBytes(kLstGet, lstIdx, kCmdName, kNameMax);
+  *ret = name.ret;
+  if (name.ret != 0) return std::nullopt;
+  uint32_t values[3] = {};
+  const uint32_t cmds[3] = {kCmdRefCnt, kCmdRuleNum, kCmdStatus};
+  for (int i = 0; i < 3; ++i) {
+    const aclclient::ValueAnswer v = c.getValue(kLstGet, lstIdx, cmds[i]);
+    *ret = v.ret;
+    if (v.ret != 0) return std::nullopt;
+    values[i] = v.value;
+  }
   return ordered_json{{"list", lstIdx},
-                      {"name", *name},
+                      {"name", std::string(name.data.begin(), name.data.end())},
                       {"type", listTypeName(lstIdx)},
-                      {"refcnt", static_cast<int32_t>(*refCnt)},
-                      {"rules", *ruleNum},
-                      {"status", *status}};
+                      {"refcnt", static_cast<int32_t>(values[0])},
+                      {"rules", values[1]},
+                      {"status", values[2]}};
 }
 
 void show(const AclctlGlobals& g, std::optional<uint32_t> one) {
-  ListClient c(g);
+  TableSession c(g);
   std::vector<ordered_json> rows;
   if (one) {
     int32_t ret = 0;
@@ -190,7 +100,7 @@ void show(const AclctlGlobals& g, std::optional<uint32_t> one) {
     }
     rows.push_back(*row);
   } else {
-    for (uint32_t idx : c.numbers()) {
+    for (uint32_t idx : c.walk(kLstGetFirst, kLstGetNext)) {
       int32_t ret = 0;
       if (auto row = describe(c, idx, &ret)) rows.push_back(*row);
     }
@@ -229,24 +139,25 @@ void aclctlAddListCommands(CLI::App& app, AclctlGlobals& globals) {
     if (a->name.size() > kNameMax) {
       throw AclctlExit(kAclctlExitUsage, "a list name has at most 64 characters");
     }
-    ListClient c(globals);
-    int32_t ret = c.setValue(a->lstIdx, kCmdStatus, kStatusCreate).result;
-    if (ret == 0 && !a->name.empty()) ret = c.setName(a->lstIdx, a->name).result;
+    TableSession c(globals);
+    int32_t ret = c.setValue(kLstSet, a->lstIdx, kCmdStatus, kStatusCreate);
+    if (ret == 0 && !a->name.empty())
+      ret = c.setBytes(kLstSet, a->lstIdx, kCmdName, nameBytes(a->name));
     expectOk(globals, "created", a->lstIdx, ret);
   });
 
   auto* del = list->add_subcommand("delete", "Delete a list with all its rules");
   del->add_option("LIST", a->lstIdx, "list number")->required();
   del->callback([&globals, a] {
-    ListClient c(globals);
+    TableSession c(globals);
     // Deleting a missing list succeeds on the daemon's side; say so rather than claim it.
-    int32_t ret = 0;
-    if (!c.getValue(a->lstIdx, kCmdStatus, &ret)) {
-      expectOk(globals, "deleted", a->lstIdx, ret);
+    const aclclient::ValueAnswer status = c.getValue(kLstGet, a->lstIdx, kCmdStatus);
+    if (status.ret != 0) {
+      expectOk(globals, "deleted", a->lstIdx, status.ret);
       return;
     }
     expectOk(globals, "deleted", a->lstIdx,
-             c.setValue(a->lstIdx, kCmdStatus, kStatusDelete).result);
+             c.setValue(kLstSet, a->lstIdx, kCmdStatus, kStatusDelete));
   });
 
   auto* rename = list->add_subcommand("rename", "Give a list another name");
@@ -256,8 +167,9 @@ void aclctlAddListCommands(CLI::App& app, AclctlGlobals& globals) {
     if (a->name.size() > kNameMax) {
       throw AclctlExit(kAclctlExitUsage, "a list name has at most 64 characters");
     }
-    ListClient c(globals);
-    expectOk(globals, "renamed", a->lstIdx, c.setName(a->lstIdx, a->name).result);
+    TableSession c(globals);
+    expectOk(globals, "renamed", a->lstIdx,
+             c.setBytes(kLstSet, a->lstIdx, kCmdName, nameBytes(a->name)));
   });
 
   auto* showCmd = list->add_subcommand("show", "Show one list or all of them");
