@@ -152,7 +152,7 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* dev = app.add_subcommand("dev", "Inspect and control the virtual device");
   dev->require_subcommand(1);
   command(dev, globals, "show", "The device model, journal sizes and armed faults", "show", {});
-  command(dev, globals, "hw", "Hardware rule tables: all scopes, or one", "hw",
+  command(dev, globals, "hw", "Hardware rule tables (each rule decoded): all scopes, or one", "hw",
           {{"--scope", "scope", Kind::Text, "global, unit or gem"},
            {"--unit", "unit", Kind::Number, "unit of a unit or GEM scope"},
            {"--onu", "onu", Kind::Number, "ONU id of a GEM scope"},

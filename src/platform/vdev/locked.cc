@@ -1,4 +1,4 @@
-#include "platform/vdev/inspect.h"
+#include "platform/vdev/locked.h"
 
 namespace vdev {
 

@@ -7,6 +7,7 @@
 #include "platform/logging.h"
 #include "platform/vdev/calls.h"
 #include "platform/vdev/control.h"
+#include "platform/vdev/decode.h"
 #include "platform/vdev/model_json.h"
 
 namespace vdev {
@@ -348,11 +349,32 @@ json clearJournal(const json& req) {
   return {{"ok", true}};
 }
 
+// Each entry of tables (as hwTablesToJson listed them, in the same order) with its rule decoded.
+void addDecoded(json& tables, const Journal& jr, const ScopeKey* only) {
+  size_t t = 0;
+  for (const auto& [key, table] : jr.hw) {
+    if (only && !(key == *only)) continue;
+    if (t >= tables.size()) return;
+    size_t i = 0;
+    for (const auto& [k, e] : table.entries) {
+      if (i < tables[t]["entries"].size()) {
+        tables[t]["entries"][i]["decoded"] = decodeHwRule(e.data, e.tlv);
+      }
+      ++i;
+    }
+    ++t;
+  }
+}
+
 json hw(const json& req) {
   const auto scope = scopeNumber(req);
   Device& d = device();
   std::lock_guard lock(d.mutex);
-  if (!scope) return {{"ok", true}, {"tables", hwTablesToJson(d.journal, nullptr)}};
+  if (!scope) {
+    json tables = hwTablesToJson(d.journal, nullptr);
+    addDecoded(tables, d.journal, nullptr);
+    return {{"ok", true}, {"tables", tables}};
+  }
   ScopeKey key;
   key.scope = *scope;
   if (*scope >= 1) key.unit = needU32(req, "unit");
@@ -361,6 +383,7 @@ json hw(const json& req) {
     key.gem = needU32(req, "gem");
   }
   json tables = hwTablesToJson(d.journal, &key);
+  addDecoded(tables, d.journal, &key);
   // One scope asked for: its entries, empty when nothing is installed there.
   json out = scopeToJson(key);
   out["entries"] = tables.empty() ? json::array() : tables[0]["entries"];

@@ -1,0 +1,168 @@
+// The 508-byte hardware rule record of a rule. Every field has a fixed place; a field the rule does
+// not use stays 0, so the record is cleared first and only the rule's entries are written.
+#include "hw/acl_dev_trans.h"
+
+#include <algorithm>
+#include <array>
+
+#include "api/acl_ret.h"
+#include "hw/acl_dev_attr.h"
+#include "store/acl_bits.h"
+#include "store/acl_codes.h"
+#include "store/acl_entry.h"
+#include "store/acl_rule.h"
+#include "wire/acl_dev_fields.h"
+#include "wire/acl_dev_layout.h"
+#include "wire/be.h"
+
+namespace {
+
+using namespace acldev;
+
+using Kind = FieldKind;
+
+constexpr bool sameName(const char* a, const char* b) {
+  while (*a != '\0' && *a == *b) ++a, ++b;
+  return *a == *b;
+}
+
+// The places the record is written by are the ones the device decodes by; the names and
+// parameter slots there must be the store's.
+constexpr bool tablesAgree() {
+  for (uint32_t c = 0; c < kFieldCodes; ++c) {
+    if (!sameName(kFieldPlaces[c].name, aclRuleBitToStr[c])) return false;
+  }
+  for (uint32_t c = 0; c < kActionCodes; ++c) {
+    if (!sameName(kActionNames[c], aclActionBitToStr[c])) return false;
+  }
+  for (uint32_t c = 0; c < RULE_ACTION_MAX; ++c) {
+    const AclActionParamInfo store = aclActionParamInfo(c);
+    const ActionParam wire = actionParam(c);
+    const bool param = store.kind == AclActionKind::Param;
+    if (param != (wire.entryLen != 0)) return false;
+    if (param && (store.slot != wire.slot || store.entryLen != wire.entryLen ||
+                  store.totalLen != wire.totalLen)) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(tablesAgree(), "hardware field and action tables differ from the rule store's");
+
+AclRuleEntry* mut(const AclRuleEntry* rule) {
+  // The store's walks take a mutable rule; translation only reads it.
+  return const_cast<AclRuleEntry*>(rule);
+}
+
+void storeField(std::span<uint8_t> dev, AclValueEntry* e) {
+  if (e->code >= kPlacedFieldCodes) return;
+  const FieldPlace& p = kFieldPlaces[e->code];
+  const uint32_t word = aclValueWord(e);
+  const auto bytes = aclValueBytes(e);
+  switch (p.kind) {
+    case Kind::None:
+      return;
+    case Kind::U8:
+      be::store8(dev, p.off, static_cast<uint8_t>(word));
+      if (p.off2 != 0) be::store8(dev, p.off2, static_cast<uint8_t>(word));
+      return;
+    case Kind::U16:
+      be::store16(dev, p.off, static_cast<uint16_t>(word));
+      return;
+    case Kind::U32:
+      be::store32(dev, p.off, word);
+      return;
+    case Kind::Bytes:
+      std::copy_n(bytes.begin(), std::min<size_t>(bytes.size(), kAddrLen), dev.begin() + p.off);
+      return;
+    case Kind::Mac:
+      std::copy_n(bytes.begin(), std::min<size_t>(bytes.size(), kMacLen), dev.begin() + p.off);
+      return;
+    case Kind::Udf: {
+      // Data, mask and offset: three big-endian words; missing bytes read as 0.
+      std::array<uint8_t, 12> w{};
+      std::copy_n(bytes.begin(), std::min(bytes.size(), w.size()), w.begin());
+      be::store32(dev, kUserData + 4 * p.off, be::load32(w, 0));
+      be::store32(dev, kUserDataMask + 4 * p.off, be::load32(w, 4));
+      be::store32(dev, kUserDataOffset + 4 * p.off, be::load32(w, 8));
+      be::store8(dev, kUserDataNum, kUserDataCount);
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+void aclDevActionFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
+  AclRuleEntry* r = mut(rule);
+  for (AclActionEntry* a = aclActionFirst(r); a != nullptr; a = aclActionNext(r, a)) {
+    const auto bytes = aclActionBytes(a);
+    if (a->code < RULE_ACTION_MAX) {
+      // The store keeps every parameter inside the 44 words; an entry that would reach past
+      // them (or has no slot) carries nothing the record can hold.
+      if (a->slot == ACL_ACTION_NO_SLOT || a->slot * 4u + bytes.size() > kActionParamWords * 4) {
+        continue;
+      }
+      std::copy(bytes.begin(), bytes.end(), dev.begin() + kActionParam + a->slot * 4u);
+    } else if (a->slot < kOutActionParamWords) {
+      be::store32(dev, kOutActionParam + a->slot * 4u, aclActionValueWord(a));
+    }
+  }
+  std::copy_n(rule->fieldBits, kBitsLen, dev.begin() + kBits);
+  std::copy_n(rule->actionBits, kActionLen, dev.begin() + kAction);
+  std::copy_n(rule->outActionBits, kOutActionLen, dev.begin() + kOutAction);
+}
+
+uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
+                     uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
+                     uint32_t gemPortVp) {
+  if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
+  std::span<uint8_t> dev(devPtr, kRecLen);
+  std::fill(dev.begin(), dev.end(), 0);
+
+  AclRuleEntry* r = mut(rule);
+  for (AclValueEntry* e = aclValueFirst(r); e != nullptr; e = aclValueNext(r, e))
+    storeField(dev, e);
+  aclDevActionFill(rule, dev);
+
+  const std::span<const uint8_t> fieldBits(rule->fieldBits);
+  if (aclBitTest(fieldBits, RULE_BIT_CARID)) be::store32(dev, kCir, rule->meterId);
+  if (aclBitTest(fieldBits, RULE_BIT_COUNTERID)) {
+    if (auto v = aclDevCounterAttr(rule->counterId, ACL_COUNTER_ATTR_TYPE)) {
+      be::store8(dev, kCounterType, static_cast<uint8_t>(*v));
+    }
+    if (auto v = aclDevCounterAttr(rule->counterId, ACL_COUNTER_ATTR_COLOR)) {
+      be::store8(dev, kCounterColor, static_cast<uint8_t>(*v));
+    }
+  }
+  if (aclBitTest(fieldBits, RULE_BIT_METERID)) {
+    struct Word {
+      uint32_t attr, off;
+    };
+    for (const Word w : {Word{ACL_METER_ATTR_CIR, kCir}, Word{ACL_METER_ATTR_PIR, kPir},
+                         Word{ACL_METER_ATTR_CBS, kCbs}, Word{ACL_METER_ATTR_EBS, kEbs},
+                         Word{ACL_METER_ATTR_PBS, kPbs}}) {
+      if (auto v = aclDevMeterAttr(rule->meterId, w.attr)) be::store32(dev, w.off, *v);
+    }
+    for (const Word w :
+         {Word{ACL_METER_ATTR_TYPE, kMeterType}, Word{ACL_METER_ATTR_MODE, kMeterMode},
+          Word{ACL_METER_ATTR_CARTYPE, kCarType}}) {
+      if (auto v = aclDevMeterAttr(rule->meterId, w.attr)) {
+        be::store8(dev, w.off, static_cast<uint8_t>(*v));
+      }
+    }
+  }
+
+  be::store32(dev, kLstIdx, rule->lstIdx);
+  be::store32(dev, kRuleIdx, rule->ruleIdx);
+  be::store8(dev, kDir, dir);
+  be::store8(dev, kCounterShared, counterShared);
+  be::store8(dev, kMeterShared, meterShared);
+  be::store16(dev, kPriority, priority);
+  be::store8(dev, kLayerType, rule->layerType);
+  be::store16(dev, kOnuId, onuId);
+  be::store16(dev, kGemPort, gemPort);
+  // A multicast GEM rule reaches every GEM port of the ONU.
+  be::store32(dev, kGemPortVp, rule->multicastGem != 0 ? 0xFFFFFFFFu : gemPortVp);
+  return 0;
+}

@@ -1,0 +1,234 @@
+// The 508-byte hardware rule record, checked byte by byte against offsets written out here (not
+// taken from the layout header), so a wrong offset or width in the layout fails too.
+#include "trans_fixture.h"
+
+namespace transtest {
+namespace {
+
+using Record = Bytes;
+
+void put(Record& r, size_t off, const Bytes& b) {
+  std::copy(b.begin(), b.end(), r.begin() + off);
+}
+
+Record devOf(const AclRuleEntry* rule, uint8_t dir = 0, uint8_t counterShared = 0,
+             uint8_t meterShared = 0, uint16_t priority = 0, uint16_t onuId = 0,
+             uint16_t gemPort = 0, uint32_t gemPortVp = 0) {
+  Record dev(ACL_DEV_RECORD_LEN, 0xEE);  // garbage: the translation must clear it
+  EXPECT_EQ(aclDevTrans(rule, dev.data(), dir, counterShared, meterShared, priority, onuId, gemPort,
+                        gemPortVp),
+            0u);
+  return dev;
+}
+
+class DevRecordTest : public TransTest {};
+
+TEST_F(DevRecordTest, EveryFieldKindLandsAtItsOffsetWithItsWidth) {
+  list(3001);
+  AclRuleEntry* r = rule(3001, 7);
+  r->layerType = 2;
+  value(r, RULE_BIT_DTAG, num(1, 4));
+  value(r, RULE_BIT_ENCAPTYPE, num(2, 4));
+  value(r, RULE_BIT_LAYERTYPE, num(3, 4));  // the rule's own 2 wins
+  value(r, RULE_BIT_IPVER, num(2, 4));
+  value(r, RULE_BIT_ETHTYPE, num(0x86DD, 4));
+  value(r, RULE_BIT_PROTOTYPE, num(0x1234, 4));
+  value(r, RULE_BIT_PROTOSUBTYPE, num(0x00010002, 4));  // truncated to 0x0002
+  value(r, RULE_BIT_SRCADDR, seq(0x20, 16));
+  value(r, RULE_BIT_SRCPREFIX, num(64, 4));
+  value(r, RULE_BIT_SRCSTRPREFIX, seq(0x40, 16));
+  value(r, RULE_BIT_DSTADDR, num(0x0A010203, 4));  // an IPv4 address fills 4 bytes only
+  value(r, RULE_BIT_DSTPREFIX, num(24, 4));
+  value(r, RULE_BIT_DSTSTRPREFIX, seq(0x60, 8));
+  value(r, RULE_BIT_SRCPORT, num(80, 4));
+  value(r, RULE_BIT_SRCENDPORT, num(90, 4));
+  value(r, RULE_BIT_DSTPORT, num(0x1F90, 4));
+  value(r, RULE_BIT_DSTENDPORT, num(0xABCD, 4));
+  value(r, RULE_BIT_TCPFSM, num(0x12, 4));
+  value(r, RULE_BIT_IPDSCP, num(46, 4));
+  value(r, RULE_BIT_IPFRAGMENT, num(1, 4));
+  value(r, RULE_BIT_IPOPTIONS, num(1, 4));
+  value(r, RULE_BIT_HOPLIMIT, num(0x1FE, 4));  // truncated to 0xFE
+  value(r, RULE_BIT_NEXTHEADER, num(6, 4));
+  value(r, RULE_BIT_FLOWLABEL, num(0xABCDE, 4));
+  value(r, RULE_BIT_APP, num(0x0102, 4));
+  value(r, RULE_BIT_OUTPRI, num(5, 4));
+  value(r, RULE_BIT_OUTVID, num(100, 4));
+  value(r, RULE_BIT_OUTENDVID, num(200, 4));
+  value(r, RULE_BIT_INPRI, num(3, 4));
+  value(r, RULE_BIT_INVID, num(300, 4));
+  value(r, RULE_BIT_INENDVID, num(400, 4));
+  value(r, RULE_BIT_LLID, num(0x77, 4));  // no place in the record
+  value(r, RULE_BIT_SRCMAC, seq(0xA0, 6));
+  value(r, RULE_BIT_SRCMACPREFIX, num(48, 4));
+  value(r, RULE_BIT_SRCMACSTRPREFIX, seq(0xB0, 6));
+  value(r, RULE_BIT_DSTMAC, seq(0xC0, 6));
+  value(r, RULE_BIT_DSTMACPREFIX, num(40, 4));
+  value(r, RULE_BIT_DSTMACSTRPREFIX, seq(0xD0, 6));
+  value(r, RULE_BIT_LOOKUP, num(0x55, 4));
+  value(r, RULE_BIT_LOOKUPMASK, num(0xFF, 4));
+  for (uint32_t i = 0; i < 4; ++i) {
+    value(r, RULE_BIT_MPLSEXP1 + i, num(i + 1, 4));
+    value(r, RULE_BIT_MPLSLABEL1 + i, num(0x10000 + i, 4));
+  }
+  value(r, RULE_BIT_VXLANFLAG, num(8, 4));
+  value(r, RULE_BIT_VXLANVNI, num(0x123456, 4));
+  value(r, RULE_BIT_VXLANTAG, num(1, 4));
+  value(r, RULE_BIT_VXLANTRANSIT, num(2, 4));
+  value(r, RULE_BIT_VXLANBUM, num(3, 4));
+  value(r, RULE_BIT_USERDEFINEDDATA1, seq(0x01, 12));
+  value(r, RULE_BIT_USERDEFINEDDATA1 + 2, seq(0x81, 12));
+  value(r, RULE_BIT_UNTAGGED, num(1, 4));
+  value(r, RULE_BIT_IPTOTALLEN, num(1500, 4));  // no place in the record
+  meter(3, {1, 2, 5, 1000, 0, 2000, 3000, 4000, 5000});
+  counter(7, 2, 4);
+  r->meterId = 3;
+  bit(r, RULE_BIT_METERID);
+  r->counterId = 7;
+  bit(r, RULE_BIT_COUNTERID);
+  action(r, RULE_ACTION_PERMIT, ACL_ACTION_NO_SLOT, {});
+  action(r, RULE_ACTION_OUTPUT_PORT, 11, seq(0x11, 16));
+  action(r, RULE_ACTION_OUTPUT_PORT, 15, seq(0x31, 16));
+  action(r, RULE_ACTION_SA_REWRITE, 7, seq(0xE0, 6));
+  action(r, RULE_ACTION_TOS, 0, num(0x2E, 4));
+  action(r, 65, ACL_ACTION_NO_SLOT, {});  // out-action bit 1 (drop) without a parameter
+  action(r, 68, 0, num(0x22, 4));         // out-action bit 4 with its word 0
+  aclBitSet(r->outActionBits, 1);
+  aclBitSet(r->outActionBits, 4);
+
+  const Record dev = devOf(r, 1, 1, 0, 0x1007, 0x0203, 0x0405, 0x0A0B0C0D);
+
+  Record want(508, 0);
+  put(want, 0, {0x12, 0x34});
+  put(want, 2, {0x00, 0x02});
+  put(want, 4, seq(0x20, 16));
+  put(want, 20, {10, 1, 2, 3});
+  put(want, 36, seq(0x40, 16));
+  put(want, 52, seq(0x60, 8));
+  put(want, 68, {64, 24, 2, 2, 2, 0x12});  // prefixes, encap, layer, ipVer, tcpFsm
+  put(want, 74, {0, 80, 0, 90, 0x1F, 0x90, 0xAB, 0xCD});
+  put(want, 82, {0xFE, 46, 1, 1});  // hop limit, DSCP, options, fragment
+  put(want, 88, {0x00, 0x0A, 0xBC, 0xDE});
+  put(want, 92, {6, 1, 4, 0});  // next header, fragFlag, userDataNum, operators
+  put(want, 96, seq(0x01, 4));
+  put(want, 112, seq(0x05, 4));
+  put(want, 128, seq(0x09, 4));
+  put(want, 104, seq(0x81, 4));
+  put(want, 120, seq(0x85, 4));
+  put(want, 136, seq(0x89, 4));
+  put(want, 144, seq(0xA0, 6));
+  put(want, 150, {48});
+  put(want, 151, seq(0xC0, 6));
+  put(want, 157, {40, 1, 3, 5});  // dst MAC prefix, dtag, inner and outer dot1p
+  put(want, 162, seq(0xB0, 6));
+  put(want, 168, seq(0xD0, 6));
+  put(want, 174, {0,    100,  0, 200,  0x01, 0x2C, 0x01, 0x90, 0x86, 0xDD,
+                  0x01, 0x02, 0, 0x55, 0,    0xFF, 1,    2,    3,    4});
+  for (uint8_t i = 0; i < 4; ++i) put(want, 196 + 4 * i, {0, 1, 0, i});
+  put(want, 212, Bytes(r->fieldBits, r->fieldBits + 12));
+  put(want, 224, Bytes(r->actionBits, r->actionBits + 8));
+  put(want, 232 + 0 * 4, {0, 0, 0, 0x2E});
+  put(want, 232 + 7 * 4, seq(0xE0, 6));
+  put(want, 232 + 11 * 4, seq(0x11, 16));
+  put(want, 232 + 15 * 4, seq(0x31, 16));
+  put(want, 408, {0x48, 0x00});
+  put(want, 412, {0, 0, 0, 0x22});
+  put(want, 436, {1, 2, 4, 0});  // counterShared, counter type and colour, meterShared
+  put(want, 440, num(1000, 4));
+  put(want, 444, num(2000, 4));
+  put(want, 448, num(3000, 4));
+  put(want, 452, num(4000, 4));
+  put(want, 456, num(5000, 4));
+  put(want, 460, {1, 2, 5});
+  put(want, 466, {0, 1, 0x02, 0x03, 0x04, 0x05, 0x0A, 0x0B, 0x0C, 0x0D});
+  put(want, 476, num(3001, 4));
+  put(want, 480, num(7, 4));
+  put(want, 484, {0x10, 0x07});
+  put(want, 496, num(0x123456, 4));
+  put(want, 500, {8, 1, 2, 3, 1});
+  EXPECT_EQ(diff(dev, want), "");
+
+  // The bit sets really are the rule's: spot-check what the store set.
+  EXPECT_TRUE(aclBitTest(std::span<const uint8_t>(dev).subspan(212, 12), RULE_BIT_IPTOTALLEN));
+  EXPECT_TRUE(aclBitTest(std::span<const uint8_t>(dev).subspan(224, 8), RULE_ACTION_PERMIT));
+}
+
+TEST_F(DevRecordTest, SharedPlacesTakeTheLastEntryAndIpv4FieldsReuseThem) {
+  list(2001);
+  AclRuleEntry* r = rule(2001, 1);
+  value(r, RULE_BIT_SRCPORT, num(1000, 4));
+  value(r, RULE_BIT_IPTOS, num(4, 4));
+  value(r, RULE_BIT_IPTTL, num(0x140, 4));
+  value(r, RULE_BIT_ICMPTYPE, num(8, 4));  // after SRCPORT in code order: it wins
+  value(r, RULE_BIT_ICMPCODE, num(3, 4));
+  value(r, RULE_BIT_IPPRECEDENCE, num(7, 4));  // after IPTOS
+  const Record dev = devOf(r);
+  EXPECT_EQ(dev[74] * 256 + dev[75], 8);
+  EXPECT_EQ(dev[78] * 256 + dev[79], 3);
+  EXPECT_EQ(dev[82], 0x40);
+  EXPECT_EQ(dev[83], 7);
+}
+
+TEST_F(DevRecordTest, CarCounterAndMeterAttributesPresentAndMissing) {
+  list(2001);
+  // CAR: cir is the CAR value, no meter type, no other meter word.
+  AclRuleEntry* car = rule(2001, 1);
+  car->meterId = 64000;
+  bit(car, RULE_BIT_CARID);
+  Record dev = devOf(car);
+  EXPECT_EQ(diff(Record(dev.begin() + 436, dev.begin() + 466),
+                 [] {
+                   Record w(30, 0);
+                   put(w, 4, num(64000, 4));
+                   return w;
+                 }()),
+            "");
+
+  // A meter and a counter that do not exist: the attribute fields stay 0.
+  AclRuleEntry* gone = rule(2001, 2);
+  gone->meterId = 9;
+  gone->counterId = 9;
+  bit(gone, RULE_BIT_METERID);
+  bit(gone, RULE_BIT_COUNTERID);
+  dev = devOf(gone, 0, 1, 1);
+  EXPECT_EQ(diff(Record(dev.begin() + 436, dev.begin() + 466),
+                 [] {
+                   Record w(30, 0);
+                   w[0] = 1;  // counterShared
+                   w[3] = 1;  // meterShared
+                   return w;
+                 }()),
+            "");
+
+  // Ids held without their field bits are not looked at.
+  meter(4, {1, 1, 1, 1, 1, 1, 1, 1, 1});
+  counter(5, 1, 1);
+  AclRuleEntry* noBits = rule(2001, 3);
+  noBits->meterId = 4;
+  noBits->counterId = 5;
+  dev = devOf(noBits);
+  EXPECT_EQ(diff(Record(dev.begin() + 436, dev.begin() + 466), Record(30, 0)), "");
+}
+
+TEST_F(DevRecordTest, MulticastGemOverridesTheCallersGemPortVp) {
+  list(1);
+  AclRuleEntry* r = rule(1, 1);
+  Record dev = devOf(r, 0, 0, 0, 0, 1, 2, 0x1234);
+  EXPECT_EQ(Bytes(dev.begin() + 472, dev.begin() + 476), num(0x1234, 4));
+  r->multicastGem = 1;
+  dev = devOf(r, 0, 0, 0, 0, 1, 2, 0x1234);
+  EXPECT_EQ(Bytes(dev.begin() + 472, dev.begin() + 476), num(0xFFFFFFFF, 4));
+  EXPECT_EQ(Bytes(dev.begin() + 468, dev.begin() + 472), Bytes({0, 1, 0, 2}));
+}
+
+TEST_F(DevRecordTest, MissingRuleOrRecordIsRefusedAndWritesNothing) {
+  list(1);
+  AclRuleEntry* r = rule(1, 1);
+  Record dev(508, 0xEE);
+  EXPECT_EQ(aclDevTrans(nullptr, dev.data(), 0, 0, 0, 0, 0, 0, 0), uint32_t(CMN_ERR_BAD_PARAM));
+  EXPECT_EQ(dev, Record(508, 0xEE));
+  EXPECT_EQ(aclDevTrans(r, nullptr, 0, 0, 0, 0, 0, 0, 0), uint32_t(CMN_ERR_BAD_PARAM));
+}
+
+}  // namespace
+}  // namespace transtest
