@@ -2,6 +2,7 @@
 
 #include "api/acl_index_conv.h"
 #include "api/acl_lst_api.h"
+#include "api/acl_rule_api.h"
 #include "counter/counter.h"
 #include "meter/meter.h"
 
@@ -17,11 +18,11 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {6, aclLstGetApi},
     {7, aclLstSetApi},
     {8, aclLstSyncApi},
-    {9, nullptr},   // aclRuleGetFirst
-    {10, nullptr},  // aclRuleGetNext
-    {11, nullptr},  // aclRuleGetApi
-    {12, nullptr},  // aclRuleSetApi
-    {13, nullptr},  // aclRuleSyncApi
+    {9, aclRuleGetFirst},
+    {10, aclRuleGetNext},
+    {11, aclRuleGetApi},
+    {12, aclRuleSetApi},
+    {13, aclRuleSyncApi},
     {14, nullptr},  // aclIfLstGetFirst
     {15, nullptr},  // aclIfLstGetNext
     {16, nullptr},  // aclIfGetFirst

@@ -6,6 +6,7 @@
 #include "client/aclctl.h"
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_list.h"
+#include "client/aclctl_rule.h"
 
 int main(int argc, char** argv) {
   CLI::App app("Client of the acl daemon: raw command-table calls and device control");
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
   aclctlAddCounterCommands(app, globals);
   aclctlAddDevCommands(app, globals);
   aclctlAddListCommands(app, globals);
+  aclctlAddRuleCommands(app, globals);
 
   try {
     app.parse(argc, argv);

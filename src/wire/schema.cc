@@ -51,6 +51,52 @@ constexpr std::array kRows = {
     CmdSchema{8, 7, kValueOrNull},
     CmdSchema{8, 8, kValueOrNull},
     CmdSchema{8, 9, kValueOrNull},
+    // Rules: the field bits, addresses, MACs, user-defined data, action sets and parameters and
+    // the translated forms travel in descriptors, which must be nothing else; every other command
+    // reads or writes at most one word, which any buffer holds.
+    CmdSchema{11, 0, kDescOrNull},
+    CmdSchema{11, 8, kDescOrNull},
+    CmdSchema{11, 10, kDescOrNull},
+    CmdSchema{11, 11, kDescOrNull},
+    CmdSchema{11, 13, kDescOrNull},
+    CmdSchema{11, 34, kDescOrNull},
+    CmdSchema{11, 36, kDescOrNull},
+    CmdSchema{11, 37, kDescOrNull},
+    CmdSchema{11, 39, kDescOrNull},
+    CmdSchema{11, 48, kDescOrNull},
+    CmdSchema{11, 53, kDescOrNull},
+    CmdSchema{11, 54, kDescOrNull},
+    CmdSchema{11, 55, kDescOrNull},
+    CmdSchema{11, 56, kDescOrNull},
+    CmdSchema{11, 75, kDescOrNull},  // hardware rule record
+    CmdSchema{11, 87, kDescOrNull},  // TLV message
+    CmdSchema{11, 88, kDescOrNull},  // rule record image
+    CmdSchema{12, 8, kDescOrNull},
+    CmdSchema{12, 10, kDescOrNull},
+    CmdSchema{12, 11, kDescOrNull},
+    CmdSchema{12, 13, kDescOrNull},
+    CmdSchema{12, 34, kDescOrNull},
+    CmdSchema{12, 36, kDescOrNull},
+    CmdSchema{12, 37, kDescOrNull},
+    CmdSchema{12, 39, kDescOrNull},
+    CmdSchema{12, 48, kDescOrNull},
+    CmdSchema{12, 53, kDescOrNull},
+    CmdSchema{12, 54, kDescOrNull},
+    CmdSchema{12, 55, kDescOrNull},
+    CmdSchema{12, 56, kDescOrNull},
+    CmdSchema{13, 8, kDescOrNull},
+    CmdSchema{13, 10, kDescOrNull},
+    CmdSchema{13, 11, kDescOrNull},
+    CmdSchema{13, 13, kDescOrNull},
+    CmdSchema{13, 34, kDescOrNull},
+    CmdSchema{13, 36, kDescOrNull},
+    CmdSchema{13, 37, kDescOrNull},
+    CmdSchema{13, 39, kDescOrNull},
+    CmdSchema{13, 48, kDescOrNull},
+    CmdSchema{13, 53, kDescOrNull},
+    CmdSchema{13, 54, kDescOrNull},
+    CmdSchema{13, 55, kDescOrNull},
+    CmdSchema{13, 56, kDescOrNull},
     // Meters and counters: the version strings, capability records, names and the whole profile
     // record travel in descriptors; a null buffer has its own answer.
     CmdSchema{50, 17, kDescOrNull},  // meter version

@@ -35,7 +35,7 @@ TEST(WireSchema, FunctionIdsPastTheTableAreUnknownAndEmptySlotsPass) {
 
 TEST(WireSchema, KeysMustHaveTheFamilyWidth) {
   // Rule get: a 12-byte key record only.
-  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 12, BufShape::Value)), Status::Ok);
+  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 12, BufShape::Desc)), Status::Ok);
   EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 11, BufShape::Value)), Status::Schema);
   EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 13, BufShape::Value)), Status::Schema);
   EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Value, 0, BufShape::Value)), Status::Schema);

@@ -1,0 +1,169 @@
+// Set 53 to 56: a rule's in-actions and out-actions and their parameters. In-action bits only
+// accumulate; the remove-all marker (RULE_ACTION_INVALID, bit 0) takes every in-action away, and
+// out-action bit 0 every out-action. The mirror group of the MIRROR_GROUP action is a reference the
+// rule holds (rule deletion releases the group of that action's parameter): it follows every
+// change of that parameter.
+#include <algorithm>
+#include <array>
+
+#include "api/acl_ret.h"
+#include "api/acl_rule_internal.h"
+#include "counter/counter.h"
+#include "main/acl_group.h"
+#include "meter/meter.h"
+#include "platform/mirror.h"
+#include "store/acl_action_param.h"
+#include "store/acl_bits.h"
+#include "store/acl_codes.h"
+#include "store/acl_conflict.h"
+#include "store/acl_entry.h"
+#include "store/acl_rule.h"
+
+namespace {
+
+// The support query is handed the union padded to the 12 bytes the platform expects.
+constexpr uint16_t kSupportCheckLen = 12;
+
+std::span<const uint8_t> descBytes(const wire::BufDesc* d) {
+  return {static_cast<const uint8_t*>(d->data), d->len};
+}
+
+// Keeps the rule's mirror-group reference on the group its MIRROR_GROUP parameter names now.
+void mirrorFollow(AclRuleEntry* rule, uint32_t before) {
+  const uint32_t after = aclRuleMirrorGroupHeld(rule);
+  if (after == before) return;
+  if (before != 0) mirrorRefCount(before, ACL_MODULE_NUM, -1);
+  if (after != 0) mirrorRefCount(after, ACL_MODULE_NUM, +1);
+}
+
+}  // namespace
+
+uint32_t aclRuleMirrorGroupHeld(AclRuleEntry* rule) {
+  if (!aclBitTest(rule->actionBits, RULE_ACTION_MIRROR_GROUP)) return 0;
+  const AclActionEntry* e = aclActionEntryGet(rule, RULE_ACTION_MIRROR_GROUP,
+                                              static_cast<uint8_t>(ACL_RULE_PARAM_MIRROR));
+  return e != nullptr ? aclActionValueWord(e) : 0;
+}
+
+void aclRuleInActionStrip(AclRuleEntry* rule) {
+  if (const uint32_t group = aclRuleMirrorGroupHeld(rule)) {
+    mirrorRefCount(group, ACL_MODULE_NUM, -1);
+  }
+  // Counting goes with the AWARE action.
+  if (aclBitTest(rule->actionBits, RULE_ACTION_AWARE)) {
+    if (aclBitTest(rule->fieldBits, RULE_BIT_COUNTERID)) counterRefcount(rule->counterId, -1);
+    rule->counterId = 0;
+    aclBitClear(rule->fieldBits, RULE_BIT_COUNTERID);
+  }
+  std::fill(std::begin(rule->actionBits), std::end(rule->actionBits), uint8_t{0});
+  aclActionListDel(rule);
+  aclBitClear(rule->fieldBits, RULE_BIT_ACTION);
+  aclBitClear(rule->fieldBits, RULE_BIT_ACTIONPARAM);
+}
+
+int32_t aclRuleSetAction(AclRuleSetCtx& c) {
+  const wire::BufDesc* d = aclRuleSetDesc(c);
+  if (d->data == nullptr || d->len < ACL_ACTION_BITS_LEN) return ACL_RET_INVALID;
+  AclRuleEntry* rule = c.rule;
+  std::array<uint8_t, ACL_ACTION_BITS_LEN> requested;
+  std::copy_n(static_cast<const uint8_t*>(d->data), requested.size(), requested.begin());
+  std::array<uint8_t, kSupportCheckLen> all{};
+  for (size_t i = 0; i < requested.size(); ++i) {
+    all[i] = static_cast<uint8_t>(rule->actionBits[i] | requested[i]);
+  }
+  const bool removeAll = aclBitTest(all, RULE_ACTION_INVALID);
+  if (!removeAll) {
+    if (int32_t ret = actRuleActionHwSupportCheck(all.data(), kSupportCheckLen)) return ret;
+  }
+  if (int32_t ret = aclRuleRelay(c)) return ret;
+  if (int32_t ret = aclRuleActionConflictCheck(rule->actionBits, requested.data())) return ret;
+  std::copy(std::begin(rule->actionBits), std::end(rule->actionBits), rule->oldActionBits);
+  std::copy_n(all.begin(), ACL_ACTION_BITS_LEN, rule->actionBits);
+  if (removeAll) {
+    aclRuleInActionStrip(rule);
+    return 0;
+  }
+  aclBitSet(rule->fieldBits, RULE_BIT_ACTION);
+  return aclActionBit2Entry(rule);
+}
+
+int32_t aclRuleSetActionParam(AclRuleSetCtx& c) {
+  const wire::BufDesc* d = aclRuleSetDesc(c);
+  if (d->len == 0) return 0;
+  if (d->data == nullptr) return ACL_RET_INVALID;
+  AclRuleEntry* rule = c.rule;
+  std::array<uint8_t, ACL_ACTION_PARAM_LEN> block;
+  aclActionEntry2Param(rule, block);
+  if (int32_t ret = aclRuleRelay(c)) return ret;
+
+  // Every item is checked before any is stored.
+  const auto items = descBytes(d);
+  for (size_t at = 0; at < items.size();) {
+    const uint32_t code = items[at];
+    if (code > ACL_RULE_PARAM_CODE_MAX) return ACL_RET_INVALID;
+    if (at + 1 + aclRuleParamItemLen(code) > items.size()) return ACL_RET_INVALID;
+    if (aclRuleParamIsMultiPort(code) && gaclGrp.redirectMultiEnable != 1) {
+      return ACL_ERR_MULTI_REDIRECT;
+    }
+    at += 1 + aclRuleParamItemLen(code);
+  }
+  for (size_t at = 0; at < items.size();) {
+    const uint32_t code = items[at];
+    const uint32_t len = aclRuleParamItemLen(code);
+    std::copy_n(items.begin() + static_cast<ptrdiff_t>(at + 1), len, block.begin() + code * 4);
+    at += 1 + len;
+  }
+
+  const uint32_t mirrorBefore = aclRuleMirrorGroupHeld(rule);
+  aclBitSet(rule->fieldBits, RULE_BIT_ACTIONPARAM);
+  const int32_t ret = aclActionParam2Entry(rule, block);
+  if (ret != 0) aclActionListDel(rule);
+  mirrorFollow(rule, mirrorBefore);
+  return ret;
+}
+
+int32_t aclRuleSetOutAction(AclRuleSetCtx& c) {
+  const wire::BufDesc* d = aclRuleSetDesc(c);
+  if (d->data == nullptr || d->len < ACL_OUT_ACTION_BITS_LEN) return ACL_RET_INVALID;
+  if (int32_t ret = aclRuleRelay(c)) return ret;
+  AclRuleEntry* rule = c.rule;
+  const auto* requested = static_cast<const uint8_t*>(d->data);
+  std::copy(std::begin(rule->outActionBits), std::end(rule->outActionBits), rule->oldOutActionBits);
+  for (size_t i = 0; i < ACL_OUT_ACTION_BITS_LEN; ++i) rule->outActionBits[i] |= requested[i];
+  if (!aclBitTest(rule->outActionBits, 0)) {
+    aclBitSet(rule->fieldBits, RULE_BIT_OUTACTION);
+    return aclOutActionBit2Entry(rule);
+  }
+  // Every out-action goes, and the CAR or meter they qualified with them. The device releases no
+  // meter reference here: the meter keeps the count this rule gave it.
+  if (aclBitTest(rule->fieldBits, RULE_BIT_CARID) ||
+      aclBitTest(rule->fieldBits, RULE_BIT_METERID)) {
+    aclBitClear(rule->fieldBits, RULE_BIT_CARID);
+    aclBitClear(rule->fieldBits, RULE_BIT_METERID);
+    rule->meterId = 0;
+  }
+  std::fill(std::begin(rule->outActionBits), std::end(rule->outActionBits), uint8_t{0});
+  aclOutActionListDel(rule);
+  aclBitClear(rule->fieldBits, RULE_BIT_OUTACTION);
+  aclBitClear(rule->fieldBits, RULE_BIT_OUTACTIONPARAM);
+  return 0;
+}
+
+int32_t aclRuleSetOutActionParam(AclRuleSetCtx& c) {
+  const wire::BufDesc* d = aclRuleSetDesc(c);
+  if (d->len == 0) return 0;
+  if (d->data == nullptr || d->len % ACL_RULE_OUT_PARAM_ITEM_LEN != 0) return ACL_RET_INVALID;
+  if (int32_t ret = aclRuleRelay(c)) return ret;
+  AclRuleEntry* rule = c.rule;
+  const auto items = descBytes(d);
+  for (size_t at = 0; at < items.size(); at += ACL_RULE_OUT_PARAM_ITEM_LEN) {
+    if (items[at] > ACL_RULE_OUT_PARAM_CODE_MAX) return ACL_RET_INVALID;
+  }
+  std::array<uint8_t, ACL_OUT_ACTION_PARAM_LEN> block;
+  aclOutActionEntry2Param(rule, block);
+  for (size_t at = 0; at < items.size(); at += ACL_RULE_OUT_PARAM_ITEM_LEN) {
+    std::copy_n(items.begin() + static_cast<ptrdiff_t>(at + 1), 4, block.begin() + items[at] * 4);
+  }
+  aclBitSet(rule->fieldBits, RULE_BIT_OUTACTIONPARAM);
+  return aclOutActionParam2Entry(rule, block);
+}

@@ -1,0 +1,238 @@
+// Field commands of the rule table: every plain value stored under its field code and read back,
+// the shifted ones, the 65535 defaults, the values kept in the rule record, and the descriptor
+// commands at each edge of their lengths, before or after the relay.
+#include "unit/ruleapi/rule_fixture.h"
+
+namespace {
+
+using ruletest::Bytes;
+using ruletest::Key;
+using ruletest::RuleApiTest;
+
+class RuleFields : public RuleApiTest {
+ protected:
+  void SetUp() override {
+    RuleApiTest::SetUp();
+    ASSERT_EQ(create(1), 0);
+  }
+  static uint32_t storedWord(uint32_t rule, uint8_t code) {
+    const AclValueEntry* e = aclRuleValueEntryGet(record(rule), code);
+    return e != nullptr ? aclValueWord(e) : 0xDEADBEEF;
+  }
+  static size_t entries(uint32_t rule, uint8_t code) {
+    size_t n = 0;
+    AclRuleEntry* r = record(rule);
+    for (AclValueEntry* e = aclValueFirst(r); e != nullptr; e = aclValueNext(r, e)) {
+      n += e->code == code ? 1 : 0;
+    }
+    return n;
+  }
+};
+
+// The set table of plain values: command id and field code.
+struct CmdCode {
+  uint32_t cmd, code;
+};
+constexpr CmdCode kPlainValues[] = {
+    {2, 0},   {3, 1},   {5, 5},   {6, 6},   {7, 3},   {9, 8},   {12, 11}, {14, 13}, {15, 14},
+    {16, 15}, {17, 16}, {18, 17}, {21, 20}, {22, 21}, {23, 22}, {24, 23}, {25, 24}, {26, 25},
+    {27, 26}, {28, 27}, {29, 28}, {30, 29}, {31, 31}, {32, 32}, {33, 4},  {35, 36}, {38, 39},
+    {45, 46}, {46, 47}, {47, 48}, {49, 50}, {50, 51}, {51, 30}, {52, 33}, {62, 56}, {63, 57},
+    {64, 58}, {65, 59}, {66, 60}, {67, 61}, {68, 62}, {69, 63}, {70, 64}, {71, 70}, {72, 71},
+    {76, 66}, {77, 67}, {78, 68}, {79, 69}, {80, 72}, {85, 78}, {86, 79}};
+
+TEST_F(RuleFields, EveryPlainValueIsStoredUnderItsCodeAndReadBack) {
+  for (const auto& [cmd, code] : kPlainValues) {
+    const uint32_t v = 0x10000 + cmd;
+    const size_t before = relayCount();
+    ASSERT_EQ(set(1, cmd, v), 0) << cmd;
+    EXPECT_EQ(relayCount(), before + 1) << cmd;
+    EXPECT_EQ(storedWord(1, static_cast<uint8_t>(code)), v) << cmd;
+    EXPECT_TRUE(fieldBit(1, code)) << cmd;
+    EXPECT_EQ(get(1, cmd), v) << cmd;
+  }
+  // The relay carries the rule key, the value word and the options of the rule family.
+  const vdev::Relay r = lastRelay();
+  EXPECT_EQ(r.cmd, 0x08CDC000u + 86);
+  const Key key(kList, 1);
+  EXPECT_EQ(r.keyBytes, Bytes(key.bytes.begin(), key.bytes.end()));
+  EXPECT_EQ(r.data, (Bytes{0, 1, 0, 86}));
+  EXPECT_EQ(be::load32(r.options, 0), 3u);
+  EXPECT_EQ(be::load32(r.options, 4), 12u);
+  EXPECT_EQ(be::load32(r.options, 16), 4u);
+  // Setting a field again changes its one value.
+  ASSERT_EQ(set(1, 14, 8080), 0);
+  EXPECT_EQ(get(1, 14), 8080u);
+  EXPECT_EQ(entries(1, RULE_BIT_SRCPORT), 1u);
+}
+
+TEST_F(RuleFields, ShiftedValuesAndDefaults) {
+  // ToS, DSCP and precedence are kept in their position in the byte.
+  ASSERT_EQ(set(1, 19, 46), 0);
+  EXPECT_EQ(storedWord(1, RULE_BIT_IPTOS), 92u);
+  EXPECT_EQ(get(1, 19), 46u);
+  ASSERT_EQ(set(1, 20, 46), 0);
+  EXPECT_EQ(storedWord(1, RULE_BIT_IPDSCP), 184u);
+  EXPECT_EQ(get(1, 20), 46u);
+  ASSERT_EQ(set(1, 74, 5), 0);
+  EXPECT_EQ(storedWord(1, RULE_BIT_IPPRECEDENCE), 160u);
+  EXPECT_EQ(get(1, 74), 5u);
+  const Bytes bits = getDesc(1, ACL_RULE_CMD_FIELD_BITS);
+  EXPECT_TRUE(aclBitTest(bits, 18));
+  EXPECT_TRUE(aclBitTest(bits, 19));
+  EXPECT_TRUE(aclBitTest(bits, 65));
+
+  // Absent fields read 0, protocol type and subtype 65535.
+  ASSERT_EQ(create(2), 0);
+  EXPECT_EQ(get(2, 5), 65535u);
+  EXPECT_EQ(get(2, 6), 65535u);
+  for (uint32_t cmd : {2u, 3u, 7u, 14u, 19u, 20u, 74u, 86u}) EXPECT_EQ(get(2, cmd), 0u) << cmd;
+  ASSERT_EQ(set(2, 5, 6), 0);
+  EXPECT_EQ(get(2, 5), 6u);
+  EXPECT_EQ(entries(2, RULE_BIT_PROTOTYPE), 1u);
+  ASSERT_EQ(set(2, 5, 17), 0);
+  EXPECT_EQ(get(2, 5), 17u);
+  EXPECT_EQ(entries(2, RULE_BIT_PROTOTYPE), 1u) << "overwritten in place";
+}
+
+TEST_F(RuleFields, LayerTypeAndMulticastGemLiveInTheRecord) {
+  ASSERT_EQ(set(1, ACL_RULE_CMD_LAYERTYPE, 0x1234), 0);
+  EXPECT_EQ(record(1)->layerType, 0x34);
+  EXPECT_EQ(get(1, ACL_RULE_CMD_LAYERTYPE), 0x34u);
+  EXPECT_TRUE(fieldBit(1, RULE_BIT_LAYERTYPE));
+  ASSERT_EQ(set(1, ACL_RULE_CMD_MULTICASTGEM, 7), 0);
+  EXPECT_EQ(get(1, ACL_RULE_CMD_MULTICASTGEM), 1u);
+  EXPECT_TRUE(fieldBit(1, RULE_BIT_MULTICASTGEM));
+  ASSERT_EQ(set(1, ACL_RULE_CMD_MULTICASTGEM, 0), 0);
+  EXPECT_EQ(get(1, ACL_RULE_CMD_MULTICASTGEM), 0u);
+  EXPECT_EQ(aclValueFirst(record(1)), nullptr) << "neither has a value entry";
+}
+
+TEST_F(RuleFields, AddressesTakeFourOrSixteenBytes) {
+  const Bytes v4{10, 1, 2, 3};
+  const Bytes v6{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+  for (uint32_t cmd : {8u, 10u, 11u, 13u}) {
+    const uint8_t code = aclRuleSetCmd(cmd).code;
+    ASSERT_EQ(setDesc(1, cmd, v4), 0) << cmd;
+    EXPECT_EQ(getDesc(1, cmd), v4) << cmd;
+    EXPECT_TRUE(fieldBit(1, code));
+    // A longer address replaces the shorter one, from the other pool.
+    ASSERT_EQ(setDesc(1, cmd, v6), 0) << cmd;
+    EXPECT_EQ(getDesc(1, cmd), v6) << cmd;
+    EXPECT_EQ(entries(1, code), 1u);
+    EXPECT_EQ(getDesc(1, cmd, 5), Bytes(v6.begin(), v6.begin() + 5)) << "clamped";
+  }
+  const vdev::Relay r = lastRelay();
+  EXPECT_EQ(r.cmd, 0x08CDC000u + 13);
+  EXPECT_EQ(be::load32(r.options, 0), 0x80000003u);
+  EXPECT_EQ(be::load32(r.options, 16), 16u);
+  EXPECT_EQ(r.data, v6);
+}
+
+TEST_F(RuleFields, BadAddressLengthsAreRefusedBeforeOrAfterTheRelay) {
+  for (uint32_t len : {0u, 3u, 5u, 6u, 15u, 17u}) {
+    const Bytes bytes(len, 1);
+    // The source address alone is relayed before its length is looked at.
+    size_t before = relayCount();
+    EXPECT_EQ(setDesc(1, 8, bytes), 22) << len;
+    EXPECT_EQ(relayCount(), before + 1) << len;
+    for (uint32_t cmd : {10u, 11u, 13u}) {
+      before = relayCount();
+      EXPECT_EQ(setDesc(1, cmd, bytes), 22) << cmd << " " << len;
+      EXPECT_EQ(relayCount(), before) << cmd << " " << len;
+    }
+  }
+  EXPECT_FALSE(fieldBit(1, RULE_BIT_SRCADDR));
+  EXPECT_EQ(aclValueFirst(record(1)), nullptr);
+  EXPECT_EQ(getDesc(1, 8).size(), 0u) << "an absent address has length 0";
+  // A descriptor whose data address is missing.
+  Key k(kList, 1);
+  wire::BufDesc d{nullptr, 4};
+  EXPECT_EQ(aclRuleSetApi(k.addr(), 11, reinterpret_cast<uintptr_t>(&d)), 22);
+}
+
+TEST_F(RuleFields, MacsTakeExactlySixBytes) {
+  const Bytes mac{0x00, 0x1b, 0x21, 0x3c, 0x4d, 0x5e};
+  const Bytes mask{0xff, 0xff, 0xff, 0, 0, 0};
+  for (uint32_t len : {0u, 5u, 7u, 16u}) {
+    for (uint32_t cmd : {34u, 36u, 37u, 39u}) {
+      const size_t before = relayCount();
+      EXPECT_EQ(setDesc(1, cmd, Bytes(len, 1)), 22) << cmd << " " << len;
+      EXPECT_EQ(relayCount(), before) << cmd;
+    }
+  }
+  // An absent MAC still answers six bytes; an absent mask answers none.
+  EXPECT_EQ(getDesc(1, 34), Bytes(6, 0));
+  EXPECT_EQ(getDesc(1, 36).size(), 0u);
+  ASSERT_EQ(setDesc(1, 34, mac), 0);
+  ASSERT_EQ(setDesc(1, 36, mask), 0);
+  ASSERT_EQ(setDesc(1, 37, mac), 0);
+  ASSERT_EQ(setDesc(1, 39, mask), 0);
+  ASSERT_EQ(set(1, 35, 24), 0);
+  EXPECT_EQ(getDesc(1, 34), mac);
+  EXPECT_EQ(getDesc(1, 36), mask);
+  EXPECT_EQ(getDesc(1, 37), mac);
+  EXPECT_EQ(getDesc(1, 39), mask);
+  EXPECT_EQ(get(1, 35), 24u);
+  EXPECT_EQ(getDesc(1, 34, 4), Bytes(mac.begin(), mac.begin() + 4));
+  for (uint32_t code : {35u, 36u, 37u, 38u, 40u}) EXPECT_TRUE(fieldBit(1, code)) << code;
+}
+
+TEST_F(RuleFields, UserDefinedDataIsFourRecords) {
+  Bytes udf(48);
+  for (size_t i = 0; i < udf.size(); ++i) udf[i] = static_cast<uint8_t>(i + 1);
+  EXPECT_EQ(getDesc(1, 48).size(), 0u);
+  const size_t before = relayCount();
+  EXPECT_EQ(setDesc(1, 48, Bytes(47, 1)), 22) << "too short for the four records";
+  EXPECT_EQ(relayCount(), before);
+  ASSERT_EQ(setDesc(1, 48, udf), 0);
+  EXPECT_TRUE(fieldBit(1, RULE_BIT_USERDEFINED));
+  for (uint32_t n = 0; n < 4; ++n) {
+    const AclValueEntry* e =
+        aclRuleValueEntryGet(record(1), static_cast<uint8_t>(RULE_BIT_USERDEFINEDDATA1 + n));
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->len, 12);
+  }
+  EXPECT_EQ(getDesc(1, 48), udf);
+  EXPECT_EQ(getDesc(1, 48, 20), Bytes(udf.begin(), udf.begin() + 20));
+  udf[0] = 0x99;
+  ASSERT_EQ(setDesc(1, 48, udf), 0);
+  EXPECT_EQ(getDesc(1, 48), udf);
+  EXPECT_EQ(entries(1, RULE_BIT_USERDEFINEDDATA1), 1u);
+}
+
+TEST_F(RuleFields, UnknownCommandsAnswerMinusOne) {
+  for (uint32_t cmd : {0u, 1u, 44u, 59u, 60u, 61u, 73u, 75u, 81u, 82u, 83u, 87u, 88u, 200u}) {
+    const size_t before = relayCount();
+    EXPECT_EQ(set(1, cmd, 1), -1) << cmd;
+    EXPECT_EQ(relayCount(), before) << cmd;
+  }
+  for (uint32_t cmd : {1u, 44u, 58u, 59u, 60u, 61u, 73u, 81u, 82u, 83u, 89u, 300u}) {
+    int32_t ret = 0;
+    get(1, cmd, &ret);
+    EXPECT_EQ(ret, -1) << cmd;
+  }
+}
+
+TEST_F(RuleFields, RecordCommandsOfTheGet) {
+  ASSERT_EQ(set(1, 14, 80), 0);
+  ASSERT_EQ(set(1, 43, 1), 0);
+  // The image of the rule record: list, rule, field bits, ..., status, time range.
+  const Bytes img = getDesc(1, ACL_RULE_CMD_RULE_IMAGE);
+  ASSERT_EQ(img.size(), ACL_RULE_IMAGE_LEN);
+  EXPECT_EQ(be::load32(img, ACL_RULE_IMAGE_LST), kList);
+  EXPECT_EQ(be::load32(img, ACL_RULE_IMAGE_RULE), 1u);
+  EXPECT_TRUE(aclBitTest(std::span(img).subspan(ACL_RULE_IMAGE_FIELD_BITS, 12), 13));
+  EXPECT_EQ(img[ACL_RULE_IMAGE_STATUS], 3);
+  EXPECT_EQ(be::load16(img, ACL_RULE_IMAGE_TR_IDX), 1u);
+  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_RULE_IMAGE, 10).size(), 10u);
+  // Field bits: 12 bytes at most.
+  EXPECT_EQ(getDesc(1, 0).size(), 12u);
+  EXPECT_EQ(getDesc(1, 0, 3).size(), 3u);
+  // A get without a buffer.
+  Key k(kList, 1);
+  EXPECT_EQ(aclRuleGetApi(k.addr(), 14, 0), CMN_ERR_BAD_PARAM);
+  EXPECT_EQ(aclRuleGetApi(k.addr(), 0, 0), CMN_ERR_BAD_PARAM);
+}
+
+}  // namespace
