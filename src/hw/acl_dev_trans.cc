@@ -32,9 +32,6 @@ constexpr bool tablesAgree() {
   for (uint32_t c = 0; c < kFieldCodes; ++c) {
     if (!sameName(kFieldPlaces[c].name, aclRuleBitToStr[c])) return false;
   }
-  for (uint32_t c = 0; c < kActionCodes; ++c) {
-    if (!sameName(kActionNames[c], aclActionBitToStr[c])) return false;
-  }
   for (uint32_t c = 0; c < RULE_ACTION_MAX; ++c) {
     const AclActionParamInfo store = aclActionParamInfo(c);
     const ActionParam wire = actionParam(c);

@@ -6,6 +6,8 @@
 #include <array>
 #include <cstdint>
 
+#include "wire/acl_dev_fields.h"
+
 // Field codes.
 constexpr uint32_t ACL_RULE_BIT_NUM = 96;  // bits of fieldBits; 80..95 are never used
 constexpr uint32_t RULE_BIT_DTAG = 0;
@@ -337,93 +339,9 @@ inline constexpr std::array<const char*, ACL_RULE_BIT_NUM> aclRuleBitToStr = {
 
 constexpr uint32_t ACL_ACTION_NAME_NUM = 85;  // RULE_ACTION_INVALID .. RULE_ACTION_OUTYPCFI
 
-// Names of the action codes by code.
-inline constexpr std::array<const char*, ACL_ACTION_NAME_NUM> aclActionBitToStr = {
-    "RULE_ACTION_INVALID",
-    "RULE_ACTION_AWARE",
-    "RULE_ACTION_PERMIT",
-    "RULE_ACTION_DENY",
-    "RULE_ACTION_OUTPUT_PORT",
-    "RULE_ACTION_OUTPUT_PORT2",
-    "RULE_ACTION_OUTPUT_CPU",
-    "RULE_ACTION_OUTPUT_NEXTHOP",
-    "RULE_ACTION_OUTPUT_MULTIHOP",
-    "RULE_ACTION_OUTER_DOT1P",
-    "RULE_ACTION_INNER_DOT1P",
-    "RULE_ACTION_NONE",
-    "RULE_ACTION_CPU",
-    "RULE_ACTION_COS",
-    "RULE_ACTION_PRECEDENCE",
-    "RULE_ACTION_TOS",
-    "RULE_ACTION_MIRROR",
-    "RULE_ACTION_MIRROR_CPU",
-    "RULE_ACTION_MIRROR_GROUP",
-    "RULE_ACTION_PRI2TOS",
-    "RULE_ACTION_TOS2PRI",
-    "RULE_ACTION_LOOPBACK",
-    "RULE_ACTION_DA_REWRITE",
-    "RULE_ACTION_SA_REWRITE",
-    "RULE_ACTION_VID_REWRITE",
-    "RULE_ACTION_INSERT_OVID",
-    "RULE_ACTION_REPLACE_OVID",
-    "RULE_ACTION_DELETE_OVID",
-    "RULE_ACTION_INSERT_IVID",
-    "RULE_ACTION_REPLACE_IVID",
-    "RULE_ACTION_DELETE_IVID",
-    "RULE_ACTION_VFP_INSERT_OVID",
-    "RULE_ACTION_VFP_REPLACE_OVID",
-    "RULE_ACTION_VFP_DELETE_OVID",
-    "RULE_ACTION_VFP_INSERT_IVID",
-    "RULE_ACTION_VFP_REPLACE_IVID",
-    "RULE_ACTION_VFP_DELETE_IVID",
-    "RULE_ACTION_VFP_DENY",
-    "RULE_ACTION_DSCP",
-    "RULE_ACTION_CPU_QUEUE",
-    "RULE_ACTION_ISID",
-    "RULE_ACTION_VRFID",
-    "RULE_ACTION_HQOSID",
-    "RULE_ACTION_MAC_SWAP",
-    "RULE_ACTION_IP_SWAP",
-    "RULE_ACTION_PORT_SWAP",
-    "RULE_ACTION_IP6OUTPUT_NEXTHOP",
-    "RULE_ACTION_IP6OUTPUT_NEXTHOP2",
-    "RULE_ACTION_IP6OUTPUT_NEXTHOP3",
-    "RULE_ACTION_IP6OUTPUT_NEXTHOP4",
-    "RULE_ACTION_IP6OUTPUT_MULTIHOP",
-    "RULE_ACTION_PRI2PRECEDENCE",
-    "RULE_ACTION_PRECEDENCE2PRI",
-    "RULE_ACTION_TPID",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "unknown",
-    "RULE_ACTION_MAX",
-    "RULE_ACTION_CARTYPE",
-    "RULE_ACTION_METERTYPE",
-    "RULE_ACTION_METERMODE",
-    "RULE_ACTION_METERCIR",
-    "RULE_ACTION_METERCBS",
-    "RULE_ACTION_METERPIR",
-    "RULE_ACTION_METERPBS",
-    "RULE_ACTION_METEREBS",
-    "RULE_ACTION_COUNTERTYPE",
-    "RULE_ACTION_COUNTERCOLOR",
-    "RULE_ACTION_OUTOPERMIT",
-    "RULE_ACTION_OUTDROP",
-    "RULE_ACTION_OUTRPDROP",
-    "RULE_ACTION_OUTYPDROP",
-    "RULE_ACTION_OUTRPDSCP",
-    "RULE_ACTION_OUTYPDSCP",
-    "RULE_ACTION_OUTRPDOT1P",
-    "RULE_ACTION_OUTYPDOT1P",
-    "RULE_ACTION_OUTRPCFI",
-    "RULE_ACTION_OUTYPCFI"};
+// Names of the action codes by code: the one table the hardware forms and their decoding use too.
+inline constexpr const std::array<const char*, ACL_ACTION_NAME_NUM>& aclActionBitToStr =
+    acldev::kActionNames;
 
 // The name of a code, "" for a field code past the table, "unknown" for an action code past it.
 constexpr const char* aclRuleBitName(uint32_t code) {

@@ -126,7 +126,7 @@ constexpr uint32_t kFieldCounterId = 43;
 
 // Action codes by number: 0..63 in-actions, 64 and up out-actions and the TLV attribute items.
 constexpr uint32_t kActionCodes = 85;
-constexpr std::array<const char*, kActionCodes> kActionNames = {
+inline constexpr std::array<const char*, kActionCodes> kActionNames = {
     "RULE_ACTION_INVALID",
     "RULE_ACTION_AWARE",
     "RULE_ACTION_PERMIT",
