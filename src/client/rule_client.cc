@@ -65,27 +65,12 @@ std::string ruleRetText(int32_t ret) {
   return retText(ret);
 }
 
-RuleClient::RuleClient(const AclctlGlobals& globals) {
-  std::string err;
-  client_ = CmdClient::connect(cmdSocketPath(globals.runDir, globals.socket), &err);
-  if (!client_) throw AclctlExit(kAclctlExitFailed, err);
-}
-
-wire::Response RuleClient::call(const wire::Request& req) {
-  wire::Response resp;
-  std::string err;
-  if (!client_->call(req, &resp, &err)) throw AclctlExit(kAclctlExitFailed, err);
-  if (resp.status != wire::Status::Ok) {
-    throw AclctlExit(kAclctlExitFailed, "the daemon refused the request: " +
-                                            std::string(wire::statusName(resp.status)));
-  }
-  return resp;
-}
+RuleClient::RuleClient(const AclctlGlobals& globals) : session_(globals) {}
 
 ValueAnswer RuleClient::getValue(RuleRef r, uint32_t cmd) {
   wire::Request req = keyed(kRuleGet, r, cmd);
   req.bufShape = wire::BufShape::Value;
-  const wire::Response resp = call(req);
+  const wire::Response resp = session_.call(req);
   return {resp.result, resp.bufValue};
 }
 
@@ -93,7 +78,7 @@ BytesAnswer RuleClient::getBytes(RuleRef r, uint32_t cmd, uint32_t capacity) {
   wire::Request req = keyed(kRuleGet, r, cmd);
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = capacity;
-  const wire::Response resp = call(req);
+  const wire::Response resp = session_.call(req);
   return {resp.result, resp.data};
 }
 
@@ -101,7 +86,7 @@ int32_t RuleClient::setValue(RuleRef r, uint32_t cmd, uint32_t value) {
   wire::Request req = keyed(kRuleSet, r, cmd);
   req.bufShape = wire::BufShape::Value;
   req.bufValue = value;
-  return call(req).result;
+  return session_.call(req).result;
 }
 
 int32_t RuleClient::setBytes(RuleRef r, uint32_t cmd, const std::vector<uint8_t>& bytes) {
@@ -109,7 +94,7 @@ int32_t RuleClient::setBytes(RuleRef r, uint32_t cmd, const std::vector<uint8_t>
   req.bufShape = wire::BufShape::Desc;
   req.data = bytes;
   req.descCapacity = static_cast<uint32_t>(bytes.size());
-  return call(req).result;
+  return session_.call(req).result;
 }
 
 std::vector<RuleRef> RuleClient::walk(std::optional<uint32_t> lst) {
@@ -119,7 +104,7 @@ std::vector<RuleRef> RuleClient::walk(std::optional<uint32_t> lst) {
   first.funcId = kRuleGetFirst;
   first.keyShape = wire::KeyShape::Bytes;
   first.key = keyBytes(lst.value_or(0), 0, filter);
-  wire::Response resp = call(first);
+  wire::Response resp = session_.call(first);
   while (resp.result == 0 && resp.key.size() == kKeyLen) {
     const RuleRef r{be::load32(resp.key, 0), be::load32(resp.key, 4)};
     // A walk that does not move forward would never end.
@@ -132,7 +117,7 @@ std::vector<RuleRef> RuleClient::walk(std::optional<uint32_t> lst) {
     next.funcId = kRuleGetNext;
     next.keyShape = wire::KeyShape::Bytes;
     next.key = keyBytes(r.lst, r.rule, filter);
-    resp = call(next);
+    resp = session_.call(next);
   }
   if (resp.result != 0 && resp.result != -1) {
     throw AclctlExit(kAclctlExitFailed, "rule walk: " + ruleRetText(resp.result));

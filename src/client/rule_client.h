@@ -35,8 +35,7 @@ class RuleClient {
   uint32_t freeRule(uint32_t lst);
 
  private:
-  wire::Response call(const wire::Request& req);
-  std::unique_ptr<CmdClient> client_;
+  TableSession session_;
 };
 
 // retText with the rule table's own codes named as well.

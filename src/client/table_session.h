@@ -33,9 +33,10 @@ class TableSession {
   int32_t setBytes(uint32_t funcId, uint32_t key, uint32_t cmd, const std::vector<uint8_t>& bytes);
   // Every key of a value-keyed table, in walk order.
   std::vector<uint32_t> walk(uint32_t firstFuncId, uint32_t nextFuncId);
+  // Any request; the daemon's answer, whose frame status is Ok.
+  wire::Response call(const wire::Request& req);
 
  private:
-  wire::Response call(const wire::Request& req);
   std::unique_ptr<CmdClient> client_;
 };
 
