@@ -1,7 +1,7 @@
 #include "api/acl_index_conv.h"
 
-#include "api/acl_ret.h"
 #include "store/acl_list.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 int32_t aclFreeIdxToIndex(uintptr_t freeIdx, uintptr_t indexAddr, uintptr_t /*unused*/) {

@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "api/acl_relay.h"
-#include "api/acl_ret.h"
 #include "api/table_buf.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "store/acl_list.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

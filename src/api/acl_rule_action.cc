@@ -6,18 +6,18 @@
 #include <algorithm>
 #include <array>
 
-#include "api/acl_ret.h"
 #include "api/acl_rule_internal.h"
 #include "counter/counter.h"
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/mirror.h"
 #include "store/acl_action_param.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store/acl_conflict.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "api/acl_rule_cmds.h"
+#include "wire/acl_rule_cmds.h"
 
 // The rule key: 12 big-endian bytes passed by address (also the key of the relay).
 constexpr uint32_t ACL_RULE_KEY_LEN = 12;

@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <array>
 
-#include "api/acl_ret.h"
 #include "api/acl_rule_api.h"
 #include "api/acl_rule_internal.h"
 #include "hw/acl_dev_trans.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "wire/acl_ret.h"
 
 int32_t aclRuleGetDevRecord(AclRuleEntry* rule, wire::BufDesc* d) {
   // A short area is left alone: nothing is copied and the answer is still 0.

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "api/acl_rule_cmds.h"
+#include "wire/acl_rule_cmds.h"
 #include "wire/buf_desc.h"
 
 struct AclListEntry;

@@ -7,16 +7,16 @@
 #include <algorithm>
 #include <array>
 
-#include "api/acl_ret.h"
 #include "api/acl_rule_internal.h"
 #include "counter/counter.h"
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/timerange.h"
-#include "store/acl_bits.h"
 #include "store/acl_entry.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

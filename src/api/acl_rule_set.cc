@@ -4,16 +4,16 @@
 #include <array>
 
 #include "api/acl_relay.h"
-#include "api/acl_ret.h"
 #include "api/acl_rule_api.h"
 #include "api/acl_rule_internal.h"
 #include "api/table_buf.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
-#include "store/acl_bits.h"
 #include "store/acl_entry.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

@@ -1,13 +1,13 @@
 // Set 57 and 58: a rule's life (create, make valid, make invalid, delete) and its move. A rule is
 // installed in or removed from every binding of its list through the dynamic rule set, and each
 // change is announced to the platform.
-#include "api/acl_ret.h"
 #include "api/acl_rule_internal.h"
 #include "control/acl_dynamic.h"
 #include "control/acl_slot_dynamic.h"
 #include "main/acl_group.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

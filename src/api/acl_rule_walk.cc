@@ -1,13 +1,13 @@
 // The rule walk (function ids 9 and 10): every rule of every list in (lstIdx, ruleIdx) order, or
 // only the rules of the key's list when the key's filter bit is set. A walk goes on from a rule
 // or a list that has meanwhile gone.
-#include "api/acl_ret.h"
 #include "api/acl_rule_api.h"
 #include "api/acl_rule_internal.h"
 #include "main/acl_group.h"
 #include "platform/avl.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

@@ -14,14 +14,14 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "api/acl_rule_cmds.h"
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_tables.h"
 #include "client/rule_actions.h"
 #include "client/rule_client.h"
 #include "client/rule_fields.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_rule_cmds.h"
 
 namespace {
 

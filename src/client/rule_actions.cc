@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "api/acl_rule_cmds.h"
 #include "client/rule_fields.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 
 namespace aclclient {

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <optional>
 
-#include "api/acl_ret.h"
-#include "api/acl_rule_cmds.h"
 #include "client/aclctl_cmds.h"
+#include "wire/acl_ret.h"
+#include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 
 namespace aclclient {

@@ -7,8 +7,8 @@
 #include <charconv>
 #include <cstdio>
 
-#include "api/acl_rule_cmds.h"
-#include "store/acl_bits.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 
 namespace aclclient {

@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "api/acl_ret.h"
 #include "client/aclctl_cmds.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 #include "wire/func_table.h"
 
@@ -98,8 +98,7 @@ int32_t TableSession::setValue(uint32_t funcId, uint32_t key, uint32_t cmd, uint
   return call(req).result;
 }
 
-BytesAnswer TableSession::getBytes(uint32_t funcId, uint32_t key, uint32_t cmd,
-                                   uint32_t capacity) {
+BytesAnswer TableSession::getBytes(uint32_t funcId, uint32_t key, uint32_t cmd, uint32_t capacity) {
   wire::Request req = keyed(funcId, key, cmd);
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = capacity;

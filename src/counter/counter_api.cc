@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "api/acl_relay.h"
-#include "api/acl_ret.h"
 #include "api/table_buf.h"
 #include "counter/counter.h"
 #include "counter/counter_log.h"
+#include "wire/acl_ret.h"
 
 namespace {
 
@@ -30,7 +30,9 @@ class CounterLockGuard {
   CounterLockGuard& operator=(const CounterLockGuard&) = delete;
 };
 
-bool exists(const CounterEntry* e) { return e != nullptr && e->status != COUNTER_STATUS_FREE; }
+bool exists(const CounterEntry* e) {
+  return e != nullptr && e->status != COUNTER_STATUS_FREE;
+}
 
 int32_t counterStatusSet(uint32_t index, CounterEntry* e, uint32_t value) {
   switch (value) {
@@ -74,7 +76,9 @@ int32_t counterScalarGetApi(uintptr_t /*key*/, uintptr_t cmd, uintptr_t buf) {
   if (buf == 0) return cmd == 4 ? CMN_ERR_BAD_PARAM : ACL_RET_INVALID;
   CounterLockGuard lock;
   switch (cmd) {
-    case 1: tblSetValue(buf, gcounterList.counterNum); return 0;
+    case 1:
+      tblSetValue(buf, gcounterList.counterNum);
+      return 0;
     case 2: {
       wire::BufDesc* d = tblDesc(buf);
       if (d->data == nullptr) return ACL_RET_INVALID;
@@ -82,9 +86,13 @@ int32_t counterScalarGetApi(uintptr_t /*key*/, uintptr_t cmd, uintptr_t buf) {
                      std::strlen(COUNTER_VERSION_STRING)});
       return 0;
     }
-    case 3: tblSetValue(buf, gcounterList.curCounterNum); return 0;
-    case 4: return tblCapabilityPut(tblDesc(buf)) ? 0 : CMN_ERR_BAD_PARAM;
-    default: return -1;
+    case 3:
+      tblSetValue(buf, gcounterList.curCounterNum);
+      return 0;
+    case 4:
+      return tblCapabilityPut(tblDesc(buf)) ? 0 : CMN_ERR_BAD_PARAM;
+    default:
+      return -1;
   }
 }
 
@@ -138,15 +146,24 @@ int32_t counterGetApi(uintptr_t index, uintptr_t cmd, uintptr_t buf) {
       wire::BufDesc* d = tblDesc(buf);
       if (d->data == nullptr) return ACL_RET_INVALID;
       // Never more than the client's data area holds.
-      tblDescPut(d, {reinterpret_cast<const uint8_t*>(e->name),
-                     strnlen(e->name, COUNTER_NAME_LEN)});
+      tblDescPut(d,
+                 {reinterpret_cast<const uint8_t*>(e->name), strnlen(e->name, COUNTER_NAME_LEN)});
       return 0;
     }
-    case kRefCnt: tblSetValue(buf, static_cast<uint32_t>(e->refCnt)); return 0;
-    case kStatus: tblSetValue(buf, e->status); return 0;
-    case kType: tblSetValue(buf, e->counterType); return 0;
-    case kColor: tblSetValue(buf, e->counterColor); return 0;
-    default: return -1;
+    case kRefCnt:
+      tblSetValue(buf, static_cast<uint32_t>(e->refCnt));
+      return 0;
+    case kStatus:
+      tblSetValue(buf, e->status);
+      return 0;
+    case kType:
+      tblSetValue(buf, e->counterType);
+      return 0;
+    case kColor:
+      tblSetValue(buf, e->counterColor);
+      return 0;
+    default:
+      return -1;
   }
 }
 
@@ -186,9 +203,16 @@ int32_t _counterSetApi(uintptr_t index, uintptr_t cmd, uintptr_t buf, uint32_t m
   if (cmd < kRefCnt || cmd > kColor) return -1;
   if (int32_t ret = aclHwRelay(ACL_RELAY_COUNTER, mode, index, cmd, buf)) return ret;
   switch (cmd) {
-    case kRefCnt: e->refCnt = static_cast<int32_t>(value); return 0;
-    case kStatus: return counterStatusSet(idx, e, value);
-    case kType: e->counterType = static_cast<uint8_t>(value); return 0;
-    default: e->counterColor = static_cast<uint8_t>(value); return 0;
+    case kRefCnt:
+      e->refCnt = static_cast<int32_t>(value);
+      return 0;
+    case kStatus:
+      return counterStatusSet(idx, e, value);
+    case kType:
+      e->counterType = static_cast<uint8_t>(value);
+      return 0;
+    default:
+      e->counterColor = static_cast<uint8_t>(value);
+      return 0;
   }
 }

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "counter/counter.h"
 #include "counter/counter_log.h"
 #include "main/opt_read.h"
 #include "platform/logging.h"
+#include "wire/acl_ret.h"
 
 CounterList gcounterList;
 uint32_t gCounterDbg;
@@ -73,8 +73,12 @@ int32_t counterInit(uint32_t maxCounterNum) {
   return 0;
 }
 
-int counterLock() { return silTakeSem(gcounterList.counterMutex, SIL_WAIT_FOREVER); }
-int counterUnlock() { return silGiveSem(gcounterList.counterMutex); }
+int counterLock() {
+  return silTakeSem(gcounterList.counterMutex, SIL_WAIT_FOREVER);
+}
+int counterUnlock() {
+  return silGiveSem(gcounterList.counterMutex);
+}
 
 CounterEntry* counterEntryGet(uint32_t index) {
   if (index < 1 || index > gcounterList.curCounterNum) return nullptr;

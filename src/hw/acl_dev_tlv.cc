@@ -2,16 +2,16 @@
 // entries and the CAR, counter and meter items the hardware needs to program policing and counting.
 #include <array>
 
-#include "api/acl_ret.h"
 #include "hw/acl_dev_attr.h"
 #include "hw/acl_dev_trans.h"
 #include "hw/acl_tlv_writer.h"
 #include "main/acl_group.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
 #include "wire/acl_dev_layout.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

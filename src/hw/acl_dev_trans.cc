@@ -5,14 +5,14 @@
 #include <algorithm>
 #include <array>
 
-#include "api/acl_ret.h"
 #include "hw/acl_dev_attr.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
 #include "wire/acl_dev_fields.h"
 #include "wire/acl_dev_layout.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "api/acl_relay.h"
-#include "api/acl_ret.h"
 #include "api/table_buf.h"
 #include "meter/meter.h"
 #include "meter/meter_log.h"
 #include "platform/logging.h"
+#include "wire/acl_ret.h"
 
 void meterLog(const char* format, ...) {
   if (gMeterDebug == 0) return;
@@ -60,8 +60,12 @@ int32_t meterScalarGetApi(uintptr_t /*key*/, uintptr_t cmd, uintptr_t buf) {
   if (buf == 0) return CMN_ERR_BAD_PARAM;
   const MeterList& m = gMeterList;
   switch (cmd) {
-    case 15: tblSetValue(buf, m.curMeterNum); return 0;
-    case 16: tblSetValue(buf, m.activeMeterNum); return 0;
+    case 15:
+      tblSetValue(buf, m.curMeterNum);
+      return 0;
+    case 16:
+      tblSetValue(buf, m.activeMeterNum);
+      return 0;
     case 17: {
       wire::BufDesc* d = tblDesc(buf);
       if (d->data == nullptr) return ACL_RET_INVALID;
@@ -74,14 +78,28 @@ int32_t meterScalarGetApi(uintptr_t /*key*/, uintptr_t cmd, uintptr_t buf) {
       tblSetValue(buf, meterProfileFreeIndexGet(&idx) == 0 ? idx : UINT32_MAX);
       return 0;
     }
-    case 19: tblSetValue(buf, m.minPpsRate); return 0;
-    case 20: tblSetValue(buf, m.maxPpsRate); return 0;
-    case 21: tblSetValue(buf, m.minBpsRate); return 0;
-    case 22: tblSetValue(buf, m.maxBpsRate); return 0;
-    case 23: tblSetValue(buf, m.minBpsBurst); return 0;
-    case 24: tblSetValue(buf, m.maxBpsBurst); return 0;
-    case 25: return tblCapabilityPut(tblDesc(buf)) ? 0 : CMN_ERR_BAD_PARAM;
-    default: return -1;
+    case 19:
+      tblSetValue(buf, m.minPpsRate);
+      return 0;
+    case 20:
+      tblSetValue(buf, m.maxPpsRate);
+      return 0;
+    case 21:
+      tblSetValue(buf, m.minBpsRate);
+      return 0;
+    case 22:
+      tblSetValue(buf, m.maxBpsRate);
+      return 0;
+    case 23:
+      tblSetValue(buf, m.minBpsBurst);
+      return 0;
+    case 24:
+      tblSetValue(buf, m.maxBpsBurst);
+      return 0;
+    case 25:
+      return tblCapabilityPut(tblDesc(buf)) ? 0 : CMN_ERR_BAD_PARAM;
+    default:
+      return -1;
   }
 }
 
@@ -133,8 +151,8 @@ int32_t meterGetApi(uintptr_t index, uintptr_t cmd, uintptr_t buf) {
     uint32_t free = 0;
     if (int32_t ret = meterFreeIndexGet(&free)) return ret;
     tblSetValue(buf, free);
-    meterLog("ACL config [METER GET] info=[index=%d cmd=%d value=%d].", idx,
-             static_cast<int>(cmd), free);
+    meterLog("ACL config [METER GET] info=[index=%d cmd=%d value=%d].", idx, static_cast<int>(cmd),
+             free);
     return 0;
   }
   const MeterEntry* e = meterEntryGet(idx);

@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "api/acl_relay.h"
-#include "api/acl_ret.h"
 #include "api/table_buf.h"
 #include "meter/meter.h"
+#include "wire/acl_ret.h"
 
 namespace {
 
@@ -28,12 +28,18 @@ enum ProfileCmd : uint32_t {
 
 uint32_t* profileWord(MeterProfileEntry* p, uint32_t cmd) {
   switch (cmd) {
-    case kUsPolicyCir: return &p->uspolicycir;
-    case kUsCbs: return &p->uscbs;
-    case kUsEbs: return &p->usebs;
-    case kDsPolicyCir: return &p->dspolicycir;
-    case kDsPir: return &p->dspir;
-    default: return nullptr;
+    case kUsPolicyCir:
+      return &p->uspolicycir;
+    case kUsCbs:
+      return &p->uscbs;
+    case kUsEbs:
+      return &p->usebs;
+    case kDsPolicyCir:
+      return &p->dspolicycir;
+    case kDsPir:
+      return &p->dspir;
+    default:
+      return nullptr;
   }
 }
 
@@ -149,16 +155,24 @@ int32_t meterProfileGetApi(uintptr_t index, uintptr_t cmd, uintptr_t buf) {
   MeterProfileEntry* p = meterProfileEntryGet(static_cast<uint32_t>(index));
   if (p == nullptr) return -1;
   switch (cmd) {
-    case kStatus: tblSetValue(buf, p->status); return 0;
+    case kStatus:
+      tblSetValue(buf, p->status);
+      return 0;
     case kName: {
       wire::BufDesc* d = tblDesc(buf);
       if (d->data == nullptr) return ACL_RET_INVALID;
       tblDescPut(d, {reinterpret_cast<const uint8_t*>(p->name), p->nameLen});
       return 0;
     }
-    case kRef: tblSetValue(buf, p->refCnt); return 0;
-    case kUsPolicing: tblSetValue(buf, p->usPolicingStatus); return 0;
-    case kDsPolicing: tblSetValue(buf, p->dsPolicingStatus); return 0;
+    case kRef:
+      tblSetValue(buf, p->refCnt);
+      return 0;
+    case kUsPolicing:
+      tblSetValue(buf, p->usPolicingStatus);
+      return 0;
+    case kDsPolicing:
+      tblSetValue(buf, p->dsPolicingStatus);
+      return 0;
     case kRecord: {
       wire::BufDesc* d = tblDesc(buf);
       if (d->data == nullptr) return ACL_RET_INVALID;
@@ -167,7 +181,9 @@ int32_t meterProfileGetApi(uintptr_t index, uintptr_t cmd, uintptr_t buf) {
       putRecord(p, d);
       return 0;
     }
-    default: tblSetValue(buf, *profileWord(p, static_cast<uint32_t>(cmd))); return 0;
+    default:
+      tblSetValue(buf, *profileWord(p, static_cast<uint32_t>(cmd)));
+      return 0;
   }
 }
 

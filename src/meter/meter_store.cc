@@ -1,10 +1,10 @@
 // Meter module start-up, the meter records and their references.
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "main/opt_read.h"
 #include "meter/meter.h"
 #include "meter/meter_log.h"
+#include "wire/acl_ret.h"
 
 MeterList gMeterList;
 uint32_t gMeterDebug;
@@ -23,7 +23,9 @@ constexpr uint32_t kDefaultMaxBurst = 16777088;
 // Attribute defaults of a new meter: meter_mode 1, CAR type 3, A10 5.
 constexpr uint32_t kAttrDefaults[METER_ATTR_NUM] = {0, 1, 3, 0, 0, 0, 0, 0, 0, 5};
 
-uint32_t orDefault(uint32_t v, uint32_t def) { return v != 0 ? v : def; }
+uint32_t orDefault(uint32_t v, uint32_t def) {
+  return v != 0 ? v : def;
+}
 
 bool poolInit(SIL_POOL_ID* pool, const char* name, uint32_t count, uint32_t size,
               const char* failFormat) {

@@ -4,10 +4,10 @@
 #include <array>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
-#include "store/acl_bits.h"
 #include "store/acl_entry.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <span>
 
-#include "store/acl_codes.h"
 #include "store/acl_rule.h"
+#include "wire/acl_codes.h"
 
 // Adds a parameterless entry for every in-action newly set (in actionBits, not in oldActionBits)
 // that takes no parameter; stops at the first failure and returns it.

@@ -3,10 +3,10 @@
 #include <array>
 #include <span>
 
-#include "api/acl_ret.h"
 #include "platform/hwil.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
-#include "store/acl_codes.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -5,17 +5,17 @@
 #include <cstdio>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "counter/counter.h"
 #include "main/acl_log.h"
 #include "meter/meter.h"
 #include "platform/mirror.h"
 #include "platform/netlink.h"
 #include "platform/timerange.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace {

@@ -3,16 +3,16 @@
 #include <array>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "counter/counter.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "meter/meter.h"
 #include "platform/mirror.h"
 #include "platform/timerange.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store/acl_entry.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 int aclRuleCompare(const void* a, const void* b) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "store/acl_codes.h"
 #include "store/acl_entry.h"
+#include "wire/acl_codes.h"
 #include "wire/be.h"
 
 namespace {

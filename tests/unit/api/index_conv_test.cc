@@ -4,11 +4,11 @@
 
 #include "api/acl_func_map.h"
 #include "api/acl_index_conv.h"
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
 #include "platform/sil.h"
 #include "store/acl_list.h"
 #include "support/run_dir.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 #include "wire/func_table.h"
 

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "api/acl_lst_api.h"
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
 #include "platform/fault.h"
 #include "platform/options.h"
@@ -16,6 +15,7 @@
 #include "store/acl_rule.h"
 #include "support/run_dir.h"
 #include "support/table_call.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

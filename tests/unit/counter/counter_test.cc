@@ -3,13 +3,13 @@
 #include <atomic>
 #include <thread>
 
-#include "api/acl_ret.h"
 #include "counter/counter.h"
 #include "main/acl_group.h"
 #include "platform/fault.h"
 #include "platform/logging.h"
 #include "platform/options.h"
 #include "support/table_call.h"
+#include "wire/acl_ret.h"
 
 namespace {
 
@@ -31,7 +31,9 @@ class CounterTest : public ::testing::Test {
     aclResetForTest();
     EXPECT_EQ(silSemLiveCount(), sems) << "the counter mutex is released";
   }
-  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) { return callValue(counterSetApi, idx, cmd, v); }
+  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) {
+    return callValue(counterSetApi, idx, cmd, v);
+  }
   uint32_t get(uint32_t idx, uint32_t cmd, int32_t* ret = nullptr) {
     uint32_t out = 0;
     const int32_t r = callValue(counterGetApi, idx, cmd, 0, &out);

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/fault.h"
 #include "platform/options.h"
 #include "support/table_call.h"
+#include "wire/acl_ret.h"
 
 namespace {
 
@@ -26,7 +26,9 @@ class MeterTest : public ::testing::Test {
     meterResetForTest();
     aclResetForTest();
   }
-  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) { return callValue(meterSetApi, idx, cmd, v); }
+  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) {
+    return callValue(meterSetApi, idx, cmd, v);
+  }
   uint32_t get(uint32_t idx, uint32_t cmd, int32_t* ret = nullptr) {
     uint32_t out = 0;
     const int32_t r = callValue(meterGetApi, idx, cmd, 0, &out);
@@ -152,7 +154,8 @@ TEST_F(MeterTest, WalkVisitsExistingMetersInOrder) {
   EXPECT_EQ(meterGetFirst(w.addr(), 0, 0), -1);
   for (uint32_t i : {7u, 3u, 9u}) ASSERT_EQ(set(i, kStatus, 2), 0);
   std::vector<uint32_t> seen;
-  for (int32_t r = meterGetFirst(w.addr(), 0, 0); r == 0; r = meterGetNext(w.value(), w.addr(), 0)) {
+  for (int32_t r = meterGetFirst(w.addr(), 0, 0); r == 0;
+       r = meterGetNext(w.value(), w.addr(), 0)) {
     seen.push_back(w.value());
   }
   EXPECT_EQ(seen, (std::vector<uint32_t>{3, 7, 9}));

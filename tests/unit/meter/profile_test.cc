@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "api/acl_ret.h"
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/fault.h"
 #include "support/table_call.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "api/acl_rule_cmds.h"
 #include "client/rule_actions.h"
 #include "client/rule_fields.h"
-#include "store/acl_bits.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 
 namespace {

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "api/acl_lst_api.h"
-#include "api/acl_ret.h"
 #include "api/acl_rule_api.h"
 #include "platform/fault.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "support/table_call.h"
 #include "unit/store/store_fixture.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 namespace ruletest {

@@ -4,12 +4,12 @@
 #include <array>
 #include <initializer_list>
 
-#include "api/acl_ret.h"
 #include "platform/fault.h"
 #include "platform/proc.h"
 #include "platform/vdev/model.h"
-#include "store/acl_bits.h"
 #include "store/acl_conflict.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_ret.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <vector>
 
-#include "api/acl_ret.h"
-#include "store/acl_codes.h"
 #include "store_fixture.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace storetest {
 namespace {

@@ -5,11 +5,11 @@
 #include <array>
 #include <cstring>
 
-#include "api/acl_ret.h"
 #include "platform/fault.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "store_fixture.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace storetest {
 namespace {

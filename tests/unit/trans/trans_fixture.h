@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "api/acl_ret.h"
 #include "hw/acl_dev_trans.h"
-#include "store/acl_bits.h"
-#include "store/acl_codes.h"
 #include "unit/store/store_fixture.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 
 namespace transtest {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "store/acl_codes.h"
+#include "wire/acl_codes.h"
 
 // Command ids with a logic of their own (the plain fields are in the tables below).
 constexpr uint32_t ACL_RULE_CMD_FIELD_BITS = 0;  // get: fieldBits
