@@ -196,6 +196,8 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
            {"--unit", "unit", Kind::Number, "unit"},
            {"--list", "list", Kind::Number, "list index"},
            {"--rule", "rule", Kind::Number, "rule index"},
+           {"--onu", "onu", Kind::Number, "ONU id of a GEM key"},
+           {"--gem", "gem", Kind::Number, "GEM port of a GEM key"},
            {"--name", "name", Kind::Text, "name the call carries"},
            {"--result", "result", Kind::Number, "result to fail with (default -1)"},
            {"--skip", "skip", Kind::Number, "matching calls to let through first"},

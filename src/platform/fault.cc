@@ -19,7 +19,7 @@ bool matches(const FaultRule& r, const FaultCall& c) {
   return (r.call.empty() || r.call == c.call) && (r.name.empty() || r.name == c.name) &&
          fieldMatches(r.cmd, c.cmd) && fieldMatches(r.scope, c.scope) &&
          fieldMatches(r.unit, c.unit) && fieldMatches(r.list, c.list) &&
-         fieldMatches(r.rule, c.rule);
+         fieldMatches(r.rule, c.rule) && fieldMatches(r.onu, c.onu) && fieldMatches(r.gem, c.gem);
 }
 
 }  // namespace

@@ -19,12 +19,14 @@ struct FaultCall {
   std::optional<uint32_t> unit{};
   std::optional<uint32_t> list{};
   std::optional<uint32_t> rule{};
+  std::optional<uint32_t> onu{};  // GEM scope: the ONU and GEM port of the key
+  std::optional<uint32_t> gem{};
   std::string_view name{};  // a name the call carries (pool name, task name), may be empty
 };
 
 struct FaultRule {
   std::string call{};  // empty matches every call
-  std::optional<uint32_t> cmd{}, scope{}, unit{}, list{}, rule{};
+  std::optional<uint32_t> cmd{}, scope{}, unit{}, list{}, rule{}, onu{}, gem{};
   std::string name{};  // empty matches every name
   int32_t result = -1;
   uint32_t skip = 0;   // matching calls let through before the first failure

@@ -120,12 +120,15 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
       if (oper == 2) op = Op::Remove;
     }
   }
+  const bool gemScope = kind && kind->scope == 2 && index != 0;
   if (auto f = plat::faultHit({.call = "zorHwilCmdSetApi",
                                .cmd = cmdId,
                                .scope = kind ? std::optional<uint32_t>(scope.scope) : std::nullopt,
                                .unit = scope.unit,
                                .list = list,
-                               .rule = rule})) {
+                               .rule = rule,
+                               .onu = gemScope ? std::optional<uint32_t>(scope.onu) : std::nullopt,
+                               .gem = gemScope ? std::optional<uint32_t>(scope.gem) : std::nullopt})) {
     return *f;
   }
   if (!kind) return kErrNotSupported;

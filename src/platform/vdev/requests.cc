@@ -76,6 +76,8 @@ json faultToJson(const plat::FaultRule& r) {
   put("unit", r.unit);
   put("list", r.list);
   put("rule", r.rule);
+  put("onu", r.onu);
+  put("gem", r.gem);
   return j;
 }
 
@@ -94,6 +96,8 @@ json faultAdd(const json& req) {
   r.unit = optU32(req, "unit");
   r.list = optU32(req, "list");
   r.rule = optU32(req, "rule");
+  r.onu = optU32(req, "onu");
+  r.gem = optU32(req, "gem");
   if (req.contains("result")) {
     if (!req.at("result").is_number_integer()) throw RequestError{"\"result\" must be a number"};
     const int64_t v = req.at("result").get<int64_t>();

@@ -256,3 +256,28 @@ TEST_F(HwTablesTest, FaultAlwaysOnlyForItsListRuleAndScope) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(HwTablesTest, GemFaultAimsAtOneOnuAndGemPort) {
+  const Bytes r = record(1001, 5, 0, 4101);
+  auto gemKey = [](uint32_t onu, uint32_t gem) {
+    std::array<uint8_t, 12> k{};
+    be::store32(std::span<uint8_t>(k), 0, 401);
+    be::store32(std::span<uint8_t>(k), 4, onu);
+    be::store32(std::span<uint8_t>(k), 8, gem);
+    return k;
+  };
+  plat::faultAdd({.call = "zorHwilCmdSetApi", .unit = 401, .onu = 7, .gem = 3, .result = 9,
+                  .count = -1});
+  auto other = gemKey(7, 4), otherOnu = gemKey(8, 3), target = gemKey(7, 3);
+  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(other.data()), HWIL_CMD_GEM_ADD, r), 0);
+  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(otherOnu.data()), HWIL_CMD_GEM_ADD, r), 0);
+  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(target.data()), HWIL_CMD_GEM_ADD, r), 9);
+  EXPECT_EQ(entries({2, 401, 7, 3}), 0u);
+  // The unit scope of the same interface has no ONU, so the rule does not reach it.
+  EXPECT_EQ(add(401, HWIL_CMD_IF_ADD, r), 0);
+  plat::faultClear();
+}
+
+}  // namespace
