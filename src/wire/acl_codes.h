@@ -155,65 +155,14 @@ struct AclActionParamInfo {
   uint8_t totalLen;  // bytes of the whole parameter
 };
 
+// The parameter places are the hardware record's, defined once with its layout.
 constexpr AclActionParamInfo aclActionParamInfo(uint32_t code) {
   using K = AclActionKind;
   constexpr AclActionParamInfo unused{K::Unused, 0, 0, 0};
   constexpr AclActionParamInfo none{K::NoParam, ACL_ACTION_NO_SLOT, 0, 0};
-  auto word = [](uint8_t slot) { return AclActionParamInfo{K::Param, slot, 4, 4}; };
+  const acldev::ActionParam place = acldev::actionParam(code);
+  if (place.entryLen != 0) return {K::Param, place.slot, place.entryLen, place.totalLen};
   switch (code) {
-    case 1:
-      return word(10);
-    case 4:
-      return {K::Param, 11, 16, 32};
-    case 7:
-      return word(11);
-    case 8:
-      return {K::Param, 11, 16, 16};
-    case 9:
-      return word(40);
-    case 10:
-      return word(2);
-    case 13:
-      return word(1);
-    case 14:
-      return word(39);
-    case 15:
-      return word(0);
-    case 16:
-    case 18:
-      return word(3);
-    case 22:
-      return {K::Param, 42, 6, 6};
-    case 23:
-      return {K::Param, 7, 6, 6};
-    case 24:
-      return word(4);
-    case 25:
-    case 26:
-    case 31:
-    case 32:
-      return word(5);
-    case 28:
-    case 29:
-    case 34:
-    case 35:
-      return word(6);
-    case 38:
-      return word(9);
-    case 39:
-      return word(19);
-    case 40:
-      return word(20);
-    case 41:
-      return word(21);
-    case 42:
-      return word(22);
-    case 46:
-      return {K::Param, 23, 16, 16};
-    case 50:
-      return {K::Param, 23, 16, 64};
-    case 53:
-      return word(41);
     case 2:
     case 3:
     case 6:
