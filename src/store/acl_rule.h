@@ -19,6 +19,9 @@ constexpr uint32_t ACL_FIELD_BITS_LEN = 12;
 constexpr uint32_t ACL_ACTION_BITS_LEN = 8;
 constexpr uint32_t ACL_OUT_ACTION_BITS_LEN = 2;
 
+struct AclDstIpEntry;
+constexpr uint32_t ACL_RULE_NEXTHOP_MAX = 4;
+
 // One rulePool entry, linked into its list's ruleTree by node. A freed record is all zero, so a
 // new rule starts all zero apart from what creation sets.
 struct AclRuleEntry {
@@ -38,6 +41,11 @@ struct AclRuleEntry {
   uint16_t trIdx;        // time range, 0 = none
   uint8_t trActive;      // 1 while the time range is active
   uint16_t priority;     // handed to the hardware translation
+  // Next hops of a redirect rule, tracked by destination IP entry; the rule is in the hardware
+  // exactly while every one of them is resolved (nhLearned == nhNum).
+  AclDstIpEntry* nhRef[ACL_RULE_NEXTHOP_MAX];
+  uint8_t nhNum;      // "nexthop"
+  uint8_t nhLearned;  // "arp learned"
   SilDlNode valueList;   // value entries in ascending field code
   SilDlNode actionList;  // in-action and out-action entries
 };
