@@ -37,15 +37,44 @@ int counterRequest(uint32_t ifIndex, void* request, bool clear) {
   return 0;
 }
 
+// Keeps a rule counter request in the command log as it arrived, before the device answers into
+// it: the descriptor's flag and length as the key, the 88 request bytes as the data.
+void counterRequestLog(const char* call, const ZorScalarReq* req) {
+  Device& d = device();
+  std::lock_guard lock(d.mutex);
+  journalPush(d.journal.commands,
+              CommandLogEntry{nextSeq(d.journal),
+                              call,
+                              req->cmd,
+                              {req->flag, req->len},
+                              copyBytes(req->data, kCounterRequestLen)});
+}
+
+// What a rule counter request tells the fault table: its list and rule, so that a fault can aim
+// at one record's counters.
+plat::FaultCall counterFaultCall(const char* call, const ZorScalarReq* req) {
+  plat::FaultCall fc{.call = call, .cmd = req->cmd};
+  if ((req->cmd == ZOR_SCALAR_STATS_READ || req->cmd == ZOR_SCALAR_STATS_CLEAR) &&
+      req->data != nullptr) {
+    std::span<const uint8_t> body(static_cast<const uint8_t*>(req->data), kCounterRequestLen);
+    fc.list = be::load32(body, 0);
+    fc.rule = be::load32(body, 4);
+  }
+  return fc;
+}
+
 }  // namespace vdev
 
 int zorScalarGetApi(uint32_t /*r1*/, uint32_t /*r2*/, void* reqp) {
   const auto* req = static_cast<const ZorScalarReq*>(reqp);
-  if (auto f = plat::faultHit(
-          {.call = "zorScalarGetApi", .cmd = req ? std::optional(req->cmd) : std::nullopt})) {
-    return *f;
+  if (req == nullptr) {
+    if (auto f = plat::faultHit({.call = "zorScalarGetApi"})) return *f;
+    return kErrBadParam;
   }
-  if (req == nullptr) return kErrBadParam;
+  if (req->cmd == ZOR_SCALAR_STATS_READ && req->data != nullptr) {
+    counterRequestLog("zorScalarGetApi", req);
+  }
+  if (auto f = plat::faultHit(counterFaultCall("zorScalarGetApi", req))) return *f;
   switch (req->cmd) {
     case ZOR_SCALAR_ACTION_SUPPORT: {
       if (req->data == nullptr) return kErrBadParam;
@@ -62,11 +91,15 @@ int zorScalarGetApi(uint32_t /*r1*/, uint32_t /*r2*/, void* reqp) {
 
 int zorScalarSetApi(uint32_t /*r1*/, uint32_t /*r2*/, void* reqp) {
   const auto* req = static_cast<const ZorScalarReq*>(reqp);
-  if (auto f = plat::faultHit(
-          {.call = "zorScalarSetApi", .cmd = req ? std::optional(req->cmd) : std::nullopt})) {
-    return *f;
+  if (req == nullptr) {
+    if (auto f = plat::faultHit({.call = "zorScalarSetApi"})) return *f;
+    return kErrBadParam;
   }
-  if (req == nullptr || req->data == nullptr) return kErrBadParam;
+  if (req->cmd == ZOR_SCALAR_STATS_CLEAR && req->data != nullptr) {
+    counterRequestLog("zorScalarSetApi", req);
+  }
+  if (auto f = plat::faultHit(counterFaultCall("zorScalarSetApi", req))) return *f;
+  if (req->data == nullptr) return kErrBadParam;
   if (req->cmd == ZOR_SCALAR_STATS_CLEAR) return counterRequest(0, req->data, true);
   // Any other command carries a rule record for the whole system (the NAT module's commands).
   Device& d = device();

@@ -31,6 +31,10 @@ constexpr int32_t CMN_ERR_BAD_PARAM = 0x03E8001A;
 constexpr int32_t ACL_ERR_READ_ONLY = 0x03EA0003;
 // The list's type may take no more rules, or the list itself is full.
 constexpr int32_t ACL_ERR_RULE_LIMIT = 0x03EA0004;
+// A list without rules cannot be installed.
+constexpr int32_t ACL_ERR_LIST_EMPTY = 0x03EA0005;
+// A rule's counter could not be read to choose which statistics counters to fetch.
+constexpr int32_t ACL_ERR_COUNTER_GET = 0x03EA0006;
 constexpr int32_t ACL_ERR_STATS_NOT_EXIST = 0x03EA0007;
 constexpr int32_t ACL_ERR_IFSTATS_NOT_EXIST = 0x03EA0009;
 // A rule of the list is not valid, so the list may not be applied.
