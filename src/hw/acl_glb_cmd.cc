@@ -51,5 +51,9 @@ int32_t aclRuleSlotDel(const void* /*slotKey*/, const uint8_t* dev, uint32_t, ui
   return 0;
 }
 
-int32_t aclRuleSlotAddTlv(const void*, const ZorBufDesc*, uint32_t) { return 0; }
-int32_t aclRuleSlotDelTlv(const void*, const ZorBufDesc*, uint32_t) { return 0; }
+int32_t aclRuleSlotAddTlv(const void*, const ZorBufDesc*, uint32_t) {
+  return 0;
+}
+int32_t aclRuleSlotDelTlv(const void*, const ZorBufDesc*, uint32_t) {
+  return 0;
+}

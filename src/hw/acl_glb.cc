@@ -1,0 +1,225 @@
+// Installing a filter list (or one of its rules) into the global scope: the eligibility walk, the
+// hardware priority, next-hop registration, statistics records, and what a failure leaves behind
+// (a rollback, or for a redirect rule the list's next-hop retry).
+#include "hw/acl_glb.h"
+
+#include "control/acl_nexthop.h"
+#include "hw/acl_glb_internal.h"
+#include "main/acl_log.h"
+#include "wire/acl_ret.h"
+
+using namespace aclglb;
+
+namespace {
+
+int lst(const AclListEntry* list) {
+  return static_cast<int>(list->lstIdx);
+}
+
+void selfLine(const AclListEntry* list, uint32_t dir) {
+  aclDebug(ACL_LOG_GLOBAL, "ACL global [global add] info=[self = %d dir = %d refCnt = %d OK].\r\n",
+           lst(list), static_cast<int>(dir), static_cast<int>(list->refCnt));
+}
+
+void bufferFailed(const AclListEntry* list, bool tlv) {
+  if (tlv) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list %d malloc pTlvBuffer error])\r\n",
+             lst(list));
+  } else {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list %d malloc dev error])\r\n",
+             lst(list));
+  }
+}
+
+void statsFailed(const AclListEntry* list) {
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [global add] error. (Reason=[filter-list %d malloc stats entry error])\r\n",
+           lst(list));
+}
+
+void transFailedLog(const AclRuleEntry* r) {
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [global add] error. (Reason=[filter %d/%u dev trans error])\r\n",
+           static_cast<int>(r->lstIdx), r->ruleIdx);
+}
+
+void installFailedLog(const AclRuleEntry* r, uint32_t dir) {
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [global add] error. (Reason=[filter %d/%u global add error (dir=%d)])\r\n",
+           static_cast<int>(r->lstIdx), r->ruleIdx, static_cast<int>(dir));
+}
+
+// A redirect rule that the hardware refused is retried with the whole list once its next hops
+// are settled, instead of failing the binding.
+void armNextHopRetry(AclListEntry* list) {
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [global add] error. (Info=[filter %d  add nexthop timer])\r\n", lst(list));
+  aclNextHopTimerRestart(list);
+}
+
+// Checks shared by the list installs: the list exists and has rules (or dynamic binding may
+// fill it later), and its rules are all usable.
+int32_t listChecks(AclListEntry* list) {
+  if (list->ruleNum == 0 && gaclGrp.dynamicBindEnable != 1) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list %d ruleNum is error])\r\n",
+             lst(list));
+    return ACL_ERR_LIST_EMPTY;
+  }
+  return aclRuleStatusCheck(list);
+}
+
+AclRuleEntry* firstRule(AclListEntry* list) {
+  return static_cast<AclRuleEntry*>(avl_first(&list->ruleTree));
+}
+AclRuleEntry* nextRule(AclListEntry* list, AclRuleEntry* r) {
+  return static_cast<AclRuleEntry*>(avl_next(&list->ruleTree, r));
+}
+
+}  // namespace
+
+int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint32_t type) {
+  if (list == nullptr) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list entry is NULL])\r\n");
+    return ACL_ERR_LIST_NOT_EXIST;
+  }
+  const int32_t checked = listChecks(list);
+  if (checked != 0) return checked;
+  Buffer buf(gaclGrp.tlvEnable == 1);
+  if (!buf.ok()) {
+    bufferFailed(list, buf.tlv());
+    return -1;
+  }
+
+  for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
+    if (!statusValid(r)) continue;
+    r->priority = priorityFor(type, r->ruleIdx);
+    const ParamBlock block = paramBlock(r);
+    // Next hops are registered before the time-range and VRF tests, so a rule that is off now is
+    // already tracked when it comes on.
+    if (nextHopRegister(r, block) != 0) {
+      aclGlbDelpart(list, r->ruleIdx, dir, target);
+      return CMN_ERR_NO_RESOURCE;
+    }
+    if (!nextHopsReady(r, block)) {
+      nextHopNotReadyLog(r, block);
+      continue;
+    }
+    if (timeRangeOff(r) || hasVrf(r)) continue;
+    if (hasAction(r, RULE_ACTION_AWARE) && !statsAdd(r, dir)) {
+      statsFailed(list);
+      return checked;
+    }
+    bool transFailed = false;
+    const int32_t ret = sendRule(buf, r, list, dir, target, false, true, &transFailed);
+    if (ret == 0) continue;
+    if (transFailed) {
+      transFailedLog(r);
+    } else {
+      installFailedLog(r, dir);
+      if (hasNextHopAction(r)) {
+        armNextHopRetry(list);
+        continue;
+      }
+    }
+    aclGlbDelpart(list, r->ruleIdx, dir, target);
+    return ret;
+  }
+  selfLine(list, dir);
+  return 0;
+}
+
+int32_t aclGlbRuleAddOne(AclListEntry* list, AclRuleEntry* rule, uint32_t dir, uint32_t type) {
+  if (list == nullptr) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list entry is NULL])\r\n");
+    return ACL_ERR_LIST_NOT_EXIST;
+  }
+  if (rule == nullptr) return ACL_ERR_LIST_EMPTY;
+  if (!statusValid(rule)) return -1;
+  rule->priority = priorityFor(type, rule->ruleIdx);
+  const ParamBlock block = paramBlock(rule);
+  if (const int32_t ret = nextHopRegister(rule, block); ret != 0) return ret;
+  if (!nextHopsReady(rule, block)) {
+    nextHopNotReadyLog(rule, block);
+    return -1;
+  }
+  if (timeRangeOff(rule) || hasVrf(rule)) return -1;
+  if (hasAction(rule, RULE_ACTION_AWARE) && !statsAdd(rule, dir)) {
+    statsFailed(list);
+    return -1;
+  }
+  Buffer buf(gaclGrp.tlvEnable == 1);
+  if (!buf.ok()) {
+    bufferFailed(list, buf.tlv());
+    return -1;
+  }
+  bool transFailed = false;
+  // A single rule's record leaves activeRuleNum 0; the TLV message carries it.
+  const int32_t ret = sendRule(buf, rule, list, dir, nullptr, false, false, &transFailed);
+  if (ret != 0) {
+    if (transFailed) {
+      transFailedLog(rule);
+    } else {
+      installFailedLog(rule, dir);
+      if (hasNextHopAction(rule)) armNextHopRetry(list);
+    }
+    return ret;
+  }
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [global add] OK. (Info=[filter %d/%u global add OK. (dir=%d)])\r\n",
+           static_cast<int>(rule->lstIdx), rule->ruleIdx, static_cast<int>(dir));
+  selfLine(list, dir);
+  return 0;
+}
+
+int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
+  AclListEntry* list = aclListEntryGet(lstIdx);
+  if (list == nullptr) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [global add] error. (Reason=[filter-list %d entry is NULL])\r\n",
+             static_cast<int>(lstIdx));
+    return ACL_ERR_LIST_NOT_EXIST;
+  }
+  const int32_t checked = listChecks(list);
+  if (checked != 0) return checked;
+  Buffer buf(gaclGrp.tlvEnable == 1);
+  if (!buf.ok()) {
+    bufferFailed(list, buf.tlv());
+    return -1;
+  }
+  // Only the hardware is touched: the next-hop registrations stay as the bindings made them, also
+  // when a failure rolls the list back.
+  const DelpartMode rollback{false, "global del"};
+  for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
+    if (!statusValid(r)) continue;
+    r->priority = priorityFor(type, r->ruleIdx);
+    const ParamBlock block = paramBlock(r);
+    if (!nextHopsReady(r, block)) {
+      aclDebug(ACL_LOG_IF,
+               "ACL interface [add acl] info = [filter %d/%u arp not learn, continue.]\r\n",
+               static_cast<int>(r->lstIdx), r->ruleIdx);
+      continue;
+    }
+    if (hasAction(r, RULE_ACTION_AWARE) && !statsAdd(r, dir)) {
+      statsFailed(list);
+      return checked;
+    }
+    if (timeRangeOff(r) || hasVrf(r)) continue;
+    bool transFailed = false;
+    const int32_t ret = sendRule(buf, r, list, dir, nullptr, false, true, &transFailed);
+    if (ret == 0) continue;
+    if (transFailed) {
+      transFailedLog(r);
+    } else {
+      installFailedLog(r, dir);
+    }
+    delpart(list, r->ruleIdx, dir, nullptr, rollback);
+    return ret;
+  }
+  selfLine(list, dir);
+  return 0;
+}
