@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-constexpr uint32_t ACL_HW_OPTIONS_LEN = 64;
+#include "hw/acl_hw_options.h"  // ACL_HW_OPTIONS_LEN
 
 // The mode a Set or Sync entry hands its family's shared body.
 constexpr uint32_t ACL_MODE_SET = 3;

@@ -1,0 +1,154 @@
+#include "api/acl_scalar_bind.h"
+
+#include <array>
+
+#include "api/acl_scalar_api.h"
+#include "hw/acl_glb.h"
+#include "main/acl_group.h"
+#include "main/acl_log.h"
+#include "store/acl_list.h"
+#include "wire/acl_ret.h"
+
+namespace {
+
+// One typed global bind slot: its field in the ACL group, the direction and the list type it
+// binds with. Indexed by command - 26.
+struct GlbSlot {
+  uint32_t AclGroup::*field;
+  uint32_t dir;
+  uint32_t type;
+};
+
+constexpr std::array<GlbSlot, 12> kGlbSlots = {{
+    {&AclGroup::inL2Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_L2},
+    {&AclGroup::outL2Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_L2},
+    {&AclGroup::inIpv4Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_IPV4},
+    {&AclGroup::outIpv4Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_IPV4},
+    {&AclGroup::inIpv6Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_IPV6},
+    {&AclGroup::outIpv6Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_IPV6},
+    {&AclGroup::inHybridAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_HYBRID},
+    {&AclGroup::outHybridAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_HYBRID},
+    {&AclGroup::inMplsAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_MPLS},
+    {&AclGroup::outMplsAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_MPLS},
+    {&AclGroup::inUdfAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_UDF},
+    {&AclGroup::outUdfAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_UDF},
+}};
+static_assert(kGlbSlots.size() == ACL_SCALAR_GLB_SLOT_LAST - ACL_SCALAR_GLB_SLOT_FIRST + 1);
+
+// The generic in/out binding of commands 6 and 7.
+struct GlbCtrl {
+  uint8_t AclGroup::*ctrl;
+  uint32_t AclGroup::*list;
+  uint32_t dir;
+  const char* duplicated;
+};
+
+constexpr std::array<GlbCtrl, 2> kGlbCtrls = {{
+    {&AclGroup::inCtrl, &AclGroup::inAcl, ACL_DIR_INGRESS,
+     "ACL config [ACL SET] error. (Reason=[In ctrl operation duplicated])\r\n"},
+    {&AclGroup::outCtrl, &AclGroup::outAcl, ACL_DIR_EGRESS,
+     "ACL config [ACL LIST SET] error. (Reason=[Out ctrl operation duplicated])\r\n"},
+}};
+
+// The list each generic binding actually installed when it was switched on. inAcl/outAcl may be
+// given a new index while the switch is on (no hardware changes then); switching off must take
+// out what was installed, not the list the index names now, or the installed list would keep its
+// rules and its reference for ever and the other list's refCnt would go below 0. Read only while
+// the switch is on, so a group started afresh (switches 0) never sees a stale value.
+std::array<uint32_t, 2> gCtrlBoundList{};
+
+AclListEntry* listFind(uint32_t lstIdx) {
+  AclListEntry* list = aclListEntryGet(lstIdx);
+  // A list whose status fell to 0 is on its way out: it counts as absent.
+  return list != nullptr && list->status != 0 ? list : nullptr;
+}
+
+}  // namespace
+
+uint32_t aclScalarSlotGet(uint32_t cmd) {
+  if (cmd < ACL_SCALAR_GLB_SLOT_FIRST || cmd > ACL_SCALAR_GLB_SLOT_LAST) return 0;
+  return gaclGrp.*kGlbSlots[cmd - ACL_SCALAR_GLB_SLOT_FIRST].field;
+}
+
+uint32_t aclScalarCtrlList(uint32_t dir) {
+  if (dir >= kGlbCtrls.size() || gaclGrp.*kGlbCtrls[dir].ctrl != 1) return 0;
+  return gCtrlBoundList[dir];
+}
+
+int32_t aclScalarCtrlSwitch(uint32_t cmd, uint32_t v) {
+  const size_t which = cmd - ACL_SCALAR_IN_CTRL;
+  if (which >= kGlbCtrls.size()) return -1;
+  const GlbCtrl& c = kGlbCtrls[which];
+  uint8_t& state = gaclGrp.*c.ctrl;
+  const bool on = v == 1;
+  // Every value but 1 means off, so "off while off" is the duplicate whatever number says it;
+  // comparing raw numbers would take out a binding that was never made.
+  if (on == (state == 1)) {
+    aclDebug(ACL_LOG_API, "%s", c.duplicated);
+    return 0;
+  }
+  const uint32_t lstIdx = on ? gaclGrp.*c.list : gCtrlBoundList[which];
+  AclListEntry* list = listFind(lstIdx);
+  if (list == nullptr) return ACL_ERR_LIST_NOT_EXIST;
+  if (on) {
+    if (int32_t ret = aclGlbAdd(list, c.dir, nullptr, ACL_GLB_TYPE_GENERIC)) return ret;
+    ++list->refCnt;
+    gCtrlBoundList[which] = lstIdx;
+    state = 1;
+    return 0;
+  }
+  if (int32_t ret = aclGlbDel(list, c.dir, nullptr)) return ret;
+  --list->refCnt;
+  gCtrlBoundList[which] = 0;
+  // The state is a byte: a value that does not fit would read back as another one (even as on),
+  // so it is kept only when it fits.
+  state = v <= 0xFF ? static_cast<uint8_t>(v) : 0;
+  return 0;
+}
+
+int32_t aclScalarSlotMove(uint32_t cmd, uint32_t v, uint32_t* previous) {
+  *previous = 0;
+  if (cmd < ACL_SCALAR_GLB_SLOT_FIRST || cmd > ACL_SCALAR_GLB_SLOT_LAST) return -1;
+  const GlbSlot& s = kGlbSlots[cmd - ACL_SCALAR_GLB_SLOT_FIRST];
+  uint32_t& slot = gaclGrp.*s.field;
+  const uint32_t prevIdx = slot;
+  *previous = prevIdx;
+  if (v == 0) {
+    // Unbinding an empty slot names no list at all, not list 0.
+    AclListEntry* prev = prevIdx != 0 ? listFind(prevIdx) : nullptr;
+    if (prev == nullptr) return ACL_ERR_LIST_NOT_EXIST;
+    if (int32_t ret = aclGlbDel(prev, s.dir, nullptr)) return ret;
+    --prev->refCnt;
+    slot = 0;
+    return 0;
+  }
+  if (v == prevIdx) return 0;
+  // The new list is looked up before the old binding goes, so a request naming no list leaves
+  // the slot as it was.
+  AclListEntry* next = listFind(v);
+  if (next == nullptr) return ACL_ERR_LIST_NOT_EXIST;
+  AclListEntry* prev = nullptr;
+  if (prevIdx != 0) {
+    prev = listFind(prevIdx);
+    if (prev == nullptr) return ACL_ERR_LIST_NOT_EXIST;
+    // A refused removal does not stop the change. The list then keeps its reference for the rules
+    // still installed, and is not installed a second time if the new list fails.
+    if (aclGlbDel(prev, s.dir, nullptr) == 0) {
+      --prev->refCnt;
+      slot = 0;
+    } else {
+      prev = nullptr;
+    }
+  }
+  const int32_t ret = aclGlbAdd(next, s.dir, nullptr, s.type);
+  if (ret == 0) {
+    ++next->refCnt;
+    slot = v;
+    return 0;
+  }
+  if (prev != nullptr && aclGlbAdd(prev, s.dir, nullptr, s.type) == 0) {
+    ++prev->refCnt;
+    slot = prevIdx;
+  }
+  return ret;
+}

@@ -1,0 +1,37 @@
+// The one place where scalar set reaches the services of other subsystems: CPU defend, NAT, the
+// blacklist and (when built) the global traffic-policy operations.
+#include <array>
+
+#include "api/acl_scalar_api.h"
+#include "services/acl_blacklist.h"
+#include "services/acl_cpudefend.h"
+#include "services/acl_nat.h"
+
+namespace {
+
+// Each entry names its function in the member its payload calls for: withBuf for 22 to 25,
+// withRecord for 53 to 59, withWords for 67 and 68. A service not built yet keeps all three null.
+constexpr std::array<AclScalarService, 13> kScalarServices = {{
+    {ACL_SCALAR_CPUDEFEND_ADD, _aclCpudefendGlobaladdEx, nullptr, nullptr},
+    {ACL_SCALAR_CPUDEFEND_DEL, _aclCpudefendGlobaldelEx, nullptr, nullptr},
+    {ACL_SCALAR_NAT_ADD, _aclNatGlobaladdEx, nullptr, nullptr},
+    {ACL_SCALAR_NAT_DEL, _aclNatGlobaldelEx, nullptr, nullptr},
+    {53, nullptr, nullptr, nullptr},                        // aclTrafficGlobalLoopback
+    {54, nullptr, nullptr, nullptr},                        // aclTrafficGlobalRedirect
+    {55, nullptr, nullptr, nullptr},                        // aclTrafficGlobalFilter
+    {56, nullptr, nullptr, nullptr},                        // aclTrafficGlobalRemark
+    {57, nullptr, nullptr, nullptr},                        // aclTrafficGlobalMirror
+    {58, nullptr, nullptr, nullptr},                        // aclTrafficGlobalLimit
+    {59, nullptr, nullptr, nullptr},                        // aclTrafficGlobalStatistic
+    {ACL_SCALAR_BLACKLIST_ADD, nullptr, nullptr, aclBlackListAdd},
+    {ACL_SCALAR_BLACKLIST_DEL, nullptr, nullptr, aclBlackListDel},
+}};
+
+}  // namespace
+
+const AclScalarService* aclScalarServiceFind(uint32_t cmd) {
+  for (const AclScalarService& s : kScalarServices) {
+    if (s.cmd == cmd) return &s;
+  }
+  return nullptr;
+}

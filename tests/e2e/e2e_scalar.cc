@@ -1,0 +1,133 @@
+// The scalar table on the real daemon: a global bind slot installing and removing a list's rules
+// (and restoring nothing when the hardware refuses one), the version string, and the friendly
+// "aclctl global", "limits", "version" and "debug" commands.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "support/acl_process.h"
+
+namespace {
+
+using nlohmann::json;
+
+std::string ruleKey(uint32_t lst, uint32_t rule) {
+  char text[40];
+  std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
+  return text;
+}
+
+class ScalarE2e : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    acl_ = AclProcess::start();
+    ASSERT_NE(acl_, nullptr);
+  }
+  json run(const std::vector<std::string>& args, int expectStatus = 0) {
+    std::string out;
+    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << args[0] << " " << out;
+    return json::parse(out, nullptr, false);
+  }
+  // An IPv4 list with valid rules 1..n.
+  void makeList(uint32_t lst, uint32_t rules) {
+    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
+    for (uint32_t r = 1; r <= rules; ++r) {
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
+    }
+  }
+  json globalEntries() { return run({"dev", "hw", "--scope", "global"})["table"]["entries"]; }
+  json scalarSet(uint32_t cmd, uint32_t v) {
+    return run({"call", "aclScalarSetApi", "-", std::to_string(cmd), "u32:" + std::to_string(v)});
+  }
+  uint32_t scalarGet(uint32_t cmd) {
+    return run({"call", "aclScalarGetApi", "-", std::to_string(cmd), "u32:0"})["buf"]["u32"];
+  }
+  std::unique_ptr<AclProcess> acl_;
+};
+
+TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {
+  makeList(1001, 2);
+  EXPECT_EQ(scalarSet(28, 1001)["ret"], 0);
+  json e = globalEntries();
+  ASSERT_EQ(e.size(), 2u) << e.dump();
+  EXPECT_EQ(e[0]["list"], 1001);
+  EXPECT_EQ(e[0]["direction"], 0);
+  EXPECT_EQ(e[0]["priority"], 8193);
+  EXPECT_EQ(e[1]["direction"], 0);
+  EXPECT_EQ(e[1]["priority"], 8194);
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 1);
+
+  EXPECT_EQ(scalarSet(28, 0)["ret"], 0);
+  EXPECT_TRUE(globalEntries().empty());
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 0);
+
+  // The hardware refuses the second rule: the set answers its code and nothing stays installed.
+  run({"dev", "fault", "add", "--call", "zorHwilCmdSetApi", "--cmd", "217", "--list", "1001",
+       "--rule", "2", "--result", "0x0ABC0001"});
+  EXPECT_EQ(scalarSet(28, 1001)["ret_hex"], "0x0ABC0001");
+  EXPECT_TRUE(globalEntries().empty());
+  EXPECT_EQ(scalarGet(28), 0u);
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 0);
+
+  // The second relay after the failure carries the previous slot value, 0.
+  const json relays = run({"dev", "relays"})["relays"];
+  ASSERT_FALSE(relays.empty());
+  EXPECT_EQ(relays.back()["cmd"], 0x0001401C);
+  EXPECT_EQ(relays.back()["data"], "00000000");
+
+  json v = run({"call", "aclScalarGetApi", "-", "21", "dlen:64"});
+  EXPECT_EQ(v["ret"], 0);
+  EXPECT_EQ(v["buf"]["len"], 15);
+  EXPECT_EQ(v["buf"]["hex"], "41434c5f56372e30302e30322e3030");  // ACL_V7.00.02.00
+  v = run({"call", "aclScalarGetApi", "-", "21", "dlen:4"});
+  EXPECT_EQ(v["buf"]["len"], 4);
+  EXPECT_EQ(v["buf"]["hex"], "41434c5f");
+  EXPECT_TRUE(acl_->alive());
+}
+
+TEST_F(ScalarE2e, FriendlyGlobalCommands) {
+  makeList(1001, 1);
+  makeList(1002, 1);
+  json r = run({"--json", "global", "bind", "in", "ipv4", "1001"});
+  EXPECT_TRUE(r["ok"]);
+  run({"global", "set-generic", "out", "1002"});
+  run({"global", "switch", "out", "on"});
+  json shown = run({"--json", "global", "show"});
+  EXPECT_EQ(shown["generic"]["out"]["list"], 1002);
+  EXPECT_EQ(shown["generic"]["out"]["on"], true);
+  EXPECT_EQ(shown["generic"]["in"]["on"], false);
+  ASSERT_EQ(shown["slots"].size(), 12u);
+  EXPECT_EQ(shown["slots"][2]["slot"], "inIpv4Acl");
+  EXPECT_EQ(shown["slots"][2]["list"], 1001);
+  EXPECT_EQ(shown["slots"][3]["list"], 0);
+  EXPECT_EQ(globalEntries().size(), 2u);
+
+  // Refusals are shown by name and end aclctl with status 1.
+  r = run({"--json", "global", "unbind", "in", "l2"}, 1);
+  EXPECT_EQ(r["ret_hex"], "0x03EA0041");
+  EXPECT_FALSE(r["ok"]);
+  run({"global", "bind", "in", "ipv4", "1500"}, 1);
+  run({"global", "bind", "sideways", "ipv4", "1001"}, 2);
+  run({"global", "unbind", "in", "ipv4"});
+  run({"global", "switch", "out", "off"});
+  EXPECT_TRUE(globalEntries().empty());
+
+  json limits = run({"--json", "limits"});
+  EXPECT_EQ(limits["cur_lists"], 2);
+  EXPECT_EQ(limits["rules"]["ipv4"]["used"], 2);
+  EXPECT_GT(limits["max_lists"].get<int>(), 0);
+  EXPECT_EQ(run({"--json", "version"})["version"], "ACL_V7.00.02.00");
+
+  json dbg = run({"--json", "debug", "set", "0x4"});
+  EXPECT_EQ(dbg["debug_flags"].get<uint32_t>() & 0x4u, 0x4u);
+  dbg = run({"--json", "debug", "clear", "0x4"});
+  EXPECT_EQ(dbg["debug_flags"].get<uint32_t>() & 0x4u, 0u);
+  run({"debug", "set", "lots"}, 2);
+}
+
+}  // namespace
