@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 
 #include "api/acl_relay.h"
 #include "api/table_buf.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
+#include "services/acl_cpudefend_match.h"
+#include "services/acl_match.h"
 #include "store/acl_list.h"
 #include "wire/acl_ret.h"
 
@@ -25,6 +28,30 @@ int32_t listName(const AclListEntry* list, uintptr_t buf) {
   if (len != 0) std::memcpy(desc->data, list->name, len);
   desc->len = len;
   return 0;
+}
+
+// The match services take the query record as the descriptor's bytes. A descriptor without a data
+// area is an empty query: the address services refuse it by its length, the CPU-defend match as
+// missing data.
+int32_t listMatch(uint32_t lstIdx, uint32_t cmd, uintptr_t buf) {
+  wire::BufDesc* desc = tblDesc(buf);
+  const std::span<uint8_t> query(static_cast<uint8_t*>(desc->data),
+                                 desc->data != nullptr ? desc->len : 0);
+  switch (cmd) {
+    case ACL_MATCH_CMD_ADDR:
+      return _aclMatch(lstIdx, query);
+    case ACL_MATCH_CMD_ADDR_EX:
+      return _aclMatchEx(lstIdx, query);
+    case ACL_MATCH_CMD_IGMP:
+    case ACL_MATCH_CMD_IGMPSNOOP:
+      return _aclMulticastmatchEx(lstIdx, query);
+    case ACL_MATCH_CMD_IPSEC:
+      return _aclIpsecmatchEx(lstIdx, query);
+    case ACL_MATCH_CMD_NAT:
+      return _aclNatmatchEx(lstIdx, query);
+    default:
+      return aclCpuDefendMatch(lstIdx, desc);
+  }
 }
 
 int32_t listValue(const AclListEntry* list, uint32_t cmd, uintptr_t buf) {
@@ -170,9 +197,8 @@ int32_t aclLstGetApi(uintptr_t key, uintptr_t cmdArg, uintptr_t buf) {
   if (cmd == 0 || cmd > ACL_LST_CMD_DYN_REFCNT) return -1;
   if (buf == 0) return CMN_ERR_BAD_PARAM;
   if (cmd == ACL_LST_CMD_NAME) return listName(list, buf);
-  // The software match and CPU defend services are not served by this table yet.
   if (cmd >= ACL_LST_CMD_MATCH_FIRST && cmd <= ACL_LST_CMD_MATCH_LAST) {
-    return CMN_ERR_NOT_SUPPORTED;
+    return listMatch(lstIdx, cmd, buf);
   }
   return listValue(list, cmd, buf);
 }

@@ -1,0 +1,293 @@
+// The software match services against a plain linear reference measured in the same run: an
+// address match (list get 10 through aclMatch) and a CPU-defend packet match (list get 16), on
+// lists of 16 and 128 rules where only the last rule decides, so every rule is expanded and
+// tried. The reference walks an array of ready-made native records with the same comparisons;
+// it is the floor any walk of the list can reach. The table at the end gives the services' rate
+// as a share of it.
+#include <arpa/inet.h>
+#include <stdlib.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "api/acl_lst_api.h"
+#include "api/acl_rule_api.h"
+#include "main/acl_group.h"
+#include "platform/options.h"
+#include "platform/proc.h"
+#include "services/acl_cpudefend_match.h"
+#include "services/acl_match.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+#include "wire/acl_rule_cmds.h"
+#include "wire/be.h"
+#include "wire/buf_desc.h"
+
+namespace {
+
+// Lists of each size: the address lists and the port lists.
+constexpr uint32_t kAddrList16 = 1016;
+constexpr uint32_t kAddrList128 = 1128;
+constexpr uint32_t kPortList16 = 1216;
+constexpr uint32_t kPortList128 = 1328;
+
+uint32_t addrList(int64_t n) {
+  return n == 16 ? kAddrList16 : kAddrList128;
+}
+uint32_t portList(int64_t n) {
+  return n == 16 ? kPortList16 : kPortList128;
+}
+
+// Reports a refused set and gives false.
+bool ok(int32_t ret, uint32_t lst, uint32_t rule, uint32_t cmd) {
+  if (ret != 0) std::fprintf(stderr, "rule %u/%u set %u: 0x%08x\n", lst, rule, cmd, unsigned(ret));
+  return ret == 0;
+}
+
+int32_t ruleSet(uint32_t lst, uint32_t rule, uint32_t cmd, uint32_t value) {
+  std::array<uint8_t, ACL_RULE_KEY_LEN> key{};
+  be::store32(key, 0, lst);
+  be::store32(key, 4, rule);
+  uint8_t word[4];
+  be::store32(word, value);
+  return ok(aclRuleSetApi(reinterpret_cast<uintptr_t>(key.data()), cmd,
+                          reinterpret_cast<uintptr_t>(word)),
+            lst, rule, cmd)
+             ? 0
+             : -1;
+}
+
+int32_t ruleSetBytes(uint32_t lst, uint32_t rule, uint32_t cmd, std::vector<uint8_t> bytes) {
+  std::array<uint8_t, ACL_RULE_KEY_LEN> key{};
+  be::store32(key, 0, lst);
+  be::store32(key, 4, rule);
+  wire::BufDesc d{bytes.data(), static_cast<uint32_t>(bytes.size())};
+  return ok(aclRuleSetApi(reinterpret_cast<uintptr_t>(key.data()), cmd,
+                          reinterpret_cast<uintptr_t>(&d)),
+            lst, rule, cmd)
+             ? 0
+             : -1;
+}
+
+std::vector<uint8_t> actionSet(uint32_t code) {
+  std::vector<uint8_t> set(8, 0);
+  aclBitSet(set, code);
+  return set;
+}
+
+bool createList(uint32_t lst) {
+  uint8_t word[4];
+  be::store32(word, ACL_LST_STATUS_CREATE);
+  return aclLstSetApi(lst, ACL_LST_CMD_STATUS, reinterpret_cast<uintptr_t>(word)) == 0;
+}
+
+// Rules 1..n-1 deny 10.<i>.0.0/16, rule n permits 192.168.0.0/16.
+bool buildAddrList(uint32_t lst, uint32_t n) {
+  if (!createList(lst)) return false;
+  for (uint32_t i = 1; i <= n; ++i) {
+    const bool last = i == n;
+    const uint32_t addr = last ? 0xC0A80000u : (10u << 24) | (i << 16);
+    std::vector<uint8_t> bytes(4);
+    be::store32(bytes, 0, addr);
+    if (ruleSet(lst, i, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_CREATE) != 0 ||
+        ruleSet(lst, i, 7, 1) != 0 || ruleSetBytes(lst, i, ACL_RULE_CMD_SRCADDR, bytes) != 0 ||
+        ruleSet(lst, i, 9, 16) != 0 ||
+        ruleSetBytes(lst, i, ACL_RULE_CMD_ACTION,
+                     actionSet(last ? RULE_ACTION_PERMIT : RULE_ACTION_DENY)) != 0 ||
+        ruleSet(lst, i, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_VALID) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Rules 1..n-1 deny TCP to port 1000 + i, rule n permits TCP to port 80.
+bool buildPortList(uint32_t lst, uint32_t n) {
+  if (!createList(lst)) return false;
+  for (uint32_t i = 1; i <= n; ++i) {
+    const bool last = i == n;
+    if (ruleSet(lst, i, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_CREATE) != 0 ||
+        ruleSet(lst, i, 7, 1) != 0 || ruleSet(lst, i, 6, 6) != 0 ||
+        ruleSet(lst, i, 16, last ? 80 : 1000 + i) != 0 ||
+        ruleSetBytes(lst, i, ACL_RULE_CMD_ACTION,
+                     actionSet(last ? RULE_ACTION_PERMIT : RULE_ACTION_DENY)) != 0 ||
+        ruleSet(lst, i, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_VALID) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The reference: native records, compared in a plain loop.
+struct RefAddrRule {
+  uint32_t addr, mask;
+  bool permit;
+};
+struct RefPortRule {
+  uint8_t ipVer, proto;
+  uint16_t dport;
+  uint8_t verdict;
+};
+
+std::vector<RefAddrRule> refAddrRules(uint32_t n) {
+  std::vector<RefAddrRule> v;
+  for (uint32_t i = 1; i <= n; ++i) {
+    const bool last = i == n;
+    v.push_back({last ? 0xC0A80000u : (10u << 24) | (i << 16), 0xFFFF0000u, last});
+  }
+  return v;
+}
+std::vector<RefPortRule> refPortRules(uint32_t n) {
+  std::vector<RefPortRule> v;
+  for (uint32_t i = 1; i <= n; ++i) {
+    const bool last = i == n;
+    v.push_back(
+        {1, 6, static_cast<uint16_t>(last ? 80 : 1000 + i), static_cast<uint8_t>(last ? 2 : 3)});
+  }
+  return v;
+}
+
+// 192.0.2.1:40000 -> 198.51.100.7:80, TCP SYN, as a 148-byte request.
+std::vector<uint8_t> synRequest() {
+  std::vector<uint8_t> r(ACL_CPUDEFEND_REQ_LEN, 0);
+  const uint8_t frame[] = {0x00, 0x1b, 0x21, 0x00, 0x00, 0x01, 0x00, 0x1b, 0x21, 0x3c, 0x4d,
+                           0x5e, 0x08, 0x00, 0x45, 0x00, 0x00, 0x28, 0x00, 0x00, 0x00, 0x00,
+                           0x40, 0x06, 0x00, 0x00, 0xc0, 0x00, 0x02, 0x01, 0xc6, 0x33, 0x64,
+                           0x07, 0x9c, 0x40, 0x00, 0x50, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+                           0x00, 0x00, 0x50, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+  std::memcpy(r.data(), frame, sizeof frame);
+  be::store32(r, ACL_CPUDEFEND_L2LEN, 14);
+  be::store16(r, ACL_CPUDEFEND_ETHTYPE, ACL_ETHTYPE_IPV4);
+  return r;
+}
+
+void BM_AddrMatch(benchmark::State& state) {
+  const uint32_t lst = addrList(state.range(0));
+  const uint8_t addr[4] = {192, 168, 1, 1};
+  for (auto _ : state) {
+    const int32_t ret = aclMatch(lst, addr, 32, ACL_MATCH_FAMILY_IPV4);
+    if (ret != 0) {
+      state.SkipWithError("the last rule did not permit");
+      break;
+    }
+    benchmark::DoNotOptimize(ret);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_AddrMatchReference(benchmark::State& state) {
+  const std::vector<RefAddrRule> rules = refAddrRules(static_cast<uint32_t>(state.range(0)));
+  const uint8_t addr[4] = {192, 168, 1, 1};
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(addr);
+    const uint32_t a = be::load32(addr);
+    int32_t ret = -1;
+    for (const RefAddrRule& r : rules) {
+      if ((a & r.mask) == (r.addr & r.mask)) {
+        ret = r.permit ? 0 : -1;
+        break;
+      }
+    }
+    benchmark::DoNotOptimize(ret);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_PacketMatch(benchmark::State& state) {
+  const uint32_t lst = portList(state.range(0));
+  std::vector<uint8_t> req = synRequest();
+  wire::BufDesc desc{req.data(), static_cast<uint32_t>(req.size())};
+  for (auto _ : state) {
+    const int32_t ret =
+        aclLstGetApi(lst, ACL_MATCH_CMD_CPUDEFEND, reinterpret_cast<uintptr_t>(&desc));
+    if (ret != 0 || req[ACL_CPUDEFEND_VERDICT] != ACL_MATCH_VERDICT_PERMIT) {
+      state.SkipWithError("the last rule did not permit");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_PacketMatchReference(benchmark::State& state) {
+  const std::vector<RefPortRule> rules = refPortRules(static_cast<uint32_t>(state.range(0)));
+  std::vector<uint8_t> req = synRequest();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(req.data());
+    const uint32_t l2len = be::load32(req, ACL_CPUDEFEND_L2LEN);
+    const uint8_t proto = req[l2len + 9];
+    const uint32_t l4 = l2len + 4u * (req[l2len] & 0x0F);
+    const uint16_t dport = be::load16(req, l4 + 2);
+    int32_t ret = -1;
+    for (const RefPortRule& r : rules) {
+      if (r.ipVer == 1 && r.proto == proto && r.dport == dport) {
+        req[ACL_CPUDEFEND_VERDICT] = r.verdict;
+        ret = 0;
+        break;
+      }
+    }
+    benchmark::DoNotOptimize(ret);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(BM_AddrMatch)->Arg(16)->Arg(128);
+BENCHMARK(BM_AddrMatchReference)->Arg(16)->Arg(128);
+BENCHMARK(BM_PacketMatch)->Arg(16)->Arg(128);
+BENCHMARK(BM_PacketMatchReference)->Arg(16)->Arg(128);
+
+// Keeps each run's rate, by name, for the share table.
+class ShareReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const auto& r : runs) {
+      const auto it = r.counters.find("items_per_second");
+      if (it != r.counters.end() && !r.error_occurred) rates[r.benchmark_name()] = it->second;
+    }
+  }
+  std::map<std::string, double> rates;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  char tmpl[] = "/tmp/acl-bench-XXXXXX";
+  if (::mkdtemp(tmpl) == nullptr) return 1;
+  const std::string runDir = tmpl;
+  plat::setRunDir(runDir);
+  // Room for lists of 128 rules, 288 IPv4 rules in all.
+  plat::optSet("acl.maxrulenum", "512");
+  if (aclOptInit() != 0 || !buildAddrList(kAddrList16, 16) || !buildAddrList(kAddrList128, 128) ||
+      !buildPortList(kPortList16, 16) || !buildPortList(kPortList128, 128)) {
+    std::fprintf(stderr, "bench_match: could not build the lists\n");
+    aclResetForTest();
+    std::filesystem::remove_all(runDir);
+    return 1;
+  }
+
+  benchmark::Initialize(&argc, argv);
+  ShareReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+
+  std::printf("\nmatches per second, service / linear reference:\n");
+  for (const auto& [name, rate] : reporter.rates) {
+    if (name.find("Reference") != std::string::npos) continue;
+    const auto slash = name.find('/');
+    const std::string ref = name.substr(0, slash) + "Reference" + name.substr(slash);
+    const auto r = reporter.rates.find(ref);
+    if (r == reporter.rates.end() || r->second <= 0) continue;
+    std::printf("  %-24s %12.0f / %12.0f = %.3f\n", name.c_str(), rate, r->second,
+                rate / r->second);
+  }
+
+  aclResetForTest();
+  std::filesystem::remove_all(runDir);
+  return 0;
+}

@@ -1,0 +1,320 @@
+// The CPU-defend packet match (list get 16): the parse of the frame into a parameter record
+// (fragments, IPv6, frames whose headers run past the 128 bytes carried), the rule tests and the
+// verdict written back into the request.
+#include "unit/services/match_fixture.h"
+
+#include "services/acl_cpudefend_match.h"
+#include "services/acl_match.h"
+
+namespace matchtest {
+namespace {
+
+using Rec = std::array<uint8_t, ACL_RULE_PARAM_LEN>;
+
+const Bytes kDmac = {0x00, 0x1b, 0x21, 0x00, 0x00, 0x01};
+const Bytes kSmac = {0x00, 0x1b, 0x21, 0x3c, 0x4d, 0x5e};
+
+Bytes ethernet(uint16_t ethType) {
+  Bytes f = kDmac;
+  append(f, kSmac);
+  put16(f, ethType);
+  return f;
+}
+
+// An IPv4 header with ihl words (options zero) and the given fragment word.
+Bytes ipv4(uint8_t proto, const char* src, const char* dst, uint16_t frag = 0, uint8_t ihl = 5) {
+  Bytes h(4u * ihl, 0);
+  h[0] = static_cast<uint8_t>(0x40 | ihl);
+  h[1] = 0xB8;  // DSCP 46
+  be::store16(h, 6, frag);
+  h[8] = 64;
+  h[9] = proto;
+  const Bytes s = v4(src), d = v4(dst);
+  std::copy(s.begin(), s.end(), h.begin() + 12);
+  std::copy(d.begin(), d.end(), h.begin() + 16);
+  return h;
+}
+
+Bytes ipv6(uint8_t next, const char* src, const char* dst) {
+  Bytes h(8, 0);
+  be::store32(h, 0, 0x6A512345);  // traffic class 0xA5, flow label 0x12345
+  h[6] = next;
+  h[7] = 255;
+  append(h, v6(src));
+  append(h, v6(dst));
+  return h;
+}
+
+Bytes tcp(uint16_t sport, uint16_t dport, uint8_t flags) {
+  Bytes h(20, 0);
+  be::store16(h, 0, sport);
+  be::store16(h, 2, dport);
+  h[12] = 0x50;
+  h[13] = flags;
+  return h;
+}
+
+Bytes udp(uint16_t sport, uint16_t dport) {
+  Bytes h(8, 0);
+  be::store16(h, 0, sport);
+  be::store16(h, 2, dport);
+  return h;
+}
+
+AclCpuDefendMeta meta(uint16_t ethType, uint32_t l2len = 14) {
+  return {l2len, 7, ethType, 200, 100, 0xFD, 0xFE};
+}
+
+// The parse of frame (exactly its bytes).
+Rec parse(const Bytes& frame, const AclCpuDefendMeta& m) {
+  Rec rec;
+  rec.fill(0xEE);
+  aclCpuDefendPacketParse(frame, m, rec);
+  return rec;
+}
+
+// The 148-byte request of a frame (cut or padded to 128 bytes).
+Bytes request(Bytes frame, const AclCpuDefendMeta& m) {
+  frame.resize(ACL_CPUDEFEND_FRAME_LEN, 0);
+  put32(frame, m.l2len);
+  put32(frame, m.ifUnit);
+  put16(frame, m.ethType);
+  put16(frame, m.innerVid);
+  put16(frame, m.outerVid);
+  put16(frame, 0);
+  frame.push_back(m.innerPri);
+  frame.push_back(m.outerPri);
+  frame.push_back(0xEE);  // verdict
+  frame.push_back(0);
+  return frame;
+}
+
+Bytes tcpSyn(uint16_t dport) {
+  Bytes f = ethernet(ACL_ETHTYPE_IPV4);
+  append(f, ipv4(6, "192.0.2.1", "198.51.100.7"));
+  append(f, tcp(40000, dport, 0x02));
+  return f;
+}
+
+uint16_t u16(const Rec& r, uint32_t off) {
+  return be::load16(r, off);
+}
+uint32_t u32(const Rec& r, uint32_t off) {
+  return be::load32(r, off);
+}
+uint8_t ipVer(const Rec& r) {
+  return r[ACL_RP_ENCAP_LAYER_IPVER] & 3;
+}
+uint8_t ipFrag(const Rec& r) {
+  return r[ACL_RP_DOT1P_FLAGS] & 1;
+}
+
+TEST(CpuDefendParse, TcpOverIpv4) {
+  const Rec r = parse(tcpSyn(80), meta(ACL_ETHTYPE_IPV4));
+  EXPECT_TRUE(std::equal(kDmac.begin(), kDmac.end(), r.begin() + ACL_RP_DEST_MAC));
+  EXPECT_TRUE(std::equal(kSmac.begin(), kSmac.end(), r.begin() + ACL_RP_SRC_MAC));
+  EXPECT_EQ(u16(r, ACL_RP_ETH_TYPE), 0x0800);
+  EXPECT_EQ(u16(r, ACL_RP_OUTER_VID), 100);
+  EXPECT_EQ(u16(r, ACL_RP_INNER_VID), 200);
+  EXPECT_EQ((r[ACL_RP_DOT1P_FLAGS] >> 1) & 7, 6) << "outer priority 0xFE & 7";
+  EXPECT_EQ((r[ACL_RP_DOT1P_FLAGS] >> 4) & 7, 5) << "inner priority 0xFD & 7";
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_TYPE), 0x0800);
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_SUBTYPE), 6);
+  EXPECT_EQ(ipVer(r), 1);
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0xC0000201u);
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR + 4), 0u);
+  EXPECT_EQ(u32(r, ACL_RP_DEST_ADDR), 0xC6336407u);
+  EXPECT_EQ(r[ACL_RP_TOS_DSCP], 0xB8);
+  EXPECT_EQ(r[ACL_RP_IP_TTL], 64);
+  EXPECT_EQ(ipFrag(r), 0);
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 40000);
+  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 80);
+  EXPECT_EQ(r[ACL_RP_TCP_FSM], 0x02);
+  EXPECT_EQ(r[300], 0) << "the record is cleared first";
+}
+
+TEST(CpuDefendParse, FragmentsAndIcmp) {
+  struct Case {
+    uint16_t frag;
+    uint8_t ipFrag;
+    uint16_t sport;
+  } cases[] = {{0x2000, 1, 53}, {0x200C, 1, 0}, {0x0001, 1, 0}, {0x4000, 1, 53}, {0, 0, 53}};
+  for (const Case& c : cases) {
+    Bytes f = ethernet(ACL_ETHTYPE_IPV4);
+    append(f, ipv4(17, "10.0.0.1", "10.0.0.2", c.frag));
+    append(f, udp(53, 5353));
+    const Rec r = parse(f, meta(ACL_ETHTYPE_IPV4));
+    EXPECT_EQ(ipFrag(r), c.ipFrag) << std::hex << c.frag;
+    EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), c.sport) << std::hex << c.frag;
+    EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x0A000001u) << "addresses in every fragment";
+  }
+  Bytes f = ethernet(ACL_ETHTYPE_IPV4);
+  append(f, ipv4(1, "10.0.0.1", "10.0.0.2"));
+  append(f, Bytes{8, 3, 0, 0});  // echo request, code 3
+  const Rec r = parse(f, meta(ACL_ETHTYPE_IPV4));
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 8);
+  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 3);
+  // Options move the layer-4 header: ihl 6 puts the ports 4 bytes later.
+  f = ethernet(ACL_ETHTYPE_IPV4);
+  append(f, ipv4(6, "10.0.0.1", "10.0.0.2", 0, 6));
+  append(f, tcp(1, 2, 0x12));
+  EXPECT_EQ(u16(parse(f, meta(ACL_ETHTYPE_IPV4)), ACL_RP_DEST_PORT), 2);
+}
+
+TEST(CpuDefendParse, Ipv6AndItsExtensionHeaders) {
+  Bytes f = ethernet(ACL_ETHTYPE_IPV6);
+  append(f, ipv6(17, "2001:db8::1", "2001:db8::2"));
+  append(f, udp(546, 547));
+  Rec r = parse(f, meta(ACL_ETHTYPE_IPV6));
+  EXPECT_EQ(ipVer(r), 2);
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_TYPE), 0x0800);
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_SUBTYPE), 17);
+  EXPECT_EQ(r[ACL_RP_TOS_DSCP], 0xA5);
+  EXPECT_EQ(r[ACL_RP_HOP_LIMIT], 255);
+  EXPECT_EQ(u32(r, ACL_RP_FLOW), (17u << 24) | (0x12345u << 4));
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x20010db8u);
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR + 12), 1u);
+  EXPECT_EQ(u32(r, ACL_RP_DEST_ADDR + 12), 2u);
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 546);
+  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 547);
+
+  // Behind a hop-by-hop header the layer-4 fields are left empty.
+  f = ethernet(ACL_ETHTYPE_IPV6);
+  append(f, ipv6(0, "2001:db8::1", "2001:db8::2"));
+  append(f, Bytes{17, 0, 0, 0, 0, 0, 0, 0});
+  append(f, udp(546, 547));
+  r = parse(f, meta(ACL_ETHTYPE_IPV6));
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_SUBTYPE), 0);
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 0);
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x20010db8u);
+}
+
+TEST(CpuDefendParse, NothingIsReadPastTheFrame) {
+  // The IPv4 header would end at byte 130.
+  Bytes f(ACL_CPUDEFEND_FRAME_LEN, 0x45);
+  Rec r = parse(f, meta(ACL_ETHTYPE_IPV4, 110));
+  EXPECT_EQ(ipVer(r), 0);
+  EXPECT_EQ(u16(r, ACL_RP_PROTO_TYPE), 0);
+  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0u);
+  EXPECT_EQ(u16(r, ACL_RP_OUTER_VID), 100) << "the layer-2 fields are still there";
+  // Offsets that wrap around.
+  for (uint32_t l2len : {0xFFFFFFFFu, 0xFFFFFFECu, 129u, 128u}) {
+    r = parse(f, meta(ACL_ETHTYPE_IPV4, l2len));
+    EXPECT_EQ(ipVer(r), 0) << l2len;
+    r = parse(f, meta(ACL_ETHTYPE_IPV6, l2len));
+    EXPECT_EQ(ipVer(r), 0) << l2len;
+  }
+  // 60 bytes of IPv4 header at 60: the TCP ports at 120..123 are there, its flags (133) are not.
+  f = Bytes(60, 0);
+  append(f, ipv4(6, "10.0.0.1", "10.0.0.2", 0, 15));
+  append(f, Bytes{0x01, 0xBB, 0x00, 0x50, 0, 0, 0, 0});
+  ASSERT_EQ(f.size(), ACL_CPUDEFEND_FRAME_LEN);
+  r = parse(f, meta(ACL_ETHTYPE_IPV4, 60));
+  EXPECT_EQ(ipVer(r), 1);
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 443);
+  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 80);
+  EXPECT_EQ(r[ACL_RP_TCP_FSM], 0);
+  // An IPv6 header that just fits leaves no room for its UDP header.
+  f = Bytes(88, 0);
+  append(f, ipv6(17, "::1", "::2"));
+  r = parse(f, meta(ACL_ETHTYPE_IPV6, 88));
+  EXPECT_EQ(ipVer(r), 2);
+  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 0);
+  // A frame shorter than its MAC addresses.
+  r = parse(Bytes(8, 0xAB), meta(0x0806));
+  EXPECT_EQ(r[ACL_RP_DEST_MAC + 5], 0xAB);
+  EXPECT_EQ(r[ACL_RP_SRC_MAC], 0);
+}
+
+using CpuDefendMatch = MatchTest;
+
+TEST_F(CpuDefendMatch, ATcpSynDeniedByItsDestinationPort) {
+  add({.rule = 1, .ipVer = 0, .values = {{16, 80}}, .actions = {RULE_ACTION_DENY}});
+  Bytes back;
+  EXPECT_EQ(ask(kList, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+  EXPECT_EQ(ask(kList, 16, request(tcpSyn(81), meta(ACL_ETHTYPE_IPV4)), &back), -1);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], 0xEE) << "untouched when no rule matched";
+
+  Bytes req = request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4));
+  EXPECT_EQ(ask(kList, 16, Bytes(req.begin(), req.end() - 1)), CMN_ERR_BUFFER_SHORT);
+  EXPECT_EQ(ask(kList, 16, {}), CMN_ERR_BAD_PARAM);
+  wire::BufDesc noData{nullptr, ACL_CPUDEFEND_REQ_LEN};
+  EXPECT_EQ(aclCpuDefendMatch(kList, &noData), CMN_ERR_BAD_PARAM);
+  EXPECT_EQ(aclCpuDefendMatch(kList, nullptr), CMN_ERR_BAD_PARAM);
+  req.resize(400, 0x11);  // a longer request is read as its first 148 bytes
+  EXPECT_EQ(ask(kList, 16, req, &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+}
+
+TEST_F(CpuDefendMatch, VerdictsOfRulesWithoutFields) {
+  // Only valid rules are tried; a rule without fields matches every packet.
+  add({.rule = 1, .ipVer = 0, .actions = {RULE_ACTION_DENY}, .valid = false});
+  add({.rule = 2, .ipVer = 0, .actions = {RULE_ACTION_CPU}});
+  add({.rule = 3, .ipVer = 0, .actions = {RULE_ACTION_PERMIT}});
+  Bytes back;
+  const Bytes req = request(tcpSyn(22), meta(ACL_ETHTYPE_IPV4));
+  EXPECT_EQ(ask(kList, 16, req, &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_NONE);
+  ASSERT_EQ(setValue(kList, 2, ACL_RULE_CMD_STATUS, 4), 0);
+  EXPECT_EQ(ask(kList, 16, req, &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_PERMIT);
+  ASSERT_EQ(setValue(kList, 1, ACL_RULE_CMD_STATUS, 1), 0);
+  EXPECT_EQ(ask(kList, 16, req, &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+
+  Rec pkt{};
+  EXPECT_EQ(_aclCpuDefendMatch(1999, pkt, nullptr), -1) << "no list";
+}
+
+TEST_F(CpuDefendMatch, FieldTests) {
+  // Each rule fails on one field of the SYN (192.0.2.1:40000 -> 198.51.100.7:80, DSCP 46, TTL
+  // 64, outer VLAN 100, inner 200); the last passes every test it makes.
+  add({.rule = 1, .ipVer = 2, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 2, .src = v4("192.0.3.0"), .srcLen = 24, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 3, .dst = v4("198.51.100.8"), .actions = {RULE_ACTION_DENY}});
+  add({.rule = 4, .values = {{14, 1000}, {15, 2000}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 5, .values = {{20, 10}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 6, .values = {{30, 101}, {51, 200}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 7, .values = {{21, 63}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 8, .values = {{33, 0x86DD}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 9,
+       .src = v4("192.0.2.0"),
+       .srcLen = 24,
+       .dst = v4("198.51.100.7"),
+       .values = {{6, 6},
+                  {14, 32768},
+                  {15, 65535},
+                  {16, 80},
+                  {18, 0x02},
+                  {20, 46},
+                  {21, 64},
+                  {30, 50},
+                  {51, 150},
+                  {32, 200},
+                  {33, 0x0800},
+                  {22, 0}},
+       .actions = {RULE_ACTION_PERMIT}});
+  Bytes back;
+  EXPECT_EQ(ask(kList, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_PERMIT);
+
+  // MACs by prefix length, and the rule's address all zero tests nothing.
+  createList(1002);
+  const Bytes smac = {0x00, 0x1b, 0x21, 0xFF, 0xFF, 0xFF};
+  add({.lst = 1002, .rule = 1, .ipVer = 0, .actions = {RULE_ACTION_DENY}, .valid = false});
+  ASSERT_EQ(setBytes(1002, 1, ACL_RULE_CMD_SRCMAC, smac), 0);
+  ASSERT_EQ(setValue(1002, 1, 35, 25), 0);
+  ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 1), 0);
+  EXPECT_EQ(ask(1002, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), -1)
+      << "bit 24 differs";
+  ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 3), 0);
+  ASSERT_EQ(setValue(1002, 1, 35, 24), 0);
+  ASSERT_EQ(setBytes(1002, 1, ACL_RULE_CMD_SRCADDR, v4("0.0.0.0")), 0);
+  ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 1), 0);
+  EXPECT_EQ(ask(1002, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
+  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+}
+
+}  // namespace
+}  // namespace matchtest
