@@ -6,6 +6,7 @@
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "platform/fault.h"
+#include "services/acl_blacklist.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
 
@@ -14,8 +15,13 @@ uint32_t aclDynamicRuleSet(uint32_t lstIdx, uint32_t ruleIdx, uint32_t op) {
            "ACL global [acl dynamic rule set] info =[acl dynamic rule set enter!].\r\n");
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr || list->ruleNum == 0) return static_cast<uint32_t>(-1);
-  if (aclRuleEntryGet(list, ruleIdx) == nullptr) return static_cast<uint32_t>(-1);
+  AclRuleEntry* rule = aclRuleEntryGet(list, ruleIdx);
+  if (rule == nullptr) return static_cast<uint32_t>(-1);
   if (gaclGrp.dynamicBindEnable == 0) return 0;
+  // The blacklist follows the list's rules before any binding does.
+  if (const int32_t ret = aclBlackListDynamicRuleSet(list, rule, op)) {
+    return static_cast<uint32_t>(ret);
+  }
   // Until the binding walk lands, a test makes it fail through the fault table under this
   // function's name (cmd = op), which is how the rule API's undo paths are exercised.
   if (auto f = plat::faultHit(
