@@ -3,6 +3,9 @@
 #include "api/acl_index_conv.h"
 #include "api/acl_lst_api.h"
 #include "api/acl_rule_api.h"
+#include "api/acl_scalar_api.h"
+#include "api/acl_slot_api.h"
+#include "api/acl_stats_api.h"
 #include "counter/counter.h"
 #include "meter/meter.h"
 
@@ -10,9 +13,9 @@
 // function. The ids are a contract with every client: they never move, gaps included.
 const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {0, nullptr},   // 0: empty
-    {1, nullptr},   // aclScalarGetApi
-    {2, nullptr},   // aclScalarSetApi
-    {3, nullptr},   // aclScalarSyncApi
+    {1, aclScalarGetApi},
+    {2, aclScalarSetApi},
+    {3, aclScalarSyncApi},
     {4, aclLstGetFirst},
     {5, aclLstGetNext},
     {6, aclLstGetApi},
@@ -30,11 +33,11 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {18, nullptr},  // aclIfGetApi
     {19, nullptr},  // aclIfSetApi
     {20, nullptr},  // aclIfSyncApi
-    {21, nullptr},  // aclStatsGetFirst
-    {22, nullptr},  // aclStatsGetNext
-    {23, nullptr},  // aclStatsGetApi
-    {24, nullptr},  // aclStatsSetApi
-    {25, nullptr},  // aclStatsSyncApi
+    {21, aclStatsGetFirst},
+    {22, aclStatsGetNext},
+    {23, aclStatsGetApi},
+    {24, aclStatsSetApi},
+    {25, aclStatsSyncApi},
     {26, nullptr},  // aclIfStatsGetFirst
     {27, nullptr},  // aclIfStatsGetNext
     {28, nullptr},  // aclIfStatsGetApi
@@ -57,8 +60,8 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {45, aclFreeIdxToIndex},
     {46, aclIndexToFreeIdx},
     {0, nullptr},   // 47: empty
-    {48, nullptr},  // aclSlotSetApi
-    {49, nullptr},  // aclSlotSyncApi
+    {48, aclSlotSetApi},
+    {49, aclSlotSyncApi},
     {50, meterScalarGetApi},
     {51, meterScalarSetApi},
     {52, meterScalarSyncApi},

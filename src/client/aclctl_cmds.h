@@ -29,3 +29,11 @@ void aclctlAddCallCommand(CLI::App& app, AclctlGlobals& globals);
 // "meter", "meter profile" and "counter": create, set, valid, delete, show.
 void aclctlAddMeterCommands(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddCounterCommands(CLI::App& app, AclctlGlobals& globals);
+// "global", "limits", "version" and "debug": the scalar table.
+void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals);
+// "stats": read and clear the counters of counted rules.
+void aclctlAddStatsCommands(CLI::App& app, AclctlGlobals& globals);
+// "match": ask a list's software match services (addresses, IPsec, NAT, CPU-defend frames).
+void aclctlAddMatchCommands(CLI::App& app, AclctlGlobals& globals);
+// "cpudefend", "nat" and "blacklist": the installations made for other modules.
+void aclctlAddServiceCommands(CLI::App& app, AclctlGlobals& globals);

@@ -23,6 +23,10 @@ int main(int argc, char** argv) {
   aclctlAddDevCommands(app, globals);
   aclctlAddListCommands(app, globals);
   aclctlAddRuleCommands(app, globals);
+  aclctlAddGlobalCommands(app, globals);
+  aclctlAddStatsCommands(app, globals);
+  aclctlAddMatchCommands(app, globals);
+  aclctlAddServiceCommands(app, globals);
 
   try {
     app.parse(argc, argv);

@@ -11,6 +11,11 @@ constexpr BufRule kDefaultBuf = {kAnyBuf, 0, kMaxRecordLen};
 
 constexpr BufRule kValueOrNull = {bufMask(BufShape::Value) | bufMask(BufShape::None), 0, 0};
 constexpr BufRule kDescOrNull = {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen};
+constexpr BufRule kDescOnly = {bufMask(BufShape::Desc), 0, kMaxDataLen};
+// Scalar set commands whose buffer is a word holding a record's address; a null address has its
+// own answer. The blacklist record is three words.
+constexpr BufRule kPtrOrNull = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, kMaxRecordLen};
+constexpr BufRule kBlackListRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 12, 12};
 
 // One row per command whose payload is fixed more exactly than its function's default.
 constexpr std::array kRows = {
@@ -19,10 +24,96 @@ constexpr std::array kRows = {
     CmdSchema{23, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     CmdSchema{28, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     CmdSchema{84, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
+    // Rule statistics clears relay their buffer as a value word.
+    CmdSchema{24, 2, kValueOrNull},
+    CmdSchema{24, 6, kValueOrNull},
+    CmdSchema{25, 2, kValueOrNull},
+    CmdSchema{25, 6, kValueOrNull},
     // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
     CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
+    // Scalars: NAMETOID, version and capability answer through a descriptor; CPU defend and NAT
+    // (22 to 25) are handed theirs as it came; traffic policy (53 to 59) and blacklist (67, 68)
+    // take a word holding a record's address; every other set that changes state reads one word.
+    CmdSchema{1, 20, kDescOnly},
+    CmdSchema{1, 21, kDescOnly},
+    CmdSchema{1, 66, kDescOnly},
+    CmdSchema{2, 5, kValueOrNull},
+    CmdSchema{2, 6, kValueOrNull},
+    CmdSchema{2, 7, kValueOrNull},
+    CmdSchema{2, 8, kValueOrNull},
+    CmdSchema{2, 9, kValueOrNull},
+    CmdSchema{2, 18, kValueOrNull},
+    CmdSchema{2, 19, kValueOrNull},
+    CmdSchema{2, 26, kValueOrNull},
+    CmdSchema{2, 27, kValueOrNull},
+    CmdSchema{2, 28, kValueOrNull},
+    CmdSchema{2, 29, kValueOrNull},
+    CmdSchema{2, 30, kValueOrNull},
+    CmdSchema{2, 31, kValueOrNull},
+    CmdSchema{2, 32, kValueOrNull},
+    CmdSchema{2, 33, kValueOrNull},
+    CmdSchema{2, 34, kValueOrNull},
+    CmdSchema{2, 35, kValueOrNull},
+    CmdSchema{2, 36, kValueOrNull},
+    CmdSchema{2, 37, kValueOrNull},
+    CmdSchema{2, 22, kDescOrNull},
+    CmdSchema{2, 23, kDescOrNull},
+    CmdSchema{2, 24, kDescOrNull},
+    CmdSchema{2, 25, kDescOrNull},
+    CmdSchema{2, 53, kPtrOrNull},
+    CmdSchema{2, 54, kPtrOrNull},
+    CmdSchema{2, 55, kPtrOrNull},
+    CmdSchema{2, 56, kPtrOrNull},
+    CmdSchema{2, 57, kPtrOrNull},
+    CmdSchema{2, 58, kPtrOrNull},
+    CmdSchema{2, 59, kPtrOrNull},
+    CmdSchema{2, 67, kBlackListRecord},
+    CmdSchema{2, 68, kBlackListRecord},
+    CmdSchema{3, 5, kValueOrNull},
+    CmdSchema{3, 6, kValueOrNull},
+    CmdSchema{3, 7, kValueOrNull},
+    CmdSchema{3, 8, kValueOrNull},
+    CmdSchema{3, 9, kValueOrNull},
+    CmdSchema{3, 18, kValueOrNull},
+    CmdSchema{3, 19, kValueOrNull},
+    CmdSchema{3, 26, kValueOrNull},
+    CmdSchema{3, 27, kValueOrNull},
+    CmdSchema{3, 28, kValueOrNull},
+    CmdSchema{3, 29, kValueOrNull},
+    CmdSchema{3, 30, kValueOrNull},
+    CmdSchema{3, 31, kValueOrNull},
+    CmdSchema{3, 32, kValueOrNull},
+    CmdSchema{3, 33, kValueOrNull},
+    CmdSchema{3, 34, kValueOrNull},
+    CmdSchema{3, 35, kValueOrNull},
+    CmdSchema{3, 36, kValueOrNull},
+    CmdSchema{3, 37, kValueOrNull},
+    CmdSchema{3, 22, kDescOrNull},
+    CmdSchema{3, 23, kDescOrNull},
+    CmdSchema{3, 24, kDescOrNull},
+    CmdSchema{3, 25, kDescOrNull},
+    CmdSchema{3, 53, kPtrOrNull},
+    CmdSchema{3, 54, kPtrOrNull},
+    CmdSchema{3, 55, kPtrOrNull},
+    CmdSchema{3, 56, kPtrOrNull},
+    CmdSchema{3, 57, kPtrOrNull},
+    CmdSchema{3, 58, kPtrOrNull},
+    CmdSchema{3, 59, kPtrOrNull},
+    CmdSchema{3, 67, kBlackListRecord},
+    CmdSchema{3, 68, kBlackListRecord},
+    // Slot set: the CPU defend (0, 1) and NAT (2, 3) argument records travel in a descriptor; a
+    // null buffer has its own answer (22).
+    CmdSchema{48, 0, kDescOrNull},
+    CmdSchema{48, 1, kDescOrNull},
+    CmdSchema{48, 2, kDescOrNull},
+    CmdSchema{48, 3, kDescOrNull},
+    CmdSchema{49, 0, kDescOrNull},
+    CmdSchema{49, 1, kDescOrNull},
+    CmdSchema{49, 2, kDescOrNull},
+    CmdSchema{49, 3, kDescOrNull},
     // Lists: the name travels in a descriptor, every other command in a value word; a null
-    // buffer has its own answer. Get commands 10 to 16 keep the default until they are built.
+    // buffer has its own answer. The match services (get 10 to 16) read their query, or the
+    // CPU-defend request, through a descriptor and check its length themselves.
     CmdSchema{6, 1, kDescOrNull},
     CmdSchema{6, 2, kValueOrNull},
     CmdSchema{6, 3, kValueOrNull},
@@ -32,6 +123,13 @@ constexpr std::array kRows = {
     CmdSchema{6, 7, kValueOrNull},
     CmdSchema{6, 8, kValueOrNull},
     CmdSchema{6, 9, kValueOrNull},
+    CmdSchema{6, 10, kDescOrNull},
+    CmdSchema{6, 11, kDescOrNull},
+    CmdSchema{6, 12, kDescOrNull},
+    CmdSchema{6, 13, kDescOrNull},
+    CmdSchema{6, 14, kDescOrNull},
+    CmdSchema{6, 15, kDescOrNull},
+    CmdSchema{6, 16, kDescOrNull},
     CmdSchema{6, 17, kValueOrNull},
     CmdSchema{7, 1, kDescOrNull},
     CmdSchema{7, 2, kValueOrNull},

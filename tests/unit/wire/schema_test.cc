@@ -43,7 +43,8 @@ TEST(WireSchema, KeysMustHaveTheFamilyWidth) {
   EXPECT_EQ(wire::checkRequest(req(24, KeyShape::Bytes, 28, BufShape::Value)), Status::Ok);
   EXPECT_EQ(wire::checkRequest(req(24, KeyShape::Bytes, 12, BufShape::Value)), Status::Schema);
   EXPECT_EQ(wire::checkRequest(req(76, KeyShape::Bytes, 24, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(48, KeyShape::Bytes, 8, BufShape::Raw, 4)), Status::Ok);
+  EXPECT_EQ(wire::checkRequest(req(48, KeyShape::Bytes, 8, BufShape::Desc, 24)), Status::Ok);
+  EXPECT_EQ(wire::checkRequest(req(48, KeyShape::Bytes, 7, BufShape::Desc, 24)), Status::Schema);
   // Value-keyed tables take the key by value, never as bytes.
   EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Value)), Status::Ok);
   EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Bytes, 4, BufShape::Value)), Status::Schema);
