@@ -22,8 +22,10 @@ constexpr RuleFieldName kFields[] = {
     {"dst", F::Address, 11, 12, 13, 0, "destination address, as src"},
     {"sport", F::Range, 14, 0, 0, 15, "source port or range N-M"},
     {"dport", F::Range, 16, 0, 0, 17, "destination port or range N-M"},
-    {"protocol", F::Protocol, 5, 0, 0, 0, "IP protocol: tcp, udp, icmp, ... or a number"},
-    {"proto-subtype", F::Number, 6, 0, 0, 0, "protocol subtype"},
+    // The IP protocol is the rule's protocol subtype; the protocol type is the layer-3 type the
+    // packet parsers fill (0x0800 for IPv4 and IPv6 alike).
+    {"protocol", F::Protocol, 6, 0, 0, 0, "IP protocol: tcp, udp, icmp, ... or a number"},
+    {"proto-type", F::Hex, 5, 0, 0, 0, "layer-3 protocol type, e.g. 0x0800"},
     {"ip-version", F::IpVersion, 7, 0, 0, 0, "4 or 6"},
     {"smac", F::Mac, 34, 35, 36, 0, "source MAC: aa:bb:cc:dd:ee:ff[/LEN|/MASK]"},
     {"dmac", F::Mac, 37, 38, 39, 0, "destination MAC, as smac"},

@@ -69,7 +69,9 @@ TEST(RuleNames, MacsRangesAndNumbers) {
   EXPECT_EQ(calls("sport=53").size(), 1u);
   EXPECT_TRUE(refused("sport=90-80"));
   EXPECT_EQ(calls("vlan=100-200")[1].cmd, 51u);
+  EXPECT_EQ(calls("protocol=udp")[0].cmd, 6u) << "the IP protocol is the protocol subtype";
   EXPECT_EQ(calls("protocol=udp")[0].value, 17u);
+  EXPECT_EQ(calls("proto-type=0x0800")[0].cmd, 5u);
   EXPECT_EQ(calls("protocol=47")[0].value, 47u);
   EXPECT_TRUE(refused("protocol=tcpx"));
   EXPECT_EQ(calls("ip-version=6")[0].value, 2u);
