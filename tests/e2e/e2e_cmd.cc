@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/cmd_client.h"
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
@@ -20,14 +20,7 @@ json callJson(const AclProcess& acl, const std::vector<std::string>& args, int* 
   return json::parse(out, nullptr, false);
 }
 
-class CmdE2e : public ::testing::Test {
- protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  std::unique_ptr<AclProcess> acl_;
-};
+class CmdE2e : public AclE2eTest {};
 
 TEST_F(CmdE2e, AclctlCallsTheIndexConversionAndEmptySlots) {
   int status = -1;

@@ -6,25 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ListE2e : public ::testing::Test {
- protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << out;
-    return json::parse(out, nullptr, false);
-  }
-  std::unique_ptr<AclProcess> acl_;
-};
+class ListE2e : public AclE2eTest {};
 
 std::string hexOf(const std::string& text) {
   static constexpr char kDigits[] = "0123456789abcdef";

@@ -6,23 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-class MatchE2e : public ::testing::Test {
+class MatchE2e : public AclE2eTest {
  protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << out;
-    return json::parse(out, nullptr, false);
-  }
   // An IPv4 list 1001 with one valid rule of these fields and action.
   void oneRule(const std::vector<std::string>& fields, const std::string& action) {
     run({"list", "create", "1001"});
@@ -33,7 +24,6 @@ class MatchE2e : public ::testing::Test {
     run({"rule", "action", "1001", "1", action});
     run({"rule", "valid", "1001", "1"});
   }
-  std::unique_ptr<AclProcess> acl_;
 };
 
 // family 1, address, prefix length: the query of list get 10.

@@ -3,25 +3,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-class MeterCounterE2e : public ::testing::Test {
- protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << args[0] << " " << out;
-    return json::parse(out, nullptr, false);
-  }
-  std::unique_ptr<AclProcess> acl_;
-};
+class MeterCounterE2e : public AclE2eTest {};
 
 TEST_F(MeterCounterE2e, RawCallsCreateValidateAndGuardReferencedMeters) {
   EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:2"})["ret"], 0);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
@@ -19,19 +19,13 @@ std::string key(uint32_t lst, uint32_t rule, uint32_t filter = 0) {
   return text;
 }
 
-class RuleE2e : public ::testing::Test {
+class RuleE2e : public AclE2eTest {
  protected:
   void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
+    AclE2eTest::SetUp();
+    if (HasFatalFailure()) return;
     ASSERT_EQ(run({"call", "aclLstSetApi", "1001", "9", "u32:2"})["ret"], 0);
   }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << out;
-    return json::parse(out, nullptr, false);
-  }
-  std::unique_ptr<AclProcess> acl_;
 };
 
 TEST_F(RuleE2e, TheRuleTableThroughCall) {

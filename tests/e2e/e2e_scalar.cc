@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
@@ -20,17 +20,8 @@ std::string ruleKey(uint32_t lst, uint32_t rule) {
   return text;
 }
 
-class ScalarE2e : public ::testing::Test {
+class ScalarE2e : public AclE2eTest {
  protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << args[0] << " " << out;
-    return json::parse(out, nullptr, false);
-  }
   // An IPv4 list with valid rules 1..n.
   void makeList(uint32_t lst, uint32_t rules) {
     ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
@@ -47,7 +38,6 @@ class ScalarE2e : public ::testing::Test {
   uint32_t scalarGet(uint32_t cmd) {
     return run({"call", "aclScalarGetApi", "-", std::to_string(cmd), "u32:0"})["buf"]["u32"];
   }
-  std::unique_ptr<AclProcess> acl_;
 };
 
 TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {

@@ -3,17 +3,17 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ServicesE2e : public ::testing::Test {
+class ServicesE2e : public AclE2eTest {
  protected:
   void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
+    AclE2eTest::SetUp();
+    if (HasFatalFailure()) return;
     run({"list", "create", "1001"});
     for (const char* r : {"1", "2"}) {
       run({"rule", "create", "1001", r});
@@ -22,16 +22,10 @@ class ServicesE2e : public ::testing::Test {
       run({"rule", "valid", "1001", r});
     }
   }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << args[0] << " " << out;
-    return json::parse(out, nullptr, false);
-  }
   json globalEntries() {
     json t = run({"--json", "dev", "hw", "--scope", "global"});
     return t["table"]["entries"];
   }
-  std::unique_ptr<AclProcess> acl_;
 };
 
 TEST_F(ServicesE2e, CpudefendInstallsMarkedRulesAndTakesThemBack) {

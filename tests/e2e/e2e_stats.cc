@@ -5,23 +5,14 @@
 
 #include <cstdio>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-class StatsE2e : public ::testing::Test {
+class StatsE2e : public AclE2eTest {
  protected:
-  void SetUp() override {
-    acl_ = AclProcess::start();
-    ASSERT_NE(acl_, nullptr);
-  }
-  json run(const std::vector<std::string>& args, int expectStatus = 0) {
-    std::string out;
-    EXPECT_EQ(acl_->aclctl(args, &out), expectStatus) << args[0] << " " << out;
-    return json::parse(out, nullptr, false);
-  }
   static std::string ruleKey(uint32_t lst, uint32_t rule) {
     char text[40];
     std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
@@ -43,7 +34,6 @@ class StatsE2e : public ::testing::Test {
     }
     ASSERT_EQ(run({"call", "aclScalarSetApi", "-", "28", "u32:1001"})["ret"], 0);
   }
-  std::unique_ptr<AclProcess> acl_;
 };
 
 TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
