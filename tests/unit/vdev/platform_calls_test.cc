@@ -259,7 +259,8 @@ TEST_F(PlatformCallsTest, EveryCallAsksTheFaultTable) {
   plat::faultAdd({.result = 0x77, .count = -1});  // every call fails
   uint8_t b[64] = {};
   ZorBufDesc d{b, 64};
-  ZorScalarReq s{ZOR_SCALAR_STATS_READ, b, 1, 0, 0, 0};
+  uint8_t counterReq[88] = {};  // a counter request is always 88 bytes
+  ZorScalarReq s{ZOR_SCALAR_STATS_READ, counterReq, 1, 0, 0, 0};
   EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, b), 0x77);
   EXPECT_EQ(zorIfGetApi(201, ZOR_IF_FIELD_FLAGS13, b), 0x77);
   EXPECT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, b), 0x77);
