@@ -39,23 +39,18 @@ static_assert(kGlbSlots.size() == ACL_SCALAR_GLB_SLOT_LAST - ACL_SCALAR_GLB_SLOT
 struct GlbCtrl {
   uint8_t AclGroup::*ctrl;
   uint32_t AclGroup::*list;
+  uint32_t AclGroup::*installed;  // the list the switch installed
   uint32_t dir;
   const char* duplicated;
 };
 
 constexpr std::array<GlbCtrl, 2> kGlbCtrls = {{
-    {&AclGroup::inCtrl, &AclGroup::inAcl, ACL_DIR_INGRESS,
+    {&AclGroup::inCtrl, &AclGroup::inAcl, &AclGroup::inCtrlList, ACL_DIR_INGRESS,
      "ACL config [ACL SET] error. (Reason=[In ctrl operation duplicated])\r\n"},
-    {&AclGroup::outCtrl, &AclGroup::outAcl, ACL_DIR_EGRESS,
+    {&AclGroup::outCtrl, &AclGroup::outAcl, &AclGroup::outCtrlList, ACL_DIR_EGRESS,
      "ACL config [ACL LIST SET] error. (Reason=[Out ctrl operation duplicated])\r\n"},
 }};
 
-// The list each generic binding actually installed when it was switched on. inAcl/outAcl may be
-// given a new index while the switch is on (no hardware changes then); switching off must take
-// out what was installed, not the list the index names now, or the installed list would keep its
-// rules and its reference for ever and the other list's refCnt would go below 0. Read only while
-// the switch is on, so a group started afresh (switches 0) never sees a stale value.
-std::array<uint32_t, 2> gCtrlBoundList{};
 
 AclListEntry* listFind(uint32_t lstIdx) {
   AclListEntry* list = aclListEntryGet(lstIdx);
@@ -72,7 +67,7 @@ uint32_t aclScalarSlotGet(uint32_t cmd) {
 
 uint32_t aclScalarCtrlList(uint32_t dir) {
   if (dir >= kGlbCtrls.size() || gaclGrp.*kGlbCtrls[dir].ctrl != 1) return 0;
-  return gCtrlBoundList[dir];
+  return gaclGrp.*kGlbCtrls[dir].installed;
 }
 
 int32_t aclScalarCtrlSwitch(uint32_t cmd, uint32_t v) {
@@ -87,19 +82,19 @@ int32_t aclScalarCtrlSwitch(uint32_t cmd, uint32_t v) {
     aclDebug(ACL_LOG_API, "%s", c.duplicated);
     return 0;
   }
-  const uint32_t lstIdx = on ? gaclGrp.*c.list : gCtrlBoundList[which];
+  const uint32_t lstIdx = on ? gaclGrp.*c.list : gaclGrp.*c.installed;
   AclListEntry* list = listFind(lstIdx);
   if (list == nullptr) return ACL_ERR_LIST_NOT_EXIST;
   if (on) {
     if (int32_t ret = aclGlbAdd(list, c.dir, nullptr, ACL_GLB_TYPE_GENERIC)) return ret;
     ++list->refCnt;
-    gCtrlBoundList[which] = lstIdx;
+    gaclGrp.*c.installed = lstIdx;
     state = 1;
     return 0;
   }
   if (int32_t ret = aclGlbDel(list, c.dir, nullptr)) return ret;
   --list->refCnt;
-  gCtrlBoundList[which] = 0;
+  gaclGrp.*c.installed = 0;
   // The state is a byte: a value that does not fit would read back as another one (even as on),
   // so it is kept only when it fits.
   state = v <= 0xFF ? static_cast<uint8_t>(v) : 0;

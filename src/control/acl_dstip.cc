@@ -182,6 +182,30 @@ int32_t aclDstIpRuleEntryDel(AclDstIpRuleEntry* record) {
   return 0;
 }
 
+void aclDstIpRuleForget(uint32_t lstIdx, uint32_t ruleIdx) {
+  SilDlNode* head = &gaclGrp.dstIpRuleList;
+  if (head->next == nullptr) return;  // the group was never built
+  bool freed = false;
+  for (SilDlNode* n = head->next; n != head;) {
+    SilDlNode* next = n->next;
+    AclDstIpRuleEntry* r = recordOwner(n);
+    if (r->lstIdx == lstIdx && r->ruleIdx == ruleIdx) {
+      aclDstIpRuleEntryDel(r);
+      freed = true;
+    }
+    n = next;
+  }
+  if (!freed) return;
+  // An entry exists only for the rules that use it: one left without any is unregistered.
+  SilDlNode* entries = &gaclGrp.dstIpList;
+  for (SilDlNode* n = entries->next; n != entries;) {
+    SilDlNode* next = n->next;
+    AclDstIpEntry* e = entryOwner(n);
+    if (dlist::empty(&e->ruleList)) aclDstIpEntryDel(e);
+    n = next;
+  }
+}
+
 int32_t aclRuleInDstIpLst(const AclDstIpRuleEntry* record, const AclDstIpEntry* entry) {
   if (record == nullptr || entry == nullptr) return -1;
   const SilDlNode* head = &entry->ruleList;

@@ -39,6 +39,9 @@ int32_t aclDstIpEntryDel(AclDstIpEntry* entry);
 AclDstIpRuleEntry* aclDstIpRuleEntryGet(uint32_t lstIdx, uint32_t ruleIdx, uint32_t ordinal);
 AclDstIpRuleEntry* aclDstIpRuleEntryAdd(uint32_t lstIdx, uint32_t ruleIdx, uint32_t ordinal);
 int32_t aclDstIpRuleEntryDel(AclDstIpRuleEntry* record);
+// A rule record is going away: its records are unlinked and freed, and entries no rule uses any
+// more are unregistered and freed, so a later rule of the same number starts untracked.
+void aclDstIpRuleForget(uint32_t lstIdx, uint32_t ruleIdx);
 // 0 when record is in entry's rule list, else -1.
 int32_t aclRuleInDstIpLst(const AclDstIpRuleEntry* record, const AclDstIpEntry* entry);
 int32_t aclDstIpNbrChange(AclDstIpEntry* entry, uint32_t up);

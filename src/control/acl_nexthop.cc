@@ -22,7 +22,7 @@ namespace {
 enum class SlotKind : uint8_t { Generic, Typed, Vfp };
 
 struct NextHopSlot {
-  uint32_t AclGroup::*globalField;
+  uint32_t AclGroup::*globalField;  // generic slots: the list the switch installed
   uint8_t AclGroup::*globalCtrl;  // generic slots count only while this is 1
   SlotKind kind;
   uint32_t dir;
@@ -37,7 +37,7 @@ struct NextHopSlot {
 };
 
 constexpr std::array<NextHopSlot, 20> kSlots = {{
-    {&AclGroup::inAcl, &AclGroup::inCtrl, SlotKind::Generic, ACL_DIR_INGRESS, 7, 0,
+    {&AclGroup::inCtrlList, &AclGroup::inCtrl, SlotKind::Generic, ACL_DIR_INGRESS, 7, 0,
      "ACL if [acl nexthop list add] info =[del if inAcl = %d, unit %d, ret %d, in direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add nexthop list %d in error, will "
      "retry!].\r\n",
@@ -45,7 +45,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add inAcl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d in rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del inAcl = %d/%u ].\r\n"},
-    {&AclGroup::outAcl, &AclGroup::outCtrl, SlotKind::Generic, ACL_DIR_EGRESS, 7, 0,
+    {&AclGroup::outCtrlList, &AclGroup::outCtrl, SlotKind::Generic, ACL_DIR_EGRESS, 7, 0,
      "ACL if [acl nexthop list add] info =[del if outAcl = %d, unit %d, ret %d, out direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add nexthop list %d out error, will "

@@ -71,6 +71,13 @@ int32_t listChecks(AclListEntry* list) {
   return aclRuleStatusCheck(list);
 }
 
+// Takes out what this install put in, from the failing rule down. The list's refCnt does not
+// count this binding yet, so it is the last one (and gives back its next-hop registrations) when
+// no other binding holds the list.
+void rollback(AclListEntry* list, uint32_t ruleIdx, uint32_t dir, const uint8_t* target) {
+  delpart(list, ruleIdx, dir, target, DelpartMode{true, "global del", 0});
+}
+
 AclRuleEntry* firstRule(AclListEntry* list) {
   return static_cast<AclRuleEntry*>(avl_first(&list->ruleTree));
 }
@@ -101,7 +108,7 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
     // Next hops are registered before the time-range and VRF tests, so a rule that is off now is
     // already tracked when it comes on.
     if (nextHopRegister(r, block) != 0) {
-      aclGlbDelpart(list, r->ruleIdx, dir, target);
+      rollback(list, r->ruleIdx, dir, target);
       return CMN_ERR_NO_RESOURCE;
     }
     if (!nextHopsReady(r, block)) {
@@ -125,7 +132,7 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
         continue;
       }
     }
-    aclGlbDelpart(list, r->ruleIdx, dir, target);
+    rollback(list, r->ruleIdx, dir, target);
     return ret;
   }
   selfLine(list, dir);
@@ -193,7 +200,7 @@ int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
   }
   // Only the hardware is touched: the next-hop registrations stay as the bindings made them, also
   // when a failure rolls the list back.
-  const DelpartMode rollback{false, "global del"};
+  const DelpartMode hwRollback{false, "global del"};
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (!statusValid(r)) continue;
     r->priority = priorityFor(type, r->ruleIdx);
@@ -217,7 +224,7 @@ int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
     } else {
       installFailedLog(r, dir);
     }
-    delpart(list, r->ruleIdx, dir, nullptr, rollback);
+    delpart(list, r->ruleIdx, dir, nullptr, hwRollback);
     return ret;
   }
   selfLine(list, dir);

@@ -69,7 +69,9 @@ int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const ui
     // Installs register next hops before their time-range and VRF tests, so the release comes
     // before them too: a rule whose time range is off at its last unbinding would otherwise keep
     // its destination IP entries for ever.
-    if (mode.releaseNextHops) nextHopRelease(r, list, block);
+    if (mode.releaseNextHops) {
+      nextHopRelease(r, list->refCnt == mode.lastBindingRefCnt, block);
+    }
     if (timeRangeOff(r) || hasVrf(r)) continue;
     if (!installed) {
       if (!mode.releaseNextHops) {

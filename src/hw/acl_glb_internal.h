@@ -64,7 +64,7 @@ int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block);
 void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block);
 // Logs the state of each next hop of the rule and, when this is the list's last binding, releases
 // the registrations.
-void nextHopRelease(AclRuleEntry* r, const AclListEntry* list, const ParamBlock& block);
+void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block);
 
 // Creates and links the statistics record of a counted rule. False when the pool is exhausted.
 bool statsAdd(const AclRuleEntry* r, uint32_t dir);
@@ -80,6 +80,9 @@ int32_t sendRule(Buffer& buf, AclRuleEntry* r, const AclListEntry* list, uint32_
 struct DelpartMode {
   bool releaseNextHops;
   const char* op;  // "global del" or "global hw del"
+  // The list's refCnt when the binding being removed is its last: 1 when a made binding is
+  // removed, 0 when an install that has not counted yet rolls back.
+  int32_t lastBindingRefCnt = 1;
 };
 int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const uint8_t* target,
                 const DelpartMode& mode);

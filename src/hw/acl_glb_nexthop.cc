@@ -153,7 +153,10 @@ int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block) {
       if (aclRuleInDstIpLst(rec, entry) == 0) continue;
       // A record already tied to another address (two redirect actions on one rule sharing an
       // ordinal) is left where it is rather than linked into two lists.
-      if (dlist::linked(&rec->entryNode)) continue;
+      if (dlist::linked(&rec->entryNode)) {
+        if (created && dlist::empty(&entry->ruleList)) aclDstIpEntryDel(entry);
+        continue;
+      }
       dlist::pushBack(&entry->ruleList, &rec->entryNode);
       r->nhRef[hop] = entry;
       r->nhNum = a.multi ? static_cast<uint8_t>(r->nhNum + 1) : 1;
@@ -181,7 +184,7 @@ void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block) {
   }
 }
 
-void nextHopRelease(AclRuleEntry* r, const AclListEntry* list, const ParamBlock& block) {
+void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block) {
   const uint32_t vrf = vrfOf(block);
   for (const NextHopAction& a : kNextHopActions) {
     if (!hasAction(r, a.code)) continue;
@@ -190,7 +193,7 @@ void nextHopRelease(AclRuleEntry* r, const AclListEntry* list, const ParamBlock&
       if (entry == nullptr) continue;
       aclDebug(ACL_LOG_GLOBAL, a.releaseState, entry->macFindFlag);
       // Other bindings of the list still need the next hops tracked.
-      if (list->refCnt != 1) continue;
+      if (!lastBinding) continue;
       AclDstIpRuleEntry* rec = aclDstIpRuleEntryGet(r->lstIdx, r->ruleIdx, hop + 1);
       // Only what this rule registered is given back, so the counts never go below what it holds.
       if (rec == nullptr || aclRuleInDstIpLst(rec, entry) != 0) continue;

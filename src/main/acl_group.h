@@ -61,6 +61,11 @@ struct AclGroup {
   uint32_t outAcl;
   uint8_t inCtrl;
   uint8_t outCtrl;
+  // The list each generic binding installed when it was switched on (meaningful while inCtrl /
+  // outCtrl is 1). inAcl/outAcl may name another list meanwhile without any hardware change, so
+  // switching off and next-hop re-programming follow these, not the index.
+  uint32_t inCtrlList;
+  uint32_t outCtrlList;
   uint32_t debugFlags;
   int32_t sockFd;
   uint32_t rtMsgRecvCnt;

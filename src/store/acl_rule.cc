@@ -1,5 +1,7 @@
 #include "store/acl_rule.h"
 
+#include "control/acl_dstip.h"
+
 #include <array>
 #include <cstring>
 
@@ -105,6 +107,9 @@ int32_t aclRuleEntryDel(AclRuleEntry* rule) {
 
 void aclGaclruleFree(AclRuleEntry* rule) {
   if (rule == nullptr) return;
+  // Next-hop tracking names rules by number; left behind, it would count for the next rule that
+  // takes this number.
+  aclDstIpRuleForget(rule->lstIdx, rule->ruleIdx);
   // A record that never had its heads made (a cleared one) has nothing to free.
   if (rule->valueList.next != nullptr) aclRuleListDel(rule);
   if (rule->actionList.next != nullptr) {

@@ -178,7 +178,7 @@ TEST_F(NextHopTest, GenericSlotsCountOnlyWhileSwitchedOn) {
   validRule(1001, 1);
   AclListEntry* bound = aclListEntryGet(1001);
   ASSERT_EQ(aclGlbAdd(bound, ACL_GLB_DIR_OUT, nullptr, 0), 0);
-  gaclGrp.outAcl = 1001;
+  gaclGrp.outCtrlList = 1001;
   gaclGrp.outCtrl = 2;
   // Switched off: the removal visits nothing, so the hardware keeps the rule.
   EXPECT_EQ(aclNextHopListRuleDel(1001, 1), 0);
@@ -186,6 +186,75 @@ TEST_F(NextHopTest, GenericSlotsCountOnlyWhileSwitchedOn) {
   gaclGrp.outCtrl = 1;
   EXPECT_EQ(aclNextHopListRuleDel(1001, 1), 0);
   EXPECT_TRUE(global().empty());
+}
+
+// The generic slot counts for the list its switch installed, not for whatever index was stored
+// since: a new index while switched on changes no hardware.
+TEST_F(NextHopTest, GenericSlotFollowsTheListTheSwitchInstalled) {
+  AclListEntry* l = list(1001);
+  AclRuleEntry* r = validRule(1001, 1);
+  nextHop(r, "198.51.100.1");
+  ASSERT_EQ(aclGlbAdd(l, kIn, nullptr, 0), 0);
+  l->refCnt = 1;
+  gaclGrp.inCtrl = 1;
+  gaclGrp.inCtrlList = 1001;
+  gaclGrp.inAcl = 1002;
+  const Bytes hop = ip4("198.51.100.1");
+  neighbour(hop, true);
+  EXPECT_EQ(report(hop), 0);
+  EXPECT_EQ(global().count({1001, 1, kIn}), 1u);
+}
+
+// A binding that fails while another one holds the list rolls back without taking the next hops
+// the other binding still relies on.
+TEST_F(NextHopTest, FailedSecondBindingKeepsTheFirstOnesNextHops) {
+  list(1001);
+  AclRuleEntry* r = validRule(1001, 1);
+  nextHop(r, "198.51.100.1");
+  validRule(1001, 2);
+  AclListEntry* l = bind();
+  const Bytes hop = ip4("198.51.100.1");
+  neighbour(hop, true);
+  ASSERT_EQ(report(hop), 0);
+  ASSERT_EQ(global().count({1001, 1, kIn}), 1u);
+
+  failRule(HWIL_CMD_GLOBAL_ADD, 1001, 2);
+  EXPECT_EQ(aclGlbAdd(l, ACL_GLB_DIR_OUT, nullptr, 2), kHwFault);
+  EXPECT_EQ(r->nhNum, 1);
+  EXPECT_EQ(r->nhLearned, 1);
+  EXPECT_EQ(detectListSize(), 1u);
+  neighbour(hop, false);
+  EXPECT_EQ(report(hop), 0);
+  EXPECT_EQ(global().count({1001, 1, kIn}), 0u) << "the loss still reaches the first binding";
+}
+
+// A first binding that rolls back gives its registrations back, and a rule that goes takes its
+// own with it: a later rule of the same number starts untracked.
+TEST_F(NextHopTest, RollbacksAndDeletedRulesLeaveNoTracking) {
+  AclListEntry* l = list(1001);
+  AclRuleEntry* r = validRule(1001, 1);
+  nextHop(r, "198.51.100.1");
+  validRule(1001, 2);
+  failRule(HWIL_CMD_GLOBAL_ADD, 1001, 2);
+  EXPECT_EQ(aclGlbAdd(l, kIn, nullptr, 2), kHwFault);
+  EXPECT_EQ(r->nhNum, 0);
+  EXPECT_EQ(dlist::count(&gaclGrp.dstIpList), 0u);
+  EXPECT_EQ(detectListSize(), 0u);
+
+  ASSERT_EQ(aclGlbAdd(l, kIn, nullptr, 2), 0);
+  l->refCnt = 1;
+  ASSERT_EQ(detectListSize(), 1u);
+  ASSERT_EQ(aclRuleEntryDel(r), 0);
+  EXPECT_EQ(dlist::count(&gaclGrp.dstIpRuleList), 0u);
+  EXPECT_EQ(dlist::count(&gaclGrp.dstIpList), 0u);
+  EXPECT_EQ(detectListSize(), 0u);
+
+  AclRuleEntry* again = validRule(1001, 1);
+  nextHop(again, "198.51.100.1");
+  EXPECT_EQ(aclGlbRuleAddOne(l, again, kIn, 2), -1) << "its next hop is still unknown";
+  EXPECT_EQ(again->nhNum, 1);
+  EXPECT_EQ(again->nhLearned, 0);
+  EXPECT_EQ(global().count({1001, 1, kIn}), 0u);
 }
 
 TEST_F(NextHopTest, PreStageRuleIsRemovedOnce) {

@@ -239,7 +239,10 @@ TEST_F(GlbTest, SeventeenthNextHopIsRefusedAndRolledBack) {
   }
   EXPECT_EQ(aclGlbAdd(l, kIn, nullptr, 2), CMN_ERR_NO_RESOURCE);
   EXPECT_TRUE(global().empty());
-  EXPECT_EQ(dlist::count(&gaclGrp.dstIpList), ACL_DSTIP_NUM);
+  // The rollback of a first binding gives back the sixteen it could register.
+  EXPECT_EQ(dlist::count(&gaclGrp.dstIpList), 0u);
+  EXPECT_EQ(detectListSize(), 0u);
+  EXPECT_EQ(aclRuleEntryGet(l, 2)->nhNum, 0);
   EXPECT_EQ(aclRuleEntryGet(l, 18)->nhNum, 0);
 }
 
