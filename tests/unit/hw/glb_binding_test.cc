@@ -187,15 +187,19 @@ TEST_F(GlbTest, RefusedRedirectArmsTheRetryInsteadOfRollingBack) {
   nextHop(validRule(1001, 5), "192.0.2.1");  // neighbour known
   validRule(1001, 10);
   failRule(HWIL_CMD_GLOBAL_ADD, 1001, 5);
+  const uint64_t before = silGetUpTime1ms();
   ASSERT_EQ(aclGlbAdd(l, kIn, nullptr, 2), 0);
+  const uint64_t after = silGetUpTime1ms();
   EXPECT_EQ(global(), (HwView{{{1001, 10, kIn}, 8202}}));
   ASSERT_TRUE(retryArmed(l));
+  // Armed 2000 ms from the refusal (the real clock keeps running, so only bounds are exact).
+  EXPECT_GE(l->retryTimer.expiry, before + ACL_NEXTHOP_RETRY_MS);
+  EXPECT_LE(l->retryTimer.expiry, after + ACL_NEXTHOP_RETRY_MS);
 
   // What the scalar API does after a successful add.
   gaclGrp.inIpv4Acl = 1001;
   l->refCnt = 1;
-  EXPECT_EQ(runTimers(ACL_NEXTHOP_RETRY_MS - 1), 0);
-  EXPECT_EQ(runTimers(1), 1);
+  EXPECT_EQ(runTimers(ACL_NEXTHOP_RETRY_MS), 1);
   EXPECT_EQ(global(), (HwView{{{1001, 5, kIn}, 8197}, {{1001, 10, kIn}, 8202}}));
   EXPECT_FALSE(retryArmed(l));
 }
