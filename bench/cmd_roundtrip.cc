@@ -22,6 +22,7 @@
 #include "platform/cmd_server.h"
 #include "platform/proc.h"
 #include "platform/sil.h"
+#include "rate_reporter.h"
 
 namespace {
 
@@ -121,19 +122,6 @@ void BM_Echo(benchmark::State& state) {
 BENCHMARK(BM_Echo)->UseRealTime()->ThreadRange(1, 4);
 BENCHMARK(BM_CommandServer)->UseRealTime()->ThreadRange(1, 4);
 
-// Keeps each run's rate, by name, for the ratio table.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto& r : runs) {
-      const auto it = r.counters.find("req_per_s");
-      if (it != r.counters.end() && !r.error_occurred) rates[r.benchmark_name()] = it->second;
-    }
-  }
-  std::map<std::string, double> rates;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -149,7 +137,7 @@ int main(int argc, char** argv) {
   std::thread echo(echoServer, echoFd);
 
   benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
+  RateReporter reporter("req_per_s");
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
   std::printf("\nrequests per second, command server / echo:\n");

@@ -29,6 +29,7 @@
 #include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 #include "wire/buf_desc.h"
+#include "rate_reporter.h"
 
 namespace {
 
@@ -242,19 +243,6 @@ BENCHMARK(BM_AddrMatchReference)->Arg(16)->Arg(128);
 BENCHMARK(BM_PacketMatch)->Arg(16)->Arg(128);
 BENCHMARK(BM_PacketMatchReference)->Arg(16)->Arg(128);
 
-// Keeps each run's rate, by name, for the share table.
-class ShareReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto& r : runs) {
-      const auto it = r.counters.find("items_per_second");
-      if (it != r.counters.end() && !r.error_occurred) rates[r.benchmark_name()] = it->second;
-    }
-  }
-  std::map<std::string, double> rates;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -273,7 +261,7 @@ int main(int argc, char** argv) {
   }
 
   benchmark::Initialize(&argc, argv);
-  ShareReporter reporter;
+  RateReporter reporter("items_per_second");
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
   std::printf("\nmatches per second, service / linear reference:\n");

@@ -166,20 +166,8 @@ Outcome sendRule(const Scope& s, const AclListEntry* list, AclRuleEntry* rule,
 
 // The list checks both walks share; nullptr with *ret set when the walk may not start.
 AclListEntry* listFor(const char* tag, const AclCpudefendArgs& a, int32_t* ret) {
-  AclListEntry* list = aclListEntryGet(a.lstIdx);
-  if (list == nullptr) {
-    aclDebug(ACL_LOG_GLOBAL, "ACL global [%s] error. (Reason=[filter-list %d entry is NULL])\r\n",
-             tag, static_cast<int>(a.lstIdx));
-    *ret = ACL_ERR_LIST_NOT_EXIST;
-    return nullptr;
-  }
-  if (list->ruleNum == 0) {
-    aclDebug(ACL_LOG_GLOBAL,
-             "ACL global [%s] error. (Reason=[filter-list %d ruleNum is error])\r\n", tag,
-             static_cast<int>(a.lstIdx));
-    *ret = ACL_ERR_LIST_EMPTY;
-    return nullptr;
-  }
+  AclListEntry* list = aclServiceListGet(tag, a.lstIdx, ret);
+  if (list == nullptr) return nullptr;
   // The action is marked as an in-action bit; a code without one cannot be installed.
   if (a.action >= ACL_ACTION_BIT_NUM) {
     *ret = CMN_ERR_BAD_PARAM;

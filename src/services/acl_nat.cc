@@ -51,20 +51,8 @@ AclListEntry* listFor(const char* tag, const NatArgs& a, int32_t* ret) {
     *ret = CMN_ERR_BAD_PARAM;
     return nullptr;
   }
-  AclListEntry* list = aclListEntryGet(a.lstIdx);
-  if (list == nullptr) {
-    aclDebug(ACL_LOG_GLOBAL, "ACL global [%s] error. (Reason=[filter-list %d entry is NULL])\r\n",
-             tag, static_cast<int>(a.lstIdx));
-    *ret = ACL_ERR_LIST_NOT_EXIST;
-    return nullptr;
-  }
-  if (list->ruleNum == 0) {
-    aclDebug(ACL_LOG_GLOBAL,
-             "ACL global [%s] error. (Reason=[filter-list %d ruleNum is error])\r\n", tag,
-             static_cast<int>(a.lstIdx));
-    *ret = ACL_ERR_LIST_EMPTY;
-    return nullptr;
-  }
+  AclListEntry* list = aclServiceListGet(tag, a.lstIdx, ret);
+  if (list == nullptr) return nullptr;
   return list;
 }
 

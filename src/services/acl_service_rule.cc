@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "main/acl_log.h"
 #include "wire/acl_dev_layout.h"
+#include "wire/acl_ret.h"
 
 bool aclServiceTlvAppend(std::span<uint8_t> buf, uint16_t* length, std::span<const uint8_t> items) {
   using namespace acldev;
@@ -24,4 +26,22 @@ bool aclServiceTlvAppend(std::span<uint8_t> buf, uint16_t* length, std::span<con
   be::store16(buf, kTlvBufferLen, static_cast<uint16_t>(be::load16(buf, kTlvBufferLen) + n));
   *length = static_cast<uint16_t>(total + n);
   return true;
+}
+
+AclListEntry* aclServiceListGet(const char* tag, uint32_t lstIdx, int32_t* ret) {
+  AclListEntry* list = aclListEntryGet(lstIdx);
+  if (list == nullptr) {
+    aclDebug(ACL_LOG_GLOBAL, "ACL global [%s] error. (Reason=[filter-list %d entry is NULL])\r\n",
+             tag, static_cast<int>(lstIdx));
+    *ret = ACL_ERR_LIST_NOT_EXIST;
+    return nullptr;
+  }
+  if (list->ruleNum == 0) {
+    aclDebug(ACL_LOG_GLOBAL,
+             "ACL global [%s] error. (Reason=[filter-list %d ruleNum is error])\r\n", tag,
+             static_cast<int>(lstIdx));
+    *ret = ACL_ERR_LIST_EMPTY;
+    return nullptr;
+  }
+  return list;
 }

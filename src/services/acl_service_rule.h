@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "store/acl_list.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
 #include "wire/acl_codes.h"
@@ -22,6 +23,10 @@ inline AclSlotKey aclSlotKeyRead(const uint8_t* key) {
   std::span<const uint8_t> k(key, ACL_SLOT_KEY_LEN);
   return {be::load32(k, 0), be::load32(k, 4)};
 }
+
+// The list an installation walks, with its failure line under the operation's tag: nullptr with
+// *ret ACL_ERR_LIST_NOT_EXIST or ACL_ERR_LIST_EMPTY when the walk may not start.
+AclListEntry* aclServiceListGet(const char* tag, uint32_t lstIdx, int32_t* ret);
 
 // A rule whose time range is switched off, or that belongs to a VRF, is never handed to the
 // hardware by these installations (neither installed nor removed).
