@@ -14,13 +14,16 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "platform/logging.h"
 #include "platform/proc.h"
+#include "platform/run_dir.h"
 #include "platform/sil.h"
 #include "wire/invoke.h"
 #include "wire/protocol.h"
@@ -47,6 +50,15 @@ struct Client {
   bool dead = false;
 };
 
+// Start-up outcome of each socket path: empty while it is served, else why it is not.
+std::mutex gStateMutex;
+std::map<std::string, std::string> gState;
+
+void setState(const std::string& path, const std::string& why) {
+  std::lock_guard lock(gStateMutex);
+  gState[path] = why;
+}
+
 struct Server {
   std::string path;
   int listenFd = -1;
@@ -58,34 +70,29 @@ struct Server {
     if (listenFd >= 0) {
       ::close(listenFd);
       ::unlink(path.c_str());
+      setState(path, "the server stopped");
     }
   }
 };
 
-// Binds under a temporary name, restricts it to the owner and renames it into place, so the
-// socket is never reachable with looser permissions and a stale file is replaced in one step.
-int openListener(const std::string& path) {
-  sockaddr_un sa{};
-  sa.sun_family = AF_UNIX;
-  const std::string tmp = path + ".new";
-  if (tmp.size() >= sizeof(sa.sun_path)) {
-    loggingLogOutput(kLogTag, kLogPri, 0, "command server: socket path too long: %s", path.c_str());
-    return -1;
-  }
+// Binds the socket privately and renames it into place (see bindSocketPath), so the socket is
+// never reachable with looser permissions, a stale socket of ours is replaced in one step, and a
+// name held by anything else is refused with the reason in why.
+int openListener(const std::string& path, std::string* why) {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd < 0) return -1;
-  std::memcpy(sa.sun_path, tmp.c_str(), tmp.size() + 1);
-  ::unlink(tmp.c_str());
-  if (::bind(fd, reinterpret_cast<const sockaddr*>(&sa), sizeof(sa)) != 0 ||
-      ::chmod(tmp.c_str(), 0600) != 0 || ::rename(tmp.c_str(), path.c_str()) != 0 ||
-      ::listen(fd, 64) != 0) {
-    loggingLogOutput(kLogTag, kLogPri, 0, "command server: cannot serve %s: %s", path.c_str(),
-                     std::strerror(errno));
-    ::unlink(tmp.c_str());
-    ::close(fd);
-    return -1;
+  if (fd < 0) {
+    *why = "cannot create a socket for " + path + ": " + std::strerror(errno);
+  } else if (!plat::bindSocketPath(fd, path, why)) {
+    // why says what holds the name or what failed
+  } else if (::listen(fd, 64) != 0) {
+    *why = "cannot listen on " + path + ": " + std::strerror(errno);
+    ::unlink(path.c_str());  // the socket we just put there
+  } else {
+    return fd;
   }
-  return fd;
+  loggingLogOutput(kLogTag, kLogPri, 0, "command server: %s", why->c_str());
+  if (fd >= 0) ::close(fd);
+  return -1;
 }
 
 void queue(Client& c, std::vector<uint8_t> bytes, uint64_t now) {
@@ -251,12 +258,28 @@ int icmProcTcpInit(const char* taskName, const char* sockPath, const IcmFuncEntr
     }
   }
   s->path = plat::mapRunPath(sockPath);
-  s->listenFd = openListener(s->path);
-  if (s->listenFd < 0) return -1;
+  std::string why;
+  s->listenFd = openListener(s->path, &why);
+  if (s->listenFd < 0) {
+    setState(s->path, why);
+    return -1;
+  }
+  setState(s->path, "");
   if (silCreateTask(taskName, 0, 0, serverLoop, reinterpret_cast<uintptr_t>(s.get()), 0, nullptr) !=
       0) {
+    s.reset();
+    setState(plat::mapRunPath(sockPath), "cannot start the server task");
     return -1;
   }
   s.release();  // the task owns it now
   return 0;
+}
+
+bool icmProcTcpServing(const char* sockPath, std::string* why) {
+  const std::string path = plat::mapRunPath(sockPath);
+  std::lock_guard lock(gStateMutex);
+  const auto it = gState.find(path);
+  if (it != gState.end() && it->second.empty()) return true;
+  if (why) *why = it == gState.end() ? "the server was not started" : it->second;
+  return false;
 }

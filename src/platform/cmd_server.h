@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 // The uniform shape of a table function: three machine words in, a signed 32-bit result out.
 using AclTableFunc = int32_t (*)(uintptr_t, uintptr_t, uintptr_t);
@@ -16,3 +17,6 @@ struct IcmFuncEntry {
 // 0 when the task runs.
 int icmProcTcpInit(const char* taskName, const char* sockPath, const IcmFuncEntry* table,
                    uint32_t entries);
+// Whether this process serves sockPath (mapped into the run directory) now; when it does not, why
+// says what stopped it.
+bool icmProcTcpServing(const char* sockPath, std::string* why);

@@ -16,13 +16,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <set>
+#include <sstream>
 
 #include "platform/fault.h"
+#include "platform/logging.h"
 #include "platform/proc.h"
+#include "platform/run_dir.h"
 #include "platform/sil.h"
 #include "wire/be.h"
 
@@ -38,24 +40,39 @@ std::mutex gBusMutex;
 std::map<int, RouteSocket> gSockets;
 int gWakeFd = -1;
 
+constexpr size_t kMaxGroupsFile = 64 * 1024;  // far more than every group there is
+
 std::string groupsPath(const std::string& sockPath) {
   return sockPath.substr(0, sockPath.size() - 5) + ".groups";  // ".sock" -> ".groups"
 }
 
 bool writeGroups(const RouteSocket& s) {
-  const std::string tmp = groupsPath(s.path) + ".tmp";
-  {
-    std::ofstream out(tmp, std::ios::trunc);
-    if (!out) return false;
-    for (uint32_t g : s.groups) out << g << '\n';
-    if (!out) return false;
-  }
-  return std::rename(tmp.c_str(), groupsPath(s.path).c_str()) == 0;
+  std::string text;
+  for (uint32_t g : s.groups) text += std::to_string(g) + "\n";
+  std::string error;
+  if (plat::replaceFile(groupsPath(s.path), text, &error)) return true;
+  loggingLogOutput(0, 3, 0, "route bus: %s", error.c_str());
+  return false;
 }
 
-std::set<uint32_t> readGroups(const std::string& sockPath) {
+// The groups listed beside socket sockName of the bus directory dirFd. Only a regular file is
+// read, and only so much of it: a missing or odd listing joins nothing.
+std::set<uint32_t> readGroups(int dirFd, const std::string& sockName) {
   std::set<uint32_t> groups;
-  std::ifstream in(groupsPath(sockPath));
+  const int fd =
+      ::openat(dirFd, groupsPath(sockName).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return groups;
+  struct stat st {};
+  std::string text;
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    char buf[4096];
+    ssize_t n;
+    while (text.size() < kMaxGroupsFile && (n = ::read(fd, buf, sizeof buf)) > 0) {
+      text.append(buf, static_cast<size_t>(n));
+    }
+  }
+  ::close(fd);
+  std::istringstream in(text);
   uint32_t g;
   while (in >> g) groups.insert(g);
   return groups;
@@ -103,17 +120,24 @@ int zor_bind(int fd, const void* addr, uint32_t addrLen) {
   if (it == gSockets.end()) return failWith(EBADF);
   if (!it->second.path.empty()) return failWith(EINVAL);
   const std::string dir = plat::busDir();
-  if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return -1;
+  std::string error;
+  if (!plat::privateDirPrepare(dir, &error)) {
+    const int err = errno;
+    loggingLogOutput(0, 3, 0, "route bus: %s", error.c_str());
+    return failWith(err);
+  }
   const std::string base = plat::processName().empty() ? "route" : plat::processName();
   std::string path = dir + "/" + base + ".sock";
   for (const auto& [otherFd, other] : gSockets) {
     if (other.path == path) path = dir + "/" + base + "-" + std::to_string(fd) + ".sock";
   }
-  sockaddr_un sa;
-  if (!fillAddr(path, &sa)) return failWith(ENAMETOOLONG);
-  unlink(path.c_str());  // a socket file left by an earlier run is stale
-  if (bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) return -1;
-  chmod(path.c_str(), 0600);
+  // The listing beside the socket is checked first, so that a refused one leaves no socket.
+  if (!plat::nameTakeable(groupsPath(path), S_IFREG, &error) ||
+      !plat::bindSocketPath(fd, path, &error)) {
+    const int err = errno;
+    loggingLogOutput(0, 3, 0, "route bus: %s", error.c_str());
+    return failWith(err);
+  }
   it->second.path = path;
   if (!writeGroups(it->second)) return failWith(EIO);
   return 0;
@@ -194,16 +218,28 @@ namespace plat {
 std::string busDir() { return runPath("rtbus"); }
 
 int busSend(uint32_t group, std::span<const uint8_t> message) {
+  const int dirFd = ::open(busDir().c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (dirFd < 0) return 0;
+  // Our messages go only to a bus that is ours: sockets others could plant there would read them.
+  struct stat st {};
+  DIR* d = nullptr;
+  if (::fstat(dirFd, &st) != 0 || st.st_uid != geteuid() || (st.st_mode & (S_IWGRP | S_IWOTH)) ||
+      (d = ::fdopendir(dirFd)) == nullptr) {
+    ::close(dirFd);
+    return 0;
+  }
   const std::string dir = busDir();
-  DIR* d = opendir(dir.c_str());
-  if (d == nullptr) return 0;
   const int out = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   int delivered = 0;
   while (dirent* e = readdir(d)) {
     const std::string name = e->d_name;
     if (name.size() <= 5 || name.compare(name.size() - 5, 5, ".sock") != 0) continue;
+    struct stat ss {};
+    if (::fstatat(dirFd, name.c_str(), &ss, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(ss.st_mode)) {
+      continue;
+    }
+    if (!readGroups(dirFd, name).contains(group)) continue;
     const std::string path = dir + "/" + name;
-    if (!readGroups(path).contains(group)) continue;
     sockaddr_un sa;
     if (out < 0 || !fillAddr(path, &sa)) continue;
     // A listener that is gone or not reading loses the message; the sender never waits for it.
@@ -212,7 +248,7 @@ int busSend(uint32_t group, std::span<const uint8_t> message) {
       ++delivered;
     }
   }
-  closedir(d);
+  closedir(d);  // and dirFd with it
   if (out >= 0) close(out);
   return delivered;
 }

@@ -18,6 +18,7 @@
 
 #include "platform/logging.h"
 #include "platform/proc.h"
+#include "platform/run_dir.h"
 #include "platform/sil.h"
 #include "platform/vdev/control.h"
 
@@ -120,23 +121,20 @@ void serverTask(uintptr_t, uintptr_t) {
 int serverStart() {
   if (gRunning.load()) return 0;
   const std::string path = plat::runPath("acldev.socket");
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  if (path.size() >= sizeof addr.sun_path) {
-    loggingLogOutput(kLogTag, 3, 0, "vdev: socket path too long: %s\r\n", path.c_str());
-    return -1;
-  }
-  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return -1;
-  ::unlink(path.c_str());  // a stale socket of an earlier run
-  // Only the owner may drive the device.
-  const mode_t old = ::umask(077);
-  const int b = ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  ::umask(old);
-  if (b < 0 || ::listen(fd, 16) < 0) {
+  // Only the owner may drive the device; a stale socket of ours is replaced, anything else
+  // holding the name is refused.
+  std::string error;
+  if (!plat::bindSocketPath(fd, path, &error)) {
+    loggingLogOutput(kLogTag, 3, 0, "vdev: %s\r\n", error.c_str());
+    ::close(fd);
+    return -1;
+  }
+  if (::listen(fd, 16) < 0) {
     loggingLogOutput(kLogTag, 3, 0, "vdev: cannot serve %s: %s\r\n", path.c_str(),
                      std::strerror(errno));
+    ::unlink(path.c_str());
     ::close(fd);
     return -1;
   }

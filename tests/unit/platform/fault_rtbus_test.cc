@@ -101,14 +101,4 @@ TEST_F(RtBusTest, BadArgumentsAreRefused) {
   zor_close(fd);
 }
 
-TEST_F(RtBusTest, StaleSocketFileIsReplaced) {
-  ASSERT_EQ(system(("mkdir -p " + plat::busDir() + " && touch " + plat::busDir() + "/route.sock")
-                       .c_str()),
-            0);
-  const int fd = openJoined({1});
-  const uint8_t msg[24] = {0, 0, 0, 24};
-  EXPECT_EQ(plat::busSend(1, msg), 1);
-  zor_close(fd);
-}
-
 }  // namespace
