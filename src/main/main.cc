@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -15,9 +16,12 @@
 #include "main/acl_group.h"
 #include "main/version.h"
 #include "meter/meter.h"
+#include "platform/cmd_server.h"
 #include "platform/logging.h"
 #include "platform/options.h"
 #include "platform/proc.h"
+#include "platform/rtbus.h"
+#include "platform/run_dir.h"
 #include "platform/vdev/vdev.h"
 
 namespace {
@@ -29,22 +33,26 @@ int usageError(const std::string& message) {
   return kExitUsage;
 }
 
-// Creates dir and its missing parents, private to the user, as the sockets inside it are.
-bool makeRunDir(const std::string& dir, std::string* error) {
-  std::string path;
-  for (size_t pos = 0; pos != std::string::npos;) {
-    pos = dir.find('/', pos + 1);
-    path = dir.substr(0, pos);
-    if (path.empty()) continue;
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-      *error = "cannot create run directory " + path + ": " + std::strerror(errno);
-      return false;
-    }
-  }
-  struct stat st {};
-  if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    *error = "run directory " + dir + " is not a directory";
-    return false;
+// A start-up refused for a reason other than the command line: one line, the same status.
+int startError(const std::string& message) {
+  std::fprintf(stderr, "acl: %s\n", message.c_str());
+  return kExitUsage;
+}
+
+// The route bus must be a private directory of ours, and every name we will take in the run
+// directory free or a leftover of ours, before anything is served: a start that fails half-way
+// would leave some sockets served and others not.
+bool runDirNamesFree(std::string* error) {
+  const std::string bus = plat::busDir();
+  if (!plat::privateDirPrepare(bus, error)) return false;
+  const std::pair<std::string, mode_t> names[] = {
+      {plat::mapRunPath(ACL_CMD_SOCKET), S_IFSOCK},
+      {plat::runPath("acldev.socket"), S_IFSOCK},  // the device control socket
+      {bus + "/acl.sock", S_IFSOCK},               // our route socket, named after the process
+      {bus + "/acl.groups", S_IFREG},              // and the groups it joined
+  };
+  for (const auto& [path, type] : names) {
+    if (!plat::nameTakeable(path, type, error)) return false;
   }
   return true;
 }
@@ -92,10 +100,8 @@ int main(int argc, char** argv) {
   if (!logFile.empty() && useSyslog) return usageError("--log-file and --syslog exclude each other");
 
   std::string error;
-  if (!runDir.empty()) {
-    if (!makeRunDir(runDir, &error)) return usageError(error);
-    plat::setRunDir(runDir);
-  }
+  if (!plat::runDirPrepare(runDir, &error)) return startError(error);
+  if (!runDirNamesFree(&error)) return startError("unsafe run directory: " + error);
   if (!optionsFile.empty() && !plat::optLoadFile(optionsFile, &error)) return usageError(error);
   for (const std::string& o : overrides) {
     if (!plat::optParseOverride(o, &error)) return usageError(error);
@@ -118,11 +124,16 @@ int main(int argc, char** argv) {
   counterOptInit();
   meterOptInit();
   // A start-up that failed or was switched off leaves the process alive and idle.
-  if (aclOptInit() == 0) {
+  // The command server's own failure does not fail the start-up, so it is asked separately.
+  std::string why;
+  if (aclOptInit() != 0) {
+    std::fprintf(stderr, "acl: ACL service not started (switched off or start-up failed); idle\n");
+  } else if (!icmProcTcpServing(ACL_CMD_SOCKET, &why)) {
+    std::fprintf(stderr, "acl: %s not serving the command socket: %s; idle without it\n",
+                 ACL_VERSION_STRING, why.c_str());
+  } else {
     std::fprintf(stderr, "acl: %s serving %s\n", ACL_VERSION_STRING,
                  plat::mapRunPath(ACL_CMD_SOCKET).c_str());
-  } else {
-    std::fprintf(stderr, "acl: ACL service not started (switched off or start-up failed); idle\n");
   }
   for (;;) sleep(10);
 }

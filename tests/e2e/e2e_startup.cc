@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -135,6 +136,56 @@ TEST_F(StartupE2e, FailedStartupStaysAliveIdle) {
   EXPECT_NE(slurp(s.errPath).find("not started"), std::string::npos) << slurp(s.errPath);
   kill(s.pid, SIGKILL);
   waitpid(s.pid, nullptr, 0);
+}
+
+// Another local user prepared the route bus in the run directory: acl refuses before serving
+// anything, with one line naming the problem, and the file the planted link points at stays as
+// it was.
+TEST_F(StartupE2e, HostileRouteBusIsRefusedWithOneLine) {
+  struct Hostile {
+    const char* name;
+    bool needsRoot;  // makes another user's directory with chown
+    void (*build)(const std::string& bus, const std::string& outside);
+    const char* problem;
+  };
+  const Hostile cases[] = {
+      {"linked to a directory outside", false,
+       [](const std::string& bus, const std::string& outside) {
+         ASSERT_EQ(::symlink(outside.c_str(), bus.c_str()), 0);
+       },
+       "rtbus is a symbolic link"},
+      {"another user's", true,
+       [](const std::string& bus, const std::string&) {
+         ASSERT_EQ(::mkdir(bus.c_str(), 0755), 0);
+         ASSERT_EQ(::chown(bus.c_str(), 65534, 65534), 0);
+       },
+       "rtbus belongs to uid 65534"},
+  };
+  const std::string outside = dir.path() + "/outside";
+  ASSERT_EQ(::mkdir(outside.c_str(), 0700), 0);
+  std::ofstream(outside + "/acl.groups") << "keep\n";
+  int n = 0;
+  for (const Hostile& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.needsRoot && ::geteuid() != 0) {
+      std::cout << "[ SKIPPED  ] needs root to chown: " << c.name << "\n";
+      continue;
+    }
+    const std::string caseDir = dir.path() + "/case" + std::to_string(n++);
+    const std::string run = caseDir + "/run";
+    ASSERT_EQ(::mkdir(caseDir.c_str(), 0700), 0);
+    ASSERT_EQ(::mkdir(run.c_str(), 0700), 0);
+    c.build(run + "/rtbus", outside);
+    Spawned s = spawnAcl({"--run-dir", run}, caseDir);
+    EXPECT_EQ(waitExit(s.pid, 5000), 2);
+    const std::string err = slurp(s.errPath);
+    EXPECT_EQ(err.rfind("acl: unsafe run directory: " + run + "/" + c.problem, 0), 0u) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_FALSE(exists(run + "/aclcmd.socket"));
+    EXPECT_FALSE(exists(run + "/acldev.socket"));
+  }
+  EXPECT_EQ(slurp(outside + "/acl.groups"), "keep\n");
+  EXPECT_FALSE(exists(outside + "/acl.sock"));
 }
 
 TEST(StartupServingE2e, StartedDaemonServesItsSocketsInTheRunDirectory) {
