@@ -28,6 +28,90 @@ std::span<const uint8_t> descBytes(const wire::BufDesc* d) {
   return {static_cast<const uint8_t*>(d->data), d->len};
 }
 
+// What an action command may change in a rule, kept so that a refused command leaves the rule as
+// it was: the bit sets, and the action entries with their bytes. The commands only add entries
+// and overwrite their bytes, so putting the rule back deletes the entries added since and writes
+// the old bytes back; nothing is allocated, so it cannot fail.
+class ActionUndo {
+ public:
+  explicit ActionUndo(AclRuleEntry* rule) : rule_(rule) {
+    std::copy(std::begin(rule->fieldBits), std::end(rule->fieldBits), fieldBits_.begin());
+    std::copy(std::begin(rule->actionBits), std::end(rule->actionBits), actionBits_.begin());
+    std::copy(std::begin(rule->oldActionBits), std::end(rule->oldActionBits),
+              oldActionBits_.begin());
+    std::copy(std::begin(rule->outActionBits), std::end(rule->outActionBits),
+              outActionBits_.begin());
+    std::copy(std::begin(rule->oldOutActionBits), std::end(rule->oldOutActionBits),
+              oldOutActionBits_.begin());
+    for (AclActionEntry* e = aclActionFirst(rule); e != nullptr; e = aclActionNext(rule, e)) {
+      if (count_ == kept_.size()) {
+        complete_ = false;
+        break;
+      }
+      Kept& k = kept_[count_++];
+      k.entry = e;
+      const auto bytes = aclActionBytes(e);
+      std::copy(bytes.begin(), bytes.end(), k.bytes.begin());
+    }
+  }
+  // False when the rule has more entries than can be kept (no action command makes that many);
+  // the command is then refused before it changes anything.
+  bool complete() const { return complete_; }
+
+  void restore() const {
+    AclActionEntry* e = aclActionFirst(rule_);
+    while (e != nullptr) {
+      AclActionEntry* next = aclActionNext(rule_, e);
+      if (const Kept* k = find(e)) {
+        const auto bytes = aclActionBytes(e);
+        std::copy_n(k->bytes.begin(), bytes.size(), bytes.begin());
+      } else {
+        aclActionEntryDel(e);
+      }
+      e = next;
+    }
+    std::copy(fieldBits_.begin(), fieldBits_.end(), rule_->fieldBits);
+    std::copy(actionBits_.begin(), actionBits_.end(), rule_->actionBits);
+    std::copy(oldActionBits_.begin(), oldActionBits_.end(), rule_->oldActionBits);
+    std::copy(outActionBits_.begin(), outActionBits_.end(), rule_->outActionBits);
+    std::copy(oldOutActionBits_.begin(), oldOutActionBits_.end(), rule_->oldOutActionBits);
+  }
+
+ private:
+  // Every in-action code with all its chunks and every out-action code stay well below this.
+  static constexpr size_t kMaxEntries = 2 * (ACL_ACTION_BIT_NUM + ACL_OUT_ACTION_BIT_NUM);
+  struct Kept {
+    AclActionEntry* entry;
+    std::array<uint8_t, ACL_LONG_VALUE_LEN> bytes;
+  };
+  const Kept* find(const AclActionEntry* e) const {
+    for (size_t i = 0; i < count_; ++i) {
+      if (kept_[i].entry == e) return &kept_[i];
+    }
+    return nullptr;
+  }
+
+  AclRuleEntry* rule_;
+  std::array<uint8_t, ACL_FIELD_BITS_LEN> fieldBits_;
+  std::array<uint8_t, ACL_ACTION_BITS_LEN> actionBits_;
+  std::array<uint8_t, ACL_ACTION_BITS_LEN> oldActionBits_;
+  std::array<uint8_t, ACL_OUT_ACTION_BITS_LEN> outActionBits_;
+  std::array<uint8_t, ACL_OUT_ACTION_BITS_LEN> oldOutActionBits_;
+  std::array<Kept, kMaxEntries> kept_;
+  size_t count_ = 0;
+  bool complete_ = true;
+};
+
+// Runs change on the rule; when it answers anything but 0 the rule is put back as it was.
+template <typename Change>
+int32_t allOrNothing(AclRuleEntry* rule, Change change) {
+  const ActionUndo undo(rule);
+  if (!undo.complete()) return CMN_ERR_NO_RESOURCE;
+  const int32_t ret = change();
+  if (ret != 0) undo.restore();
+  return ret;
+}
+
 // Keeps the rule's mirror-group reference on the group its MIRROR_GROUP parameter names now.
 void mirrorFollow(AclRuleEntry* rule, uint32_t before) {
   const uint32_t after = aclRuleMirrorGroupHeld(rule);
@@ -77,14 +161,18 @@ int32_t aclRuleSetAction(AclRuleSetCtx& c) {
   }
   if (int32_t ret = aclRuleRelay(c)) return ret;
   if (int32_t ret = aclRuleActionConflictCheck(rule->actionBits, requested.data())) return ret;
-  std::copy(std::begin(rule->actionBits), std::end(rule->actionBits), rule->oldActionBits);
-  std::copy_n(all.begin(), ACL_ACTION_BITS_LEN, rule->actionBits);
   if (removeAll) {
+    std::copy(std::begin(rule->actionBits), std::end(rule->actionBits), rule->oldActionBits);
+    std::copy_n(all.begin(), ACL_ACTION_BITS_LEN, rule->actionBits);
     aclRuleInActionStrip(rule);
     return 0;
   }
-  aclBitSet(rule->fieldBits, RULE_BIT_ACTION);
-  return aclActionBit2Entry(rule);
+  return allOrNothing(rule, [&] {
+    std::copy(std::begin(rule->actionBits), std::end(rule->actionBits), rule->oldActionBits);
+    std::copy_n(all.begin(), ACL_ACTION_BITS_LEN, rule->actionBits);
+    aclBitSet(rule->fieldBits, RULE_BIT_ACTION);
+    return aclActionBit2Entry(rule);
+  });
 }
 
 int32_t aclRuleSetActionParam(AclRuleSetCtx& c) {
@@ -115,10 +203,13 @@ int32_t aclRuleSetActionParam(AclRuleSetCtx& c) {
   }
 
   const uint32_t mirrorBefore = aclRuleMirrorGroupHeld(rule);
-  aclBitSet(rule->fieldBits, RULE_BIT_ACTIONPARAM);
-  const int32_t ret = aclActionParam2Entry(rule, block);
-  if (ret != 0) aclActionListDel(rule);
-  mirrorFollow(rule, mirrorBefore);
+  // A parameter block that cannot be stored whole leaves the rule's actions as they were, rather
+  // than with some parameters, or (dropping them all) with actions and no parameters at all.
+  const int32_t ret = allOrNothing(rule, [&] {
+    aclBitSet(rule->fieldBits, RULE_BIT_ACTIONPARAM);
+    return aclActionParam2Entry(rule, block);
+  });
+  if (ret == 0) mirrorFollow(rule, mirrorBefore);
   return ret;
 }
 
@@ -128,12 +219,17 @@ int32_t aclRuleSetOutAction(AclRuleSetCtx& c) {
   if (int32_t ret = aclRuleRelay(c)) return ret;
   AclRuleEntry* rule = c.rule;
   const auto* requested = static_cast<const uint8_t*>(d->data);
+  if (!aclBitTest({requested, ACL_OUT_ACTION_BITS_LEN}, 0) && !aclBitTest(rule->outActionBits, 0)) {
+    return allOrNothing(rule, [&] {
+      std::copy(std::begin(rule->outActionBits), std::end(rule->outActionBits),
+                rule->oldOutActionBits);
+      for (size_t i = 0; i < ACL_OUT_ACTION_BITS_LEN; ++i) rule->outActionBits[i] |= requested[i];
+      aclBitSet(rule->fieldBits, RULE_BIT_OUTACTION);
+      return aclOutActionBit2Entry(rule);
+    });
+  }
   std::copy(std::begin(rule->outActionBits), std::end(rule->outActionBits), rule->oldOutActionBits);
   for (size_t i = 0; i < ACL_OUT_ACTION_BITS_LEN; ++i) rule->outActionBits[i] |= requested[i];
-  if (!aclBitTest(rule->outActionBits, 0)) {
-    aclBitSet(rule->fieldBits, RULE_BIT_OUTACTION);
-    return aclOutActionBit2Entry(rule);
-  }
   // Every out-action goes, and the CAR or meter they qualified with them. The device releases no
   // meter reference here: the meter keeps the count this rule gave it.
   if (aclBitTest(rule->fieldBits, RULE_BIT_CARID) ||
@@ -164,6 +260,8 @@ int32_t aclRuleSetOutActionParam(AclRuleSetCtx& c) {
   for (size_t at = 0; at < items.size(); at += ACL_RULE_OUT_PARAM_ITEM_LEN) {
     std::copy_n(items.begin() + static_cast<ptrdiff_t>(at + 1), 4, block.begin() + items[at] * 4);
   }
-  aclBitSet(rule->fieldBits, RULE_BIT_OUTACTIONPARAM);
-  return aclOutActionParam2Entry(rule, block);
+  return allOrNothing(rule, [&] {
+    aclBitSet(rule->fieldBits, RULE_BIT_OUTACTIONPARAM);
+    return aclOutActionParam2Entry(rule, block);
+  });
 }

@@ -38,8 +38,16 @@ uint32_t aclRuleSetValue(const AclRuleSetCtx& c);
 wire::BufDesc* aclRuleSetDesc(const AclRuleSetCtx& c);
 
 // Stores bytes as the value of code: an entry of that code and length is overwritten in place,
-// one of another length replaced, so a field always holds one value.
+// one of another length replaced, so a field always holds one value. A refusal (no entry to be
+// had) leaves the rule as it was.
 int32_t aclRuleValuePut(AclRuleEntry* rule, uint8_t code, std::span<const uint8_t> bytes);
+// The same for several fields at once (at most ACL_RULE_VALUES_PUT_MAX): all are stored, or none.
+struct AclRuleValueItem {
+  uint8_t code;
+  std::span<const uint8_t> bytes;
+};
+constexpr size_t ACL_RULE_VALUES_PUT_MAX = 4;
+int32_t aclRuleValuesPut(AclRuleEntry* rule, std::span<const AclRuleValueItem> items);
 // Deletes every value entry of code.
 void aclRuleValueDrop(AclRuleEntry* rule, uint8_t code);
 

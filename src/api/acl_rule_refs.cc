@@ -66,10 +66,10 @@ int32_t aclRuleSetMeterId(AclRuleSetCtx& c) {
     return 0;
   }
   if (!held || rule->meterId != v) {
-    if (held) meterDrop(rule);
-    // A meter that takes no reference stays stored, but the rule does not claim it.
-    rule->meterId = v;
+    // A meter that refuses the reference refuses the request: the rule keeps what it had.
     if (int32_t ret = meterRefcount(v, +1)) return ret;
+    if (held) meterDrop(rule);
+    rule->meterId = v;
     aclBitSet(rule->fieldBits, RULE_BIT_METERID);
   }
   if (aclBitTest(rule->fieldBits, RULE_BIT_CARID)) {

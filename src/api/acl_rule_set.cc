@@ -28,6 +28,15 @@ std::span<const uint8_t> descBytes(const wire::BufDesc* d) {
   return {static_cast<const uint8_t*>(d->data), d->len};
 }
 
+// The last value entry of code (a new one goes after those of its code), or nullptr.
+AclValueEntry* lastValueOf(AclRuleEntry* rule, uint8_t code) {
+  AclValueEntry* last = nullptr;
+  for (AclValueEntry* e = aclValueFirst(rule); e != nullptr; e = aclValueNext(rule, e)) {
+    if (e->code == code) last = e;
+  }
+  return last;
+}
+
 // Plain values: relay, store, set the field bit.
 int32_t setValue(AclRuleSetCtx& c) {
   if (int32_t ret = aclRuleRelay(c)) return ret;
@@ -82,13 +91,13 @@ int32_t setUserDefined(AclRuleSetCtx& c) {
   if (d->data == nullptr || d->len < ACL_RULE_UDF_LEN) return ACL_RET_INVALID;
   if (int32_t ret = aclRuleRelay(c)) return ret;
   const auto bytes = descBytes(d);
+  std::array<AclRuleValueItem, ACL_RULE_UDF_NUM> records;
   for (uint32_t n = 0; n < ACL_RULE_UDF_NUM; ++n) {
-    const auto record = bytes.subspan(n * ACL_RULE_UDF_RECORD_LEN, ACL_RULE_UDF_RECORD_LEN);
-    if (int32_t ret =
-            aclRuleValuePut(c.rule, static_cast<uint8_t>(RULE_BIT_USERDEFINEDDATA1 + n), record)) {
-      return ret;
-    }
+    records[n] = {static_cast<uint8_t>(RULE_BIT_USERDEFINEDDATA1 + n),
+                  bytes.subspan(n * ACL_RULE_UDF_RECORD_LEN, ACL_RULE_UDF_RECORD_LEN)};
   }
+  // The four records go in together or not at all.
+  if (int32_t ret = aclRuleValuesPut(c.rule, records)) return ret;
   aclBitSet(c.rule->fieldBits, RULE_BIT_USERDEFINED);
   return 0;
 }
@@ -154,18 +163,47 @@ wire::BufDesc* aclRuleSetDesc(const AclRuleSetCtx& c) {
   return tblDesc(c.buf);
 }
 
-int32_t aclRuleValuePut(AclRuleEntry* rule, uint8_t code, std::span<const uint8_t> bytes) {
-  if (AclValueEntry* e = aclRuleValueEntryGet(rule, code)) {
-    if (e->len == bytes.size()) {
-      const auto dst = aclValueBytes(e);
-      std::copy(bytes.begin(), bytes.end(), dst.begin());
-      return 0;
+int32_t aclRuleValuesPut(AclRuleEntry* rule, std::span<const AclRuleValueItem> items) {
+  if (items.size() > ACL_RULE_VALUES_PUT_MAX) return CMN_ERR_BAD_PARAM;
+  // First every entry a new or changed length needs (it goes after the old one of its code);
+  // when one cannot be had, those already had go back and the rule is as it was.
+  std::array<bool, ACL_RULE_VALUES_PUT_MAX> inPlace{};
+  for (size_t i = 0; i < items.size(); ++i) {
+    const AclRuleValueItem& it = items[i];
+    const AclValueEntry* e = aclRuleValueEntryGet(rule, it.code);
+    inPlace[i] = e != nullptr && e->len == it.bytes.size();
+    if (inPlace[i]) continue;
+    const auto len = static_cast<uint32_t>(it.bytes.size());
+    const int32_t ret = len <= ACL_SHORT_VALUE_LEN
+                            ? aclRuleShortEntryAdd(rule, it.code, it.bytes.data(), len)
+                            : aclRuleLongEntryAdd(rule, it.code, it.bytes.data(), len);
+    if (ret != 0) {
+      for (size_t j = 0; j < i; ++j) {
+        if (!inPlace[j]) aclRuleLongEntryDel(lastValueOf(rule, items[j].code));
+      }
+      return ret;
     }
-    aclRuleValueDrop(rule, code);
   }
-  const auto len = static_cast<uint32_t>(bytes.size());
-  return len <= ACL_SHORT_VALUE_LEN ? aclRuleShortEntryAdd(rule, code, bytes.data(), len)
-                                    : aclRuleLongEntryAdd(rule, code, bytes.data(), len);
+  // Then nothing can fail: overwrite in place, or let the new entry replace the old ones.
+  for (size_t i = 0; i < items.size(); ++i) {
+    const AclRuleValueItem& it = items[i];
+    if (inPlace[i]) {
+      const auto dst = aclValueBytes(aclRuleValueEntryGet(rule, it.code));
+      std::copy(it.bytes.begin(), it.bytes.end(), dst.begin());
+      continue;
+    }
+    AclValueEntry* fresh = lastValueOf(rule, it.code);
+    while (AclValueEntry* e = aclRuleValueEntryGet(rule, it.code)) {
+      if (e == fresh) break;
+      aclRuleLongEntryDel(e);
+    }
+  }
+  return 0;
+}
+
+int32_t aclRuleValuePut(AclRuleEntry* rule, uint8_t code, std::span<const uint8_t> bytes) {
+  const AclRuleValueItem item{code, bytes};
+  return aclRuleValuesPut(rule, {&item, 1});
 }
 
 void aclRuleValueDrop(AclRuleEntry* rule, uint8_t code) {

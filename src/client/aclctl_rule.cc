@@ -21,6 +21,7 @@
 #include "client/rule_fields.h"
 #include "wire/acl_bits.h"
 #include "wire/acl_codes.h"
+#include "wire/acl_ret.h"
 #include "wire/acl_rule_cmds.h"
 
 namespace {
@@ -94,6 +95,14 @@ void setFields(const AclctlGlobals& g, const RuleArgs& a) {
   applyCalls(g, c, ruleOf(a), "set", calls);
 }
 
+// Whether in-action parameter items name ports past the first 32 (multi-port redirect).
+bool needsMultiRedirect(const std::vector<uint8_t>& items) {
+  for (size_t at = 0; at < items.size(); at += 1 + aclRuleParamItemLen(items[at])) {
+    if (aclRuleParamIsMultiPort(items[at])) return true;
+  }
+  return false;
+}
+
 void setActions(const AclctlGlobals& g, const RuleArgs& a, bool out) {
   if (a.clear == !a.words.empty()) {
     throw AclctlExit(kAclctlExitUsage, "give actions or --clear, not both or neither");
@@ -111,6 +120,11 @@ void setActions(const AclctlGlobals& g, const RuleArgs& a, bool out) {
     calls.emplace_back("parameters", aclclient::RuleSetCall{paramCmd, true, 0, req->params});
   }
   RuleClient c(g);
+  // Asked before anything is sent: the daemon would refuse the parameters only after the action
+  // bits went in, and leave the rule with an action and no parameter.
+  if (!out && needsMultiRedirect(req->params) && !c.multiRedirect()) {
+    report(g, "action", ruleOf(a), ACL_ERR_MULTI_REDIRECT, "parameters");
+  }
   applyCalls(g, c, ruleOf(a), out ? "out-action" : "action", calls);
 }
 

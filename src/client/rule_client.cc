@@ -19,6 +19,8 @@ constexpr uint32_t kRuleGet = 11;
 constexpr uint32_t kRuleSet = 12;
 constexpr uint32_t kKeyLen = 12;
 constexpr uint32_t kFilterList = 0x80000000;
+constexpr uint32_t kScalarGet = 1;
+constexpr uint32_t kScalarRedirectMulti = 38;
 
 std::vector<uint8_t> keyBytes(uint32_t lst, uint32_t rule, uint32_t filter = 0) {
   std::vector<uint8_t> k(kKeyLen, 0);
@@ -135,6 +137,11 @@ uint32_t RuleClient::freeRule(uint32_t lst) {
     }
   }
   return candidate;
+}
+
+bool RuleClient::multiRedirect() {
+  const ValueAnswer v = session_.getValue(kScalarGet, 0, kScalarRedirectMulti);
+  return v.ret == 0 && v.value == 1;
 }
 
 }  // namespace aclclient

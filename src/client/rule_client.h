@@ -33,6 +33,8 @@ class RuleClient {
   std::vector<RuleRef> walk(std::optional<uint32_t> lst);
   // The lowest rule number list lst does not use.
   uint32_t freeRule(uint32_t lst);
+  // Whether the daemon takes redirect port sets past the first 32 ports (scalar get 38).
+  bool multiRedirect();
 
  private:
   TableSession session_;

@@ -131,4 +131,16 @@ TEST_F(RuleE2e, ARuleBuiltAndShownByNames) {
   EXPECT_EQ(run({"--json", "rule", "show"})["rules"].size(), 1u);
 }
 
+// Ports past the first 32 need multi-port redirect, which this daemon does not take: aclctl
+// refuses before the action goes in, so the rule is not left redirecting with no port.
+TEST_F(RuleE2e, RedirectToPortsPastTheFirst32IsRefusedWhole) {
+  run({"rule", "create", "1001"});
+  json j = run({"--json", "rule", "action", "1001", "1", "redirect-port=1,40"}, 1);
+  EXPECT_EQ(j["ret_hex"], "0x03EA0044");
+  EXPECT_EQ(j["step"], "parameters");
+  EXPECT_TRUE(run({"--json", "rule", "show", "1001", "1"})["rules"][0]["actions"].empty());
+  run({"rule", "action", "1001", "1", "redirect-port=1,2"});
+  EXPECT_EQ(run({"--json", "rule", "show", "1001", "1"})["rules"][0]["actions"].size(), 1u);
+}
+
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/acl_e2e.h"
@@ -118,6 +119,56 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
   dbg = run({"--json", "debug", "clear", "0x4"});
   EXPECT_EQ(dbg["debug_flags"].get<uint32_t>() & 0x4u, 0u);
   run({"debug", "set", "lots"}, 2);
+}
+
+// A daemon with room for four rules and four statistics records.
+class SmallStatsPoolE2e : public ScalarE2e {
+ protected:
+  void SetUp() override {
+    AclProcessOptions o;
+    o.opts = {{"acl.maxgrulenum", "4"}};
+    acl_ = AclProcess::start(o);
+    ASSERT_NE(acl_, nullptr);
+  }
+  // The global table, each entry as it was installed (without the journal's sequence number).
+  json table() {
+    json t = run({"dev", "hw", "--scope", "global"})["table"];
+    for (json& e : t["entries"]) e.erase("seq");
+    return t;
+  }
+};
+
+// A binding with too few statistics records left for its counted rules is refused with
+// CMN_ERR_NO_RESOURCE and changes nothing: not the hardware, not the slot (a slot that was
+// replacing a list has that list again), not what an unbinding answers afterwards.
+TEST_F(SmallStatsPoolE2e, BindingTooBigForTheStatisticsPoolIsRefusedAndChangesNothing) {
+  makeList(1001, 3);
+  makeList(1002, 1);
+  for (auto [lst, r] : {std::pair{1001, 1}, {1001, 2}, {1001, 3}, {1002, 1}}) {
+    // Counted rules (action AWARE) take a record per binding direction.
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:3"})["ret"], 0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "53", "d:4000000000000000"})["ret"],
+              0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
+  }
+  ASSERT_EQ(scalarSet(28, 1002)["ret"], 0);  // inIpv4Acl
+  ASSERT_EQ(scalarSet(29, 1001)["ret"], 0);  // outIpv4Acl: the pool is full
+  const json before = table();
+  ASSERT_EQ(before["entries"].size(), 4u) << before.dump();
+
+  EXPECT_EQ(scalarSet(30, 1001)["ret_hex"], "0x03E80001");  // CMN_ERR_NO_RESOURCE
+  EXPECT_EQ(table(), before);
+  EXPECT_EQ(scalarSet(30, 0)["ret_hex"], "0x03EA0041") << "unbound, as before";
+  // Replacing 1002 frees one record, and 1001 needs three.
+  EXPECT_EQ(scalarSet(28, 1001)["ret_hex"], "0x03E80001");
+  EXPECT_EQ(table(), before);
+  EXPECT_EQ(scalarGet(28), 1002u);
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 1);
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1002", "2", "u32:0"})["buf"]["u32"], 1);
+
+  EXPECT_EQ(scalarSet(28, 0)["ret"], 0);
+  EXPECT_EQ(table()["entries"].size(), 3u);
+  EXPECT_TRUE(run({"dev", "anomalies"})["anomalies"].empty());
 }
 
 }  // namespace

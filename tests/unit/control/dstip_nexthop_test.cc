@@ -163,6 +163,31 @@ TEST_F(NextHopTest, ListAddRetriesEveryTwoSecondsUntilItSucceeds) {
   EXPECT_FALSE(retryArmed(l));
 }
 
+// A re-installation refused for want of a statistics record (for the rule whose next hop just
+// resolved) leaves that binding out of the hardware with no record for it until the retry.
+TEST_F(NextHopTest, ReinstallWithoutARecordRollsBackAndRetries) {
+  list(1001);
+  counted(validRule(1001, 1));
+  AclRuleEntry* r = validRule(1001, 2);
+  counted(r);
+  nextHop(r, "198.51.100.1");
+  AclListEntry* l = bind();
+  const uint32_t before = used(gaclGrp.statsPool);
+  plat::FaultRule f;
+  f.call = "silMemPoolAlloc";
+  f.name = "acl_stats";
+  f.skip = 1;  // rule 1 has its record again, rule 2 has none
+  plat::faultAdd(f);
+  neighbour(ip4("198.51.100.1"), true);
+  report(ip4("198.51.100.1"));
+  EXPECT_TRUE(global().empty());
+  EXPECT_EQ(used(gaclGrp.statsPool), before - 1);
+  ASSERT_TRUE(retryArmed(l));
+  EXPECT_EQ(runTimers(ACL_NEXTHOP_RETRY_MS), 1);
+  EXPECT_EQ(global(), (HwView{{{1001, 1, kIn}, 8193}, {{1001, 2, kIn}, 8194}}));
+  EXPECT_EQ(used(gaclGrp.statsPool), before + 1);
+}
+
 TEST_F(NextHopTest, ListAddStopsWhenTheRemovalFails) {
   list(1001);
   validRule(1001, 1);

@@ -51,9 +51,9 @@ TEST_F(RuleRefs, MeterReferenceFollowsTheMeterId) {
   EXPECT_EQ(actionEntries(1), 0u);
   EXPECT_EQ(set(1, ACL_RULE_CMD_METERID, ACL_RULE_DETACH), 0) << "nothing to detach";
 
-  // A meter that is not valid takes no reference: the id stays stored, the rule claims nothing.
+  // A meter that is not valid refuses the reference, and with it the request.
   EXPECT_EQ(set(1, ACL_RULE_CMD_METERID, 3), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_METERID), 3u);
+  EXPECT_EQ(get(1, ACL_RULE_CMD_METERID), 0u);
   EXPECT_FALSE(fieldBit(1, RULE_BIT_METERID));
 
   // Deleting the rule gives its meter back.
