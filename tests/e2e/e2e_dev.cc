@@ -14,7 +14,7 @@ namespace {
 using nlohmann::json;
 
 std::string sourceRoot() {
-  return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().string();
+  return std::filesystem::path(ACL_SOURCE_DIR).string();
 }
 
 // Runs aclctl and parses its JSON output; status is aclctl's exit status.

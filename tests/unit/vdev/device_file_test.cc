@@ -122,8 +122,7 @@ TEST_F(DeviceFileTest, ValidFileReplacesTheModel) {
 }
 
 TEST_F(DeviceFileTest, ExampleFileInDocsLoads) {
-  const auto root =
-      std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path();
+  const auto root = std::filesystem::path(ACL_SOURCE_DIR);
   std::string error;
   EXPECT_TRUE(vdev::load((root / "docs/examples/device.json").string(), &error)) << error;
 }

@@ -14,7 +14,7 @@
 namespace {
 
 std::filesystem::path repoRoot() {
-  return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path();
+  return std::filesystem::path(ACL_SOURCE_DIR);
 }
 
 // The text of the first ```json block of the README.
