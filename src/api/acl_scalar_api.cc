@@ -146,15 +146,15 @@ SetOutcome serviceCall(const AclScalarService& svc, uintptr_t buf) {
   if (svc.cmd >= ACL_SCALAR_CPUDEFEND_ADD && svc.cmd <= ACL_SCALAR_NAT_DEL) {
     return {svc.withBuf != nullptr ? svc.withBuf(buf) : CMN_ERR_NOT_SUPPORTED, 0};
   }
-  // The buffer is a word holding the address of the operation's record.
+  // The buffer is a word holding the address of the operation's record. A missing record has
+  // one answer whether or not the operation behind it is built.
   const uintptr_t record = *reinterpret_cast<const uintptr_t*>(buf);
+  if (record == 0) return {CMN_ERR_BAD_PARAM, 0};
   if (svc.cmd == ACL_SCALAR_BLACKLIST_ADD || svc.cmd == ACL_SCALAR_BLACKLIST_DEL) {
-    if (record == 0) return {CMN_ERR_BAD_PARAM, 0};
     if (svc.withWords == nullptr) return {CMN_ERR_NOT_SUPPORTED, 0};
     const auto* w = reinterpret_cast<const uint8_t*>(record);
     return {svc.withWords(be::load32(w), be::load32(w + 4), be::load32(w + 8)), 0};
   }
-  // The traffic-policy operations answer a missing record themselves.
   if (svc.withRecord == nullptr) return {CMN_ERR_NOT_SUPPORTED, 0};
   return {svc.withRecord(reinterpret_cast<const void*>(record)), 0};
 }

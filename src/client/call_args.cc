@@ -199,7 +199,8 @@ std::string callShapesHelp() {
       "  indexconv        FUNC KEY     KEY: the index; the answer comes back as a value word\n"
       "KEY: - | N | 0xN | x:HEX (a key record, big-endian bytes)\n"
       "BUF: - (null) | u32:N | d:HEX (descriptor holding the bytes) | dlen:N (descriptor with an\n"
-      "     N-byte zeroed area) | p:HEX (word holding a record's address) | x:HEX (raw record)\n"
+      "     N-byte zeroed area) | p:HEX (word holding a record's address; p: alone holds a null\n"
+      "     address) | x:HEX (raw record)\n"
       "Functions (id name shape key):\n";
   for (const auto& f : wire::funcTable()) {
     if (f.shape == wire::FuncShape::Empty) continue;

@@ -1,7 +1,7 @@
 #include "wire/invoke.h"
 
 #include <algorithm>
-#include <array>
+#include <memory>
 #include <vector>
 
 #include "wire/be.h"
@@ -17,31 +17,43 @@ uintptr_t addr(void* p) {
   return reinterpret_cast<uintptr_t>(p);
 }
 
-// A big-endian value word in memory of its own.
+// Every area a function receives is an allocation of its own, exactly as large as the shape
+// promises: a function that reads or writes past it (a value word taken for a descriptor, say)
+// lands outside any object, where the address sanitizer of the test builds stops it, instead of
+// in a neighbouring member of the same frame.
+
+// A big-endian value word.
 struct ValueWord {
-  explicit ValueWord(uint32_t v) { be::store32(bytes.data(), v); }
+  explicit ValueWord(uint32_t v) : bytes(4) { be::store32(bytes.data(), v); }
   uint32_t get() const { return be::load32(bytes.data()); }
-  std::array<uint8_t, 4> bytes{};
+  uintptr_t arg() { return addr(bytes.data()); }
+  std::vector<uint8_t> bytes;
 };
 
 // The buffer argument of a Get, Set or Sync and what came back through it.
 struct BufArea {
-  explicit BufArea(const Request& req) : shape(req.bufShape), value(req.bufValue) {
+  explicit BufArea(const Request& req) : shape(req.bufShape) {
     switch (shape) {
       case BufShape::None:
+        break;
       case BufShape::Value:
+        value = std::make_unique<ValueWord>(req.bufValue);
         break;
       case BufShape::Desc:
+        // Capacity 0 is a descriptor without a data address.
         area.assign(req.descCapacity, 0);
         std::copy(req.data.begin(), req.data.end(), area.begin());
-        desc = {area.empty() ? nullptr : area.data(), req.descCapacity};
+        desc = std::make_unique<BufDesc>(
+            BufDesc{area.empty() ? nullptr : area.data(), req.descCapacity});
         break;
       case BufShape::Ptr:
       case BufShape::Raw:
+        // Padded to the longest record the command accepts; a pointer without a record holds a
+        // null address.
         area.assign(recordAllocLen(req.funcId, req.cmd, static_cast<uint32_t>(req.data.size())), 0);
         std::copy(req.data.begin(), req.data.end(), area.begin());
         dataLen = req.data.size();
-        recordAddr = req.data.empty() ? 0 : addr(area.data());
+        recordAddr = std::make_unique<uintptr_t>(req.data.empty() ? 0 : addr(area.data()));
         break;
     }
   }
@@ -51,11 +63,11 @@ struct BufArea {
       case BufShape::None:
         return 0;
       case BufShape::Value:
-        return addr(value.bytes.data());
+        return value->arg();
       case BufShape::Desc:
-        return addr(&desc);
+        return addr(desc.get());
       case BufShape::Ptr:
-        return addr(&recordAddr);
+        return addr(recordAddr.get());
       case BufShape::Raw:
         return addr(area.data());
     }
@@ -68,12 +80,12 @@ struct BufArea {
       case BufShape::None:
         break;
       case BufShape::Value:
-        resp->bufValue = value.get();
+        resp->bufValue = value->get();
         break;
       case BufShape::Desc: {
         // The length word is the function's to write; only the area we own goes back.
-        resp->descLen = desc.len;
-        const size_t n = std::min<size_t>(desc.len, area.size());
+        resp->descLen = desc->len;
+        const size_t n = std::min<size_t>(desc->len, area.size());
         resp->data.assign(area.begin(), area.begin() + static_cast<ptrdiff_t>(n));
         break;
       }
@@ -85,10 +97,10 @@ struct BufArea {
   }
 
   BufShape shape;
-  ValueWord value;
+  std::unique_ptr<ValueWord> value;
   std::vector<uint8_t> area;
-  BufDesc desc{nullptr, 0};
-  uintptr_t recordAddr = 0;
+  std::unique_ptr<BufDesc> desc;
+  std::unique_ptr<uintptr_t> recordAddr;
   size_t dataLen = 0;
 };
 
@@ -121,7 +133,7 @@ Response invoke(const Request& req, TableFunc fn) {
     }
     case FuncShape::IndexConv: {
       ValueWord word(req.bufValue);
-      resp.result = fn(req.keyValue, addr(word.bytes.data()), 0);
+      resp.result = fn(req.keyValue, word.arg(), 0);
       resp.bufShape = BufShape::Value;
       resp.bufValue = word.get();
       break;

@@ -11,7 +11,6 @@ constexpr BufRule kDefaultBuf = {kAnyBuf, 0, kMaxRecordLen};
 
 constexpr BufRule kValueOrNull = {bufMask(BufShape::Value) | bufMask(BufShape::None), 0, 0};
 constexpr BufRule kDescOrNull = {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen};
-constexpr BufRule kDescOnly = {bufMask(BufShape::Desc), 0, kMaxDataLen};
 // Scalar set commands whose buffer is a word holding a record's address; a null address has its
 // own answer. The blacklist record is three words.
 constexpr BufRule kPtrOrNull = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, kMaxRecordLen};
@@ -19,8 +18,8 @@ constexpr BufRule kBlackListRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape:
 
 // One row per command whose payload is fixed more exactly than its function's default.
 constexpr std::array kRows = {
-    // Statistics reads answer through a descriptor and read its data address without a check,
-    // so nothing but a descriptor may reach them.
+    // Statistics reads answer through a descriptor whose data address they take as given; a
+    // missing descriptor has no answer of its own, so nothing but a descriptor may reach them.
     CmdSchema{23, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     CmdSchema{28, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
     CmdSchema{84, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
@@ -31,12 +30,14 @@ constexpr std::array kRows = {
     CmdSchema{25, 6, kValueOrNull},
     // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
     CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
-    // Scalars: NAMETOID, version and capability answer through a descriptor; CPU defend and NAT
-    // (22 to 25) are handed theirs as it came; traffic policy (53 to 59) and blacklist (67, 68)
-    // take a word holding a record's address; every other set that changes state reads one word.
-    CmdSchema{1, 20, kDescOnly},
-    CmdSchema{1, 21, kDescOnly},
-    CmdSchema{1, 66, kDescOnly},
+    // Scalars: NAMETOID, version and capability answer through a descriptor, and answer a
+    // missing one (22, 22, CMN_ERR_BAD_PARAM), so it reaches them as a null pointer; CPU defend
+    // and NAT (22 to 25) are handed theirs as it came; traffic policy (53 to 59) and blacklist
+    // (67, 68) take a word holding a record's address; every other set that changes state reads
+    // one word.
+    CmdSchema{1, 20, kDescOrNull},
+    CmdSchema{1, 21, kDescOrNull},
+    CmdSchema{1, 66, kDescOrNull},
     CmdSchema{2, 5, kValueOrNull},
     CmdSchema{2, 6, kValueOrNull},
     CmdSchema{2, 7, kValueOrNull},

@@ -2,8 +2,15 @@
 // answers a request that does not fit with Status::Schema, so a table function only ever sees
 // keys of its family's width and buffers of the shapes and sizes listed here.
 //
+// The schema refuses only what would let a function read or write outside the memory the server
+// set aside for the call: a descriptor command handed a value word or a record (it would take a
+// data address from the client's bytes), a record command handed anything but a record. Every
+// payload a function answers itself gets through: a missing buffer (a null pointer), a descriptor
+// of any length from 0 (a null data address) up to kMaxDataLen, short or long, so the client hears
+// the function's own code and not a protocol status.
+//
 // Each shape of function has a default rule; a command whose payload is known more exactly gets
-// one row in kCmdSchemas (schema.cc), which replaces the default for that function id and command.
+// one row in kRows (schema.cc), which replaces the default for that function id and command.
 #pragma once
 
 #include <cstdint>

@@ -78,6 +78,10 @@ TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {
   v = run({"call", "aclScalarGetApi", "-", "21", "dlen:4"});
   EXPECT_EQ(v["buf"]["len"], 4);
   EXPECT_EQ(v["buf"]["hex"], "41434c5f");
+  // No buffer at all reaches the function, which answers it.
+  v = run({"call", "aclScalarGetApi", "-", "21"});
+  EXPECT_EQ(v["ret"], 22);
+  EXPECT_FALSE(v.contains("buf"));
   EXPECT_TRUE(acl_->alive());
 }
 
