@@ -1,11 +1,18 @@
 // Input the device must refuse with an answer instead of an exception: request lines and device
 // files that once stopped the process, and a journal flooded with large entries.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <string>
 
+#include "client/dev_client.h"
 #include "platform/hwil.h"
+#include "platform/proc.h"
+#include "platform/sil.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/json_text.h"
 #include "platform/vdev/model.h"
@@ -26,7 +33,10 @@ std::string nested(size_t depth, const std::string& open = "[", const std::strin
 class HostileInput : public ::testing::Test {
  protected:
   void SetUp() override { vdev::resetForTest(); }
-  void TearDown() override { vdev::resetForTest(); }
+  void TearDown() override {
+    plat::stopAllTasksForTest();
+    vdev::resetForTest();
+  }
 };
 
 TEST_F(HostileInput, EveryBadLineGetsOneErrorLineAndTheDeviceStays) {
@@ -79,6 +89,35 @@ TEST_F(HostileInput, DeviceFilesThatCannotBeReadAsJsonAreRefusedWithTheirPlace) 
     EXPECT_NE(error.find(c.error), std::string::npos) << error;
     EXPECT_EQ(error.find('\xff'), std::string::npos) << "input bytes quoted as they came";
   }
+}
+
+TEST_F(HostileInput, IdleDeviceConnectionsAreClosedAndUnfinishedLinesMeetTheirDeadline) {
+  test::TempRunDir dir;
+  ASSERT_EQ(vdev::serve(), 0);
+  const std::string path = dir.path() + "/acldev.socket";
+  auto open = [&](const char* send) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::strcpy(a.sun_path, path.c_str());
+    EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    timeval tv{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    EXPECT_EQ(::write(fd, send, std::strlen(send)), ssize_t(std::strlen(send)));
+    return fd;
+  };
+  const int idle = open(""), half = open("{\"op\":");
+  json reply;
+  std::string err;
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+  silUpTimeAdvanceForTest(6 * 1000);  // past the line deadline, short of the idle one
+  char c;
+  EXPECT_EQ(::read(half, &c, 1), 0) << "the unfinished line was kept";
+  silUpTimeAdvanceForTest(30 * 1000);
+  EXPECT_EQ(::read(idle, &c, 1), 0) << "the idle connection was kept";
+  ::close(idle);
+  ::close(half);
+  EXPECT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
 }
 
 vdev::Relay bigRelay(uint64_t seq) {
