@@ -87,7 +87,7 @@ json build(const std::string& op, const std::vector<Field>& fields, const Given&
       case Kind::Raw:
         try {
           req[f.key] = json::parse(v.front());
-        } catch (const json::parse_error& e) {
+        } catch (const json::exception& e) {  // also a number out of range
           throw AclctlExit(kAclctlExitUsage, f.flag + ": not JSON: " + e.what());
         }
         break;
@@ -96,16 +96,45 @@ json build(const std::string& op, const std::vector<Field>& fields, const Given&
   return req;
 }
 
-void run(const AclctlGlobals& globals, const json& req) {
+json ask(const AclctlGlobals& globals, const json& req) {
   json reply;
   std::string err;
   if (!aclclient::devRequest(aclclient::devSocketPath(globals.runDir), req, &reply, &err)) {
     throw AclctlExit(kAclctlExitFailed, err);
   }
+  return reply;
+}
+
+void print(const json& reply) {
   std::cout << reply.dump(2, ' ', false, json::error_handler_t::replace) << std::endl;
   if (!reply.value("ok", false)) {
     throw AclctlExit(kAclctlExitFailed, reply.value("error", std::string("device refused")));
   }
+}
+
+void run(const AclctlGlobals& globals, const json& req) {
+  print(ask(globals, req));
+}
+
+// A journal log comes in pages ("more", and "last" to pass as "since"); the pages are joined so
+// the listing prints as one reply, whatever its length.
+void runPaged(const AclctlGlobals& globals, json req, const std::string& key) {
+  json all = ask(globals, req);
+  json reply = all;
+  while (reply.value("ok", false) && reply.value("more", false)) {
+    const json last = reply.value("last", json());
+    if (!last.is_number_unsigned() || last == req.value("since", json())) break;  // no progress
+    req["since"] = last;
+    reply = ask(globals, req);
+    if (!reply.value("ok", false)) {
+      all = reply;
+      break;
+    }
+    for (auto& e : reply[key]) all[key].push_back(std::move(e));
+    all["last"] = reply["last"];
+  }
+  all.erase("more");
+  print(all);
 }
 
 // Adds one subcommand that sends op with the given fields. wrap, when set, moves the listed keys
@@ -146,6 +175,15 @@ CLI::App* command(CLI::App* parent, AclctlGlobals& globals, const std::string& n
 
 const Field kSince{"--since", "since", Kind::Number, "only entries after this sequence number"};
 
+void journalCommand(CLI::App* dev, AclctlGlobals& globals, const std::string& name,
+                    const std::string& help) {
+  auto* sub = dev->add_subcommand(name, help);
+  auto given = std::make_shared<Given>();
+  sub->add_option(kSince.flag, given->values[kSince.key], kSince.help)->expected(1);
+  sub->callback(
+      [&globals, name, given] { runPaged(globals, build(name, {kSince}, *given), name); });
+}
+
 }  // namespace
 
 void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
@@ -157,13 +195,10 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
            {"--unit", "unit", Kind::Number, "unit of a unit or GEM scope"},
            {"--onu", "onu", Kind::Number, "ONU id of a GEM scope"},
            {"--gem", "gem", Kind::Number, "GEM port of a GEM scope"}});
-  command(dev, globals, "relays", "The relay log", "relays", {kSince});
-  command(dev, globals, "announcements", "Announcements sent to message groups", "announcements",
-          {kSince});
-  command(dev, globals, "anomalies", "Double installs and removals of missing entries", "anomalies",
-          {kSince});
-  command(dev, globals, "commands", "Slot, scalar and card-up commands the device kept", "commands",
-          {kSince});
+  journalCommand(dev, globals, "relays", "The relay log");
+  journalCommand(dev, globals, "announcements", "Announcements sent to message groups");
+  journalCommand(dev, globals, "anomalies", "Double installs and removals of missing entries");
+  journalCommand(dev, globals, "commands", "Slot, scalar and card-up commands the device kept");
   command(dev, globals, "log", "The daemon's recent log lines", "log", {kSince});
   command(dev, globals, "clear", "Empty journal parts", "clear",
           {{"--what", "what", Kind::Text,
@@ -177,7 +212,7 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
       json req;
       try {
         req = json::parse(*text);
-      } catch (const json::parse_error& e) {
+      } catch (const json::exception& e) {  // also a number out of range
         throw AclctlExit(kAclctlExitUsage, std::string("request is not JSON: ") + e.what());
       }
       run(globals, req);

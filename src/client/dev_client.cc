@@ -79,7 +79,7 @@ bool devRequest(const std::string& path, const nlohmann::json& request, nlohmann
   }
   try {
     *reply = nlohmann::json::parse(in.substr(0, in.find('\n')));
-  } catch (const nlohmann::json::parse_error& e) {
+  } catch (const nlohmann::json::exception& e) {  // also a number out of range
     *err = std::string("reply is not JSON: ") + e.what();
     return false;
   }

@@ -13,12 +13,14 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/logging.h"
@@ -31,9 +33,21 @@
 
 namespace {
 
-constexpr int kPollMs = 50;
-constexpr uint64_t kDeadlineMs = 2000;  // to finish sending a frame, or to take an answer
+// The server's limits, and what happens past each. A frame is at most wire::kHeaderLen +
+// wire::kMaxBody bytes; a header announcing more is answered TooLarge and the connection closed.
+// Connections at once. A newcomer past it closes the connection idle longest among those with
+// nothing in progress (no partial frame, no unsent answer); when every one is busy it waits in
+// the listen backlog until one finishes or meets its deadline.
 constexpr size_t kMaxClients = 64;
+// A frame whose first byte has arrived must be complete, and an answer wholly taken, within this;
+// else the connection is closed.
+constexpr uint64_t kDeadlineMs = 2000;
+// A connection with nothing in progress is closed after this long.
+constexpr uint64_t kIdleMs = 30 * 1000;
+// After accept fails for want of descriptors or memory, the listening socket is left alone this
+// long instead of being polled (and failing) again at once.
+constexpr uint64_t kAcceptBackoffMs = 250;
+constexpr int kPollMs = 50;
 constexpr size_t kReadChunk = 16 * 1024;
 constexpr uint32_t kLogTag = 0;
 constexpr uint32_t kLogPri = 3;
@@ -45,6 +59,7 @@ struct Client {
   size_t outOff = 0;
   uint64_t inSince = 0;          // up-time of the first byte of the unfinished frame
   uint64_t outSince = 0;         // up-time the oldest unsent answer was queued
+  uint64_t lastActive = 0;       // accepted, last byte received, or last answer taken
   bool closeAfterFlush = false;  // framing is lost: answer, then hang up
   bool eof = false;              // the client sent all it will; its frames are still answered
   bool dead = false;
@@ -64,6 +79,8 @@ struct Server {
   int listenFd = -1;
   std::array<wire::TableFunc, wire::kFuncCount> funcs{};
   std::vector<Client> clients;
+  uint64_t acceptRestUntil = 0;
+  bool acceptFailing = false;
 
   ~Server() {
     for (auto& c : clients) ::close(c.fd);
@@ -128,7 +145,9 @@ bool serveOne(Server& s, Client& c, uint64_t now) {
   } else {
     try {
       queue(c, wire::encodeResponse(hdr.seq, wire::invoke(req, s.funcs[req.funcId])), now);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
+      // Out of memory for the request's buffers or its answer: the request failed, the server
+      // did not.
       queue(c, wire::encodeStatus(hdr.seq, wire::Status::Internal), now);
     }
   }
@@ -145,6 +164,7 @@ void readFrom(Client& c, uint64_t now) {
     if (n > 0) {
       if (c.in.empty()) c.inSince = now;
       c.in.insert(c.in.end(), buf.begin(), buf.begin() + n);
+      c.lastActive = now;
       continue;
     }
     if (n == 0) {
@@ -162,8 +182,9 @@ void writeTo(Client& c, uint64_t now) {
   while (c.outOff < c.out.size()) {
     const ssize_t n = ::send(c.fd, c.out.data() + c.outOff, c.out.size() - c.outOff, MSG_NOSIGNAL);
     if (n > 0) {
+      // The deadline runs from when the answer was queued: taking it a byte at a time does not
+      // keep a connection that others may be waiting for.
       c.outOff += static_cast<size_t>(n);
-      c.outSince = now;  // a reader that keeps taking bytes keeps its connection
       continue;
     }
     if (n < 0 && errno == EINTR) continue;
@@ -173,25 +194,60 @@ void writeTo(Client& c, uint64_t now) {
   }
   c.out.clear();
   c.outOff = 0;
+  c.lastActive = now;
   if (c.closeAfterFlush) c.dead = true;
-}
-
-void acceptAll(Server& s) {
-  for (;;) {
-    const int fd = ::accept4(s.listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (fd < 0) return;
-    if (s.clients.size() >= kMaxClients) {
-      ::close(fd);
-      continue;
-    }
-    Client c;
-    c.fd = fd;
-    s.clients.push_back(std::move(c));
-  }
 }
 
 bool pending(const Client& c) {
   return c.outOff < c.out.size();
+}
+
+// Something is under way: a frame begun or waiting, or an answer not yet taken.
+bool busy(const Client& c) {
+  return !c.in.empty() || pending(c) || c.closeAfterFlush;
+}
+
+// The connection idle longest among those with nothing in progress, or end().
+std::vector<Client>::iterator idlest(Server& s) {
+  auto best = s.clients.end();
+  for (auto it = s.clients.begin(); it != s.clients.end(); ++it) {
+    if (!busy(*it) && (best == s.clients.end() || it->lastActive < best->lastActive)) best = it;
+  }
+  return best;
+}
+
+bool roomForOneMore(Server& s) {
+  return s.clients.size() < kMaxClients || idlest(s) != s.clients.end();
+}
+
+void acceptWaiting(Server& s, uint64_t now) {
+  while (roomForOneMore(s)) {
+    const int fd = ::accept4(s.listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd < 0) {
+      if (errno == EINTR) continue;
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // The connection stays in the backlog; polling for it again at once would only fail
+        // again, as fast as the task can loop.
+        s.acceptRestUntil = now + kAcceptBackoffMs;
+        if (!s.acceptFailing) {
+          loggingLogOutput(kLogTag, kLogPri, 0, "command server: cannot accept a connection: %s",
+                           std::strerror(errno));
+        }
+        s.acceptFailing = true;
+      }
+      return;
+    }
+    s.acceptFailing = false;
+    if (s.clients.size() >= kMaxClients) {
+      const auto victim = idlest(s);
+      ::close(victim->fd);
+      s.clients.erase(victim);
+    }
+    Client c;
+    c.fd = fd;
+    c.lastActive = now;
+    s.clients.push_back(std::move(c));
+  }
 }
 
 // A whole frame (or a header that will be answered as broken) waits in c's input.
@@ -202,47 +258,69 @@ bool frameReady(const Client& c) {
          c.in.size() >= wire::kHeaderLen + hdr.bodyLen;
 }
 
+// One poll and what it found. fds[i + 1] belongs to clients[i]; connections accepted at the end
+// are polled from the next round.
+void serveRound(Server& s, std::vector<pollfd>& fds, bool& backlog) {
+  fds.clear();
+  const bool listen = silGetUpTime1ms() >= s.acceptRestUntil && roomForOneMore(s);
+  fds.push_back({s.listenFd, static_cast<short>(listen ? POLLIN : 0), 0});
+  for (const auto& c : s.clients) {
+    short ev = 0;
+    // A client is read only while its answers are taken and its buffer is short of a frame, so
+    // one that sends without reading fills its own socket buffer, and poll never reports input
+    // the task would leave where it is.
+    if (pending(c)) {
+      ev |= POLLOUT;
+    } else if (!c.closeAfterFlush && !c.eof && c.in.size() < wire::kHeaderLen + wire::kMaxBody) {
+      ev |= POLLIN;
+    }
+    fds.push_back({c.fd, ev, 0});
+  }
+  if (::poll(fds.data(), fds.size(), backlog ? 0 : kPollMs) < 0 && errno != EINTR) {
+    loggingLogOutput(kLogTag, kLogPri, 0, "command server: poll: %s", std::strerror(errno));
+    std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+    return;
+  }
+  const uint64_t now = silGetUpTime1ms();
+  backlog = false;
+  for (size_t i = 0; i < s.clients.size(); ++i) {
+    Client& c = s.clients[i];
+    const short rev = fds[i + 1].revents;
+    try {
+      if (!c.eof && (rev & (POLLIN | POLLHUP | POLLERR))) readFrom(c, now);
+      // One frame per client per round keeps a client with a burst of frames from starving the
+      // rest; its answers must have gone out before the next frame is served.
+      if (!c.dead && !pending(c) && serveOne(s, c, now)) writeTo(c, now);
+      if (!c.dead && (rev & POLLOUT)) writeTo(c, now);
+    } catch (const std::exception&) {
+      c.dead = true;  // out of memory for this client's frames: it goes, the others stay
+    }
+    const bool ready = !c.dead && !pending(c) && frameReady(c);
+    backlog = backlog || ready;
+    // A client that has finished sending is done once everything it sent is answered.
+    if (c.eof && !ready && !pending(c)) c.dead = true;
+    const bool stalledIn = !c.in.empty() && now - c.inSince > kDeadlineMs;
+    const bool stalledOut = pending(c) && now - c.outSince > kDeadlineMs;
+    const bool idle = !busy(c) && now - c.lastActive > kIdleMs;
+    if (stalledIn || stalledOut || idle) c.dead = true;
+  }
+  std::erase_if(s.clients, [](const Client& c) {
+    if (c.dead) ::close(c.fd);
+    return c.dead;
+  });
+  if (fds[0].revents & POLLIN) acceptWaiting(s, now);
+}
+
 void serverLoop(uintptr_t arg, uintptr_t /*unused*/) {
   std::unique_ptr<Server> s(reinterpret_cast<Server*>(arg));
   std::vector<pollfd> fds;
   bool backlog = false;  // complete frames still buffered: poll without waiting
   while (!silTaskStopRequested()) {
-    fds.clear();
-    fds.push_back({s->listenFd, POLLIN, 0});
-    for (const auto& c : s->clients) {
-      short ev = 0;
-      if (!c.closeAfterFlush && !c.eof) ev |= POLLIN;
-      if (pending(c)) ev |= POLLOUT;
-      fds.push_back({c.fd, ev, 0});
+    try {
+      serveRound(*s, fds, backlog);
+    } catch (const std::exception&) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
     }
-    if (::poll(fds.data(), fds.size(), backlog ? 0 : kPollMs) < 0 && errno != EINTR) {
-      loggingLogOutput(kLogTag, kLogPri, 0, "command server: poll: %s", std::strerror(errno));
-    }
-    const uint64_t now = silGetUpTime1ms();
-    backlog = false;
-    // fds[i + 1] belongs to clients[i]: clients accepted below are polled from the next round.
-    const size_t polled = fds.size() - 1;
-    if (fds[0].revents & POLLIN) acceptAll(*s);
-    for (size_t i = 0; i < polled; ++i) {
-      Client& c = s->clients[i];
-      const short rev = fds[i + 1].revents;
-      if (!c.eof && (rev & (POLLIN | POLLHUP | POLLERR))) readFrom(c, now);
-      // One frame per client per round keeps a client with a burst of frames from starving the
-      // rest; its answers must have gone out before the next frame is served.
-      if (!c.dead && !pending(c) && serveOne(*s, c, now)) writeTo(c, now);
-      if (!c.dead && (rev & POLLOUT)) writeTo(c, now);
-      const bool ready = !c.dead && !pending(c) && frameReady(c);
-      backlog = backlog || ready;
-      // A client that has finished sending is done once everything it sent is answered.
-      if (c.eof && !ready && !pending(c)) c.dead = true;
-      const bool stalledIn = !c.in.empty() && now - c.inSince > kDeadlineMs;
-      const bool stalledOut = pending(c) && now - c.outSince > kDeadlineMs;
-      if (stalledIn || stalledOut) c.dead = true;
-    }
-    std::erase_if(s->clients, [](const Client& c) {
-      if (c.dead) ::close(c.fd);
-      return c.dead;
-    });
   }
 }
 

@@ -156,17 +156,69 @@ struct Model {
   std::map<CounterKey, Counters> counters;
 };
 
-struct Journal {
-  std::map<ScopeKey, HwTable> hw;
-  std::vector<Relay> relays;
-  std::vector<Announcement> announcements;
-  std::vector<Anomaly> anomalies;
-  std::vector<CommandLogEntry> commands;
-  uint64_t seq = 0;
+// What an entry costs the process: the record and the bytes it owns.
+inline size_t entryBytes(const Relay& r) {
+  return sizeof r + r.keyBytes.size() + r.options.size() + r.data.size();
+}
+inline size_t entryBytes(const Announcement& a) {
+  return sizeof a + a.bytes.size();
+}
+inline size_t entryBytes(const Anomaly& a) {
+  return sizeof a + a.call.size() + a.what.size();
+}
+inline size_t entryBytes(const CommandLogEntry& c) {
+  return sizeof c + c.call.size() + 4 * c.key.size() + c.data.size();
+}
+
+// Each log keeps at most this many entries and this many bytes (entryBytes); past either, the
+// oldest go first. A relay keeps up to 4 KiB of data, so the byte bound is the one a flood of
+// large relays meets.
+constexpr size_t kJournalCapacity = 65536;
+constexpr size_t kJournalBytes = 16u << 20;
+
+// One log of the journal, oldest entry first. It reads as the vector of its entries.
+template <typename T>
+class JournalLog {
+ public:
+  // Appends entry. A full log drops its oldest entries down to three quarters of each bound at
+  // once, so appending stays cheap however long the log runs full.
+  void push(T entry) {
+    bytes_ += entryBytes(entry);
+    entries_.push_back(std::move(entry));
+    if (entries_.size() <= kJournalCapacity && bytes_ <= kJournalBytes) return;
+    size_t drop = 0;
+    while (drop + 1 < entries_.size() &&
+           (entries_.size() - drop > kJournalCapacity / 4 * 3 || bytes_ > kJournalBytes / 4 * 3)) {
+      bytes_ -= entryBytes(entries_[drop++]);
+    }
+    entries_.erase(entries_.begin(), entries_.begin() + static_cast<ptrdiff_t>(drop));
+  }
+  void clear() {
+    entries_.clear();
+    bytes_ = 0;
+  }
+  size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  size_t bytes() const { return bytes_; }
+  const T& back() const { return entries_.back(); }
+  const T& operator[](size_t i) const { return entries_[i]; }
+  auto begin() const { return entries_.begin(); }
+  auto end() const { return entries_.end(); }
+  operator const std::vector<T>&() const { return entries_; }
+
+ private:
+  std::vector<T> entries_;
+  size_t bytes_ = 0;
 };
 
-// Logs keep at most this many entries each; the oldest go first.
-constexpr size_t kJournalCapacity = 65536;
+struct Journal {
+  std::map<ScopeKey, HwTable> hw;
+  JournalLog<Relay> relays;
+  JournalLog<Announcement> announcements;
+  JournalLog<Anomaly> anomalies;
+  JournalLog<CommandLogEntry> commands;
+  uint64_t seq = 0;
+};
 
 struct Device {
   std::mutex mutex;
@@ -183,9 +235,8 @@ Model builtinModel();
 
 // Appends to a bounded log.
 template <typename T>
-void journalPush(std::vector<T>& log, T entry) {
-  if (log.size() >= kJournalCapacity) log.erase(log.begin(), log.begin() + log.size() / 4);
-  log.push_back(std::move(entry));
+void journalPush(JournalLog<T>& log, T entry) {
+  log.push(std::move(entry));
 }
 
 // Ids of the card and slot property tests the ACL module makes at card and slot up.

@@ -191,62 +191,39 @@ json hwTablesToJson(const Journal& jr, const ScopeKey* only) {
   return tables;
 }
 
-json relaysToJson(const Journal& jr, uint64_t since) {
-  json a = json::array();
-  for (auto& r : jr.relays) {
-    if (r.seq <= since) continue;
-    json j = {{"seq", r.seq},
-              {"key", r.key},
-              {"cmd", r.cmd},
-              {"options", hexBytes(r.options)},
-              {"data", hexBytes(r.data)},
-              {"result", r.result}};
-    if (!r.keyBytes.empty()) j["keyBytes"] = hexBytes(r.keyBytes);
-    if (r.options.size() >= 4) j["mode"] = be::load32(r.options, 0);
-    a.push_back(j);
-  }
-  return a;
+json entryToJson(const Relay& r) {
+  json j = {{"seq", r.seq},
+            {"key", r.key},
+            {"cmd", r.cmd},
+            {"options", hexBytes(r.options)},
+            {"data", hexBytes(r.data)},
+            {"result", r.result}};
+  if (!r.keyBytes.empty()) j["keyBytes"] = hexBytes(r.keyBytes);
+  if (r.options.size() >= 4) j["mode"] = be::load32(r.options, 0);
+  return j;
 }
 
-json announcementsToJson(const Journal& jr, uint64_t since) {
-  json a = json::array();
-  for (auto& m : jr.announcements) {
-    if (m.seq <= since) continue;
-    json j = {{"seq", m.seq}, {"group", m.group}, {"bytes", hexBytes(m.bytes)}};
-    // The ACL module's announcements: length, event, then list and rule from byte 24.
-    if (m.bytes.size() >= 32) {
-      j["event"] = be::load16(m.bytes, 4);
-      j["list"] = be::load32(m.bytes, 24);
-      j["rule"] = be::load32(m.bytes, 28);
-    }
-    a.push_back(j);
+json entryToJson(const Announcement& m) {
+  json j = {{"seq", m.seq}, {"group", m.group}, {"bytes", hexBytes(m.bytes)}};
+  // The ACL module's announcements: length, event, then list and rule from byte 24.
+  if (m.bytes.size() >= 32) {
+    j["event"] = be::load16(m.bytes, 4);
+    j["list"] = be::load32(m.bytes, 24);
+    j["rule"] = be::load32(m.bytes, 28);
   }
-  return a;
+  return j;
 }
 
-json anomaliesToJson(const Journal& jr, uint64_t since) {
-  json a = json::array();
-  for (auto& x : jr.anomalies) {
-    if (x.seq <= since) continue;
-    json j = {{"seq", x.seq},   {"call", x.call}, {"what", x.what},    {"cmd", x.cmd},
-              {"list", x.list}, {"rule", x.rule}, {"direction", x.dir}};
-    j.update(scopeToJson(x.scope));
-    a.push_back(j);
-  }
-  return a;
+json entryToJson(const Anomaly& x) {
+  json j = {{"seq", x.seq},   {"call", x.call}, {"what", x.what},    {"cmd", x.cmd},
+            {"list", x.list}, {"rule", x.rule}, {"direction", x.dir}};
+  j.update(scopeToJson(x.scope));
+  return j;
 }
 
-json commandsToJson(const Journal& jr, uint64_t since) {
-  json a = json::array();
-  for (auto& c : jr.commands) {
-    if (c.seq <= since) continue;
-    a.push_back({{"seq", c.seq},
-                 {"call", c.call},
-                 {"cmd", c.cmd},
-                 {"key", c.key},
-                 {"data", hexBytes(c.data)}});
-  }
-  return a;
+json entryToJson(const CommandLogEntry& c) {
+  return {
+      {"seq", c.seq}, {"call", c.call}, {"cmd", c.cmd}, {"key", c.key}, {"data", hexBytes(c.data)}};
 }
 
 }  // namespace vdev

@@ -16,10 +16,11 @@ bool modelFromJson(const nlohmann::json& j, Model* m, std::string* error);
 
 nlohmann::json interfaceToJson(const Interface& i);
 nlohmann::json hwTablesToJson(const Journal& jr, const ScopeKey* only);
-nlohmann::json relaysToJson(const Journal& jr, uint64_t since);
-nlohmann::json announcementsToJson(const Journal& jr, uint64_t since);
-nlohmann::json anomaliesToJson(const Journal& jr, uint64_t since);
-nlohmann::json commandsToJson(const Journal& jr, uint64_t since);
+// One journal entry as the control socket shows it.
+nlohmann::json entryToJson(const Relay& r);
+nlohmann::json entryToJson(const Announcement& a);
+nlohmann::json entryToJson(const Anomaly& a);
+nlohmann::json entryToJson(const CommandLogEntry& c);
 nlohmann::json scopeToJson(const ScopeKey& s);
 std::string hexBytes(const std::vector<uint8_t>& b);
 std::string addrText(uint8_t family, const std::array<uint8_t, 16>& addr);

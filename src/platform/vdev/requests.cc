@@ -1,13 +1,16 @@
 // Control requests of the virtual device: inspection of the model and the journal, faults, and
 // changes to the model. One JSON object in, one JSON object out; the socket server and in-process
 // tests share this.
+#include <algorithm>
 #include <functional>
+#include <new>
 
 #include "platform/fault.h"
 #include "platform/logging.h"
 #include "platform/vdev/calls.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/decode.h"
+#include "platform/vdev/json_text.h"
 #include "platform/vdev/model_json.h"
 
 namespace vdev {
@@ -15,6 +18,10 @@ namespace vdev {
 using nlohmann::json;
 
 namespace {
+
+// The most one journal answer holds, counted as twice the bytes its entries keep (their bytes
+// travel in hex); the rest comes in further pages.
+constexpr size_t kJournalPageBytes = 4u << 20;
 
 struct RequestError {
   std::string text;
@@ -394,11 +401,29 @@ json hw(const json& req) {
   return {{"ok", true}, {"table", out}};
 }
 
-json journalList(const json& req, const char* name, json (*fn)(const Journal&, uint64_t)) {
+// The entries of a journal log after since, as many as fit in one answer. When some are left
+// over, "more" is true and "last" is the last entry's sequence number, which the client passes as
+// "since" for the next page; otherwise "last" is the journal's latest sequence number.
+template <typename T>
+json journalList(const json& req, const char* name, JournalLog<T> Journal::*log) {
   const uint64_t since = optU64(req, "since");
   Device& d = device();
   std::lock_guard lock(d.mutex);
-  return {{"ok", true}, {name, fn(d.journal, since)}, {"last", d.journal.seq}};
+  const JournalLog<T>& entries = d.journal.*log;
+  auto it = std::partition_point(entries.begin(), entries.end(),
+                                 [&](const T& e) { return e.seq <= since; });
+  json page = json::array();
+  size_t bytes = 0;
+  for (; it != entries.end(); ++it) {
+    // Bytes are shown in hex: an entry's reply text is about twice what it holds.
+    const size_t cost = 2 * entryBytes(*it);
+    if (!page.empty() && bytes + cost > kJournalPageBytes) break;
+    bytes += cost;
+    page.push_back(entryToJson(*it));
+  }
+  const bool more = it != entries.end();
+  const uint64_t last = more ? page.back().at("seq").get<uint64_t>() : d.journal.seq;
+  return {{"ok", true}, {name, std::move(page)}, {"last", last}, {"more", more}};
 }
 
 json logLines(const json& req) {
@@ -436,11 +461,11 @@ const std::map<std::string, Handler>& handlers() {
   static const std::map<std::string, Handler> table = {
       {"show", [](const json&) { return show(); }},
       {"hw", hw},
-      {"relays", [](const json& r) { return journalList(r, "relays", relaysToJson); }},
+      {"relays", [](const json& r) { return journalList(r, "relays", &Journal::relays); }},
       {"announcements",
-       [](const json& r) { return journalList(r, "announcements", announcementsToJson); }},
-      {"anomalies", [](const json& r) { return journalList(r, "anomalies", anomaliesToJson); }},
-      {"commands", [](const json& r) { return journalList(r, "commands", commandsToJson); }},
+       [](const json& r) { return journalList(r, "announcements", &Journal::announcements); }},
+      {"anomalies", [](const json& r) { return journalList(r, "anomalies", &Journal::anomalies); }},
+      {"commands", [](const json& r) { return journalList(r, "commands", &Journal::commands); }},
       {"clear", clearJournal},
       {"log", logLines},
       {"fault.add", faultAdd},
@@ -479,6 +504,9 @@ const std::map<std::string, Handler>& handlers() {
 }  // namespace
 
 json handleRequest(const json& req) {
+  // Nothing a request holds may stop the process: every failure, foreseen or not, is an answer.
+  // Handlers change the model or the journal only as their last step, so an exception before it
+  // leaves both as they were.
   try {
     if (!req.is_object()) return {{"ok", false}, {"error", "a request is a JSON object"}};
     if (!req.contains("op") || !req.at("op").is_string()) {
@@ -492,18 +520,29 @@ json handleRequest(const json& req) {
     return {{"ok", false}, {"error", e.text}};
   } catch (const json::exception& e) {
     return {{"ok", false}, {"error", std::string("bad request: ") + e.what()}};
+  } catch (const std::bad_alloc&) {
+    return {{"ok", false}, {"error", "out of memory"}};
+  } catch (const std::exception& e) {
+    return {{"ok", false}, {"error", std::string("request failed: ") + e.what()}};
   }
 }
 
 std::string handleRequestLine(const std::string& line) {
-  json req;
   try {
-    req = json::parse(line);
-  } catch (const json::parse_error& e) {
-    return json{{"ok", false}, {"error", std::string("not JSON: ") + e.what()}}.dump();
+    json req;
+    JsonTextError err;
+    json reply;
+    if (parseJsonText(line, &req, &err)) {
+      reply = handleRequest(req);
+    } else {
+      reply = {{"ok", false}, {"error", "not JSON: " + err.what}};
+    }
+    // Binary junk in a string must not stop the reply from being written.
+    return reply.dump(-1, ' ', false, json::error_handler_t::replace);
+  } catch (...) {
+    // Only allocation can fail here; this reply needs none beyond the string itself.
+    return R"({"ok":false,"error":"out of memory"})";
   }
-  // Binary junk in a string must not stop the reply from being written.
-  return handleRequest(req).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 }  // namespace vdev

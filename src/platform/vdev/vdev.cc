@@ -4,16 +4,20 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
 #include "platform/fault.h"
 #include "platform/hwil.h"
 #include "platform/vdev/control.h"
+#include "platform/vdev/json_text.h"
 #include "platform/vdev/model_json.h"
 
 namespace vdev {
 
 namespace {
+
+// A device file describes one chassis: a few hundred kilobytes at most. The bound keeps a wrong
+// path (a log, a device node) from being read into memory whole.
+constexpr size_t kMaxDeviceFileBytes = 16u << 20;
 
 // "line L, column C" of a byte offset into text, for parse errors.
 std::string lineColumn(const std::string& text, size_t byte) {
@@ -48,17 +52,30 @@ bool load(const std::string& path, std::string* error) {
     if (error) *error = path + ": cannot read: " + std::strerror(errno);
     return false;
   }
-  std::stringstream ss;
-  ss << in.rdbuf();
-  const std::string text = ss.str();
+  std::string text;
+  char chunk[65536];
+  while (text.size() <= kMaxDeviceFileBytes && in.read(chunk, sizeof chunk).gcount() > 0) {
+    text.append(chunk, static_cast<size_t>(in.gcount()));
+  }
+  if (in.bad()) {
+    if (error) *error = path + ": cannot read: " + std::strerror(errno);
+    return false;
+  }
+  if (text.size() > kMaxDeviceFileBytes) {
+    if (error) {
+      *error = path + ": larger than " + std::to_string(kMaxDeviceFileBytes >> 20) + " MiB";
+    }
+    return false;
+  }
   nlohmann::json j;
-  try {
-    j = nlohmann::json::parse(text);
-  } catch (const nlohmann::json::parse_error& e) {
-    std::string what = e.what();
+  JsonTextError bad;
+  if (!parseJsonText(text, &j, &bad)) {
+    std::string what = bad.what;
     // nlohmann's text repeats the position; keep its last part, which says what was wrong.
     if (auto p = what.find(": syntax error"); p != std::string::npos) what = what.substr(p + 2);
-    if (error) *error = path + ": " + lineColumn(text, e.byte) + ": " + what;
+    if (error) {
+      *error = path + ": " + (bad.byte != 0 ? lineColumn(text, bad.byte) + ": " : "") + what;
+    }
     return false;
   }
   Model m;

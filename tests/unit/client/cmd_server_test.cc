@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -286,6 +287,72 @@ TEST_F(CmdServer, ClientsThatVanishOrSendNoiseLeaveTheServerServing) {
     ASSERT_TRUE(c->sendBytes(wire::encodeRequest(1, getReq(1)), &err));
   }
   EXPECT_EQ(callOnce(99), 100u);
+}
+
+TEST_F(CmdServer, AtTheCapTheLongestIdleConnectionMakesRoomAndIdleOnesExpire) {
+  start();
+  std::vector<std::unique_ptr<aclclient::CmdClient>> held;
+  wire::Response resp;
+  std::string err;
+  for (uint32_t i = 0; i < 64; ++i) {
+    held.push_back(connect());
+    ASSERT_TRUE(held.back()->call(getReq(i), &resp, &err)) << i << ": " << err;
+    silUpTimeAdvanceForTest(1);  // each a different time of last activity
+  }
+  ASSERT_TRUE(held[0]->call(getReq(0), &resp, &err)) << err;  // the first is active again
+  silUpTimeAdvanceForTest(1);
+  EXPECT_EQ(callOnce(100), 101u);
+  uint32_t seq = 0;
+  EXPECT_FALSE(held[1]->readResponse(&seq, &resp, &err)) << "the longest idle was kept";
+  EXPECT_EQ(err, "the server closed the connection");
+  for (size_t i : {0u, 2u, 63u}) EXPECT_TRUE(held[i]->call(getReq(7), &resp, &err)) << i << err;
+  // Idle past the deadline, every connection goes.
+  silUpTimeAdvanceForTest(31 * 1000);
+  EXPECT_FALSE(held[5]->readResponse(&seq, &resp, &err));
+  EXPECT_EQ(err, "the server closed the connection");
+}
+
+TEST_F(CmdServer, WhenEveryConnectionIsBusyANewcomerWaitsForADeadline) {
+  start();
+  const auto frame = wire::encodeRequest(1, getReq(1));
+  std::vector<std::unique_ptr<aclclient::CmdClient>> half;
+  std::string err;
+  wire::Response resp;
+  for (int i = 0; i < 64; ++i) {
+    half.push_back(connect());
+    // A call first makes sure the server has taken the connection.
+    ASSERT_TRUE(half.back()->call(getReq(1), &resp, &err)) << err;
+    ASSERT_TRUE(half.back()->sendBytes(std::span(frame).first(5), &err)) << err;
+  }
+  std::atomic<uint32_t> answer{0};
+  std::thread newcomer([&] { answer = callOnce(41); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(answer, 0u) << "served past the cap while every connection was busy";
+  silUpTimeAdvanceForTest(3000);  // the half frames meet their deadline
+  newcomer.join();
+  EXPECT_EQ(answer, 42u) << "refused instead of waiting";
+}
+
+TEST_F(CmdServer, AClientThatNeverReadsItsAnswersHoldsUpOnlyItself) {
+  start();
+  auto slow = connect();
+  // Far more answers than the socket buffers hold.
+  constexpr int kFrames = 5000;
+  std::vector<uint8_t> burst;
+  for (uint32_t i = 0; i < kFrames; ++i) {
+    const auto f = wire::encodeRequest(i, getReq(i));
+    burst.insert(burst.end(), f.begin(), f.end());
+  }
+  std::thread sender([&] {
+    std::string err;
+    slow->sendBytes(burst, &err);  // blocks once the server stops reading, until dropped
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  for (uint32_t k = 0; k < 3; ++k) EXPECT_EQ(callOnce(k), k + 1);
+  silUpTimeAdvanceForTest(3000);  // its answer is not taken in time
+  sender.join();
+  EXPECT_LT(gCalls, kFrames + 3);
+  EXPECT_EQ(callOnce(9), 10u);
 }
 
 }  // namespace

@@ -1,0 +1,180 @@
+// Input the device must refuse with an answer instead of an exception: request lines and device
+// files that once stopped the process, and a journal flooded with large entries.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "client/dev_client.h"
+#include "platform/hwil.h"
+#include "platform/proc.h"
+#include "platform/sil.h"
+#include "platform/vdev/control.h"
+#include "platform/vdev/json_text.h"
+#include "platform/vdev/model.h"
+#include "platform/vdev/vdev.h"
+#include "support/run_dir.h"
+
+namespace {
+
+using nlohmann::json;
+
+std::string nested(size_t depth, const std::string& open = "[", const std::string& close = "]") {
+  std::string s;
+  for (size_t i = 0; i < depth; ++i) s += open;
+  for (size_t i = 0; i < depth; ++i) s += close;
+  return s;
+}
+
+class HostileInput : public ::testing::Test {
+ protected:
+  void SetUp() override { vdev::resetForTest(); }
+  void TearDown() override {
+    plat::stopAllTasksForTest();
+    vdev::resetForTest();
+  }
+};
+
+TEST_F(HostileInput, EveryBadLineGetsOneErrorLineAndTheDeviceStays) {
+  struct Case {
+    const char* name;
+    std::string line;
+    const char* error;  // a part of the error text
+  };
+  const std::string deepModel = R"({"op":"model.load","model":)" + nested(70, "{\"a\":", "}") + "}";
+  const Case cases[] = {
+      {"invalid UTF-8 outside a string", "\xff\xfe{\"op\":\"show\"}", "not JSON"},
+      {"invalid UTF-8 inside a string", "{\"op\":\"sh\xc3\x28ow\"}", "not JSON"},
+      {"number overflow", R"({"op":"show","x":1e400})", "number overflow"},
+      {"100,000 levels of arrays", nested(100000), "nesting deeper than 64 levels"},
+      {"100,000 unclosed levels", std::string(100000, '['), "nesting deeper than 64 levels"},
+      {"deep model for model.load", deepModel, "nesting deeper than 64 levels"},
+      {"deepest accepted nesting", nested(vdev::kMaxJsonDepth), "a request is a JSON object"},
+      {"wrong type for a text field", R"({"op":"clear","what":5})", "bad request"},
+      {"fraction where a number is due", R"({"op":"relays","since":1.5})", "non-negative"},
+      {"op with a NUL and the last code point", "{\"op\":\"\\u0000\\udbff\\udfff\"}", "unknown op"},
+  };
+  for (const Case& c : cases) {
+    const std::string reply = vdev::handleRequestLine(c.line);
+    // The reply is strict JSON (parse throws otherwise) on one line.
+    EXPECT_EQ(reply.find('\n'), std::string::npos) << c.name;
+    const json r = json::parse(reply);
+    EXPECT_EQ(r["ok"], false) << c.name;
+    EXPECT_NE(r.value("error", "").find(c.error), std::string::npos) << c.name << ": " << reply;
+  }
+  EXPECT_EQ(zorSelfSlotIndex(), 1u);
+  EXPECT_TRUE(json::parse(vdev::handleRequestLine(R"({"op":"show"})"))["ok"]);
+}
+
+TEST_F(HostileInput, DeviceFilesThatCannotBeReadAsJsonAreRefusedWithTheirPlace) {
+  test::TempRunDir dir;
+  struct Case {
+    std::string text;
+    const char* error;
+  };
+  const Case cases[] = {
+      {nested(100000), ": line 1, column 65: nesting deeper than 64 levels"},
+      {"{\n \"self\": 1e400}", "number overflow"},
+      {"{\n\n \"self\": \"\xff\"}", ": line 3, column"},
+  };
+  for (const Case& c : cases) {
+    const std::string path = dir.path() + "/device.json";
+    std::ofstream(path) << c.text;
+    std::string error;
+    EXPECT_FALSE(vdev::load(path, &error));
+    EXPECT_NE(error.find(c.error), std::string::npos) << error;
+    EXPECT_EQ(error.find('\xff'), std::string::npos) << "input bytes quoted as they came";
+  }
+}
+
+TEST_F(HostileInput, IdleDeviceConnectionsAreClosedAndUnfinishedLinesMeetTheirDeadline) {
+  test::TempRunDir dir;
+  ASSERT_EQ(vdev::serve(), 0);
+  const std::string path = dir.path() + "/acldev.socket";
+  auto open = [&](const char* send) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::strcpy(a.sun_path, path.c_str());
+    EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    timeval tv{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    EXPECT_EQ(::write(fd, send, std::strlen(send)), ssize_t(std::strlen(send)));
+    return fd;
+  };
+  const int idle = open(""), half = open("{\"op\":");
+  json reply;
+  std::string err;
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+  silUpTimeAdvanceForTest(6 * 1000);  // past the line deadline, short of the idle one
+  char c;
+  EXPECT_EQ(::read(half, &c, 1), 0) << "the unfinished line was kept";
+  silUpTimeAdvanceForTest(30 * 1000);
+  EXPECT_EQ(::read(idle, &c, 1), 0) << "the idle connection was kept";
+  ::close(idle);
+  ::close(half);
+  EXPECT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+}
+
+vdev::Relay bigRelay(uint64_t seq) {
+  vdev::Relay r;
+  r.seq = seq;
+  r.options.assign(64, 0);
+  r.data.assign(4096, 0xAB);
+  return r;
+}
+
+TEST(JournalLog, KeepsItsNewestEntriesWithinItsByteBound) {
+  vdev::JournalLog<vdev::Relay> log;
+  const size_t flood = 2 * vdev::kJournalBytes / vdev::entryBytes(bigRelay(0));
+  for (uint64_t seq = 1; seq <= flood; ++seq) {
+    log.push(bigRelay(seq));
+    ASSERT_LE(log.bytes(), vdev::kJournalBytes) << "after " << seq;
+  }
+  EXPECT_GE(log.bytes(), vdev::kJournalBytes / 2) << "far more dropped than needed";
+  EXPECT_EQ(log.back().seq, flood);
+  // What is left is one unbroken run ending at the newest.
+  EXPECT_EQ(log[0].seq, flood - log.size() + 1);
+  size_t total = 0;
+  for (const auto& r : log) total += vdev::entryBytes(r);
+  EXPECT_EQ(total, log.bytes());
+  log.clear();
+  EXPECT_EQ(log.bytes(), 0u);
+}
+
+TEST_F(HostileInput, LargeJournalListsComeInPagesThatJoinUp) {
+  constexpr uint64_t kRelays = 2500;  // about 10 MiB kept, more than twice one page
+  {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    for (uint64_t i = 0; i < kRelays; ++i) {
+      vdev::journalPush(d.journal.relays, bigRelay(++d.journal.seq));
+    }
+  }
+  uint64_t since = 0, next = 1;
+  int pages = 0;
+  for (bool more = true; more; ++pages) {
+    const std::string line =
+        vdev::handleRequestLine(json{{"op", "relays"}, {"since", since}}.dump());
+    EXPECT_LT(line.size(), 9u << 20) << "page " << pages;
+    const json r = json::parse(line);
+    ASSERT_TRUE(r["ok"]) << line.substr(0, 200);
+    ASSERT_FALSE(r["relays"].empty());
+    for (const auto& e : r["relays"]) EXPECT_EQ(e["seq"], next++);
+    more = r["more"].get<bool>();
+    since = r["last"].get<uint64_t>();
+    if (more) {
+      EXPECT_EQ(since, next - 1);
+    }
+    ASSERT_LT(pages, 10);
+  }
+  EXPECT_EQ(next, kRelays + 1);
+  EXPECT_EQ(since, kRelays);
+  EXPECT_GE(pages, 3);
+}
+
+}  // namespace
