@@ -25,3 +25,14 @@ void aclSlotEntrySelfAdd();
 
 // The record that holds slotList node n.
 AclSlotEntry* aclSlotFromLinks(SilDlNode* n);
+
+// Slot accounting of a binding (the ledger's check and charge). The check comes before anything
+// reaches the hardware; the charge (op 1 add, 2 delete) after the hardware took the change and
+// before the bind tree is changed, so it sees the binding being added as not yet counted and the
+// one being removed as still counted.
+constexpr uint32_t ACL_SLOT_OP_ADD = 1;
+constexpr uint32_t ACL_SLOT_OP_DEL = 2;
+int32_t aclSlotSubRuleNumCheck(uint32_t ifIndex, uint32_t oldCount, uint32_t listIdx,
+                               uint32_t newCount, uint8_t dir);
+int32_t aclSlotSubRuleNumUpdate(uint32_t ifIndex, uint32_t listIdx, uint32_t count, uint8_t dir,
+                                uint32_t op);

@@ -51,3 +51,5 @@ constexpr int32_t ACL_ERR_ACTION_FORWARD = 0x03EA0043;
 constexpr int32_t ACL_ERR_MULTI_REDIRECT = 0x03EA0044;
 constexpr int32_t ACL_ERR_ACTION_MIRROR = 0x03EA0045;
 constexpr int32_t ACL_ERR_RULE_ACTIVE = 0x03EA0046;
+// An Ethernet sub-interface may not bind lists while "acl.ethsubifenable" is off.
+constexpr int32_t ACL_ERR_SUBIF_NOT_ALLOWED = 0x03EA004C;
