@@ -9,16 +9,16 @@
 constexpr uint32_t ACL_LOG_TAG_BASE = 0x3EA0000;  // 1002 is the ACL module's log number
 
 enum AclLogClass : uint32_t {
-  ACL_LOG_GLOBAL = 0,    // global binding, notifications, acl sync, time ranges, event task
-  ACL_LOG_IF = 1,        // interface and GEM port binding, aggregation
-  ACL_LOG_STATS = 2,     // statistics
-  ACL_LOG_RULE = 3,      // rule store
-  ACL_LOG_DEV = 4,       // hardware record dumps
-  ACL_LOG_API = 5,       // configuration API
-  ACL_LOG_COUNTER = 6,   // counter module (its own flag)
-  ACL_LOG_METER = 7,     // meter module (its own flag)
-  ACL_LOG_WORKMODE = 8,  // work mode, per-interface hardware update, dynamic rule set
-  ACL_LOG_OPER = 12,     // operational log
+  ACL_LOG_GLOBAL = 0,     // global binding, notifications, acl sync, time ranges, event task
+  ACL_LOG_IF = 1,         // interface and GEM port binding, aggregation
+  ACL_LOG_STATS = 2,      // statistics
+  ACL_LOG_RULE = 3,       // rule store
+  ACL_LOG_DEV = 4,        // hardware record dumps
+  ACL_LOG_API = 5,        // configuration API
+  ACL_LOG_COUNTER = 6,    // counter module (its own flag)
+  ACL_LOG_METER = 7,      // meter module (its own flag)
+  ACL_LOG_WORKMODE = 8,   // work mode, per-interface hardware update, dynamic rule set
+  ACL_LOG_OPER = 12,      // operational log
 };
 
 // Multi-line dump styles: first line, further lines, closing line.
@@ -30,29 +30,20 @@ constexpr uint32_t ACL_LOG_STYLE_LAST = 25;
 constexpr uint32_t ACL_DEBUG_STARTUP = 0x100;  // guard of the start-up error; set after start-up
 
 // Priority of each class.
-constexpr std::array<uint8_t, 17> gAclDebugPri = {7, 7, 7, 7, 7, 7, 7, 7, 5,
-                                                  5, 5, 5, 5, 5, 5, 5, 5};
+constexpr std::array<uint8_t, 17> gAclDebugPri = {7, 7, 7, 7, 7, 7, 7, 7, 5, 5, 5, 5, 5, 5, 5, 5, 5};
 
 // The debugFlags bit that guards each class; 0 for classes with no bit of their own (the meter
 // and counter modules guard with their own flags, the operational log is unguarded).
 constexpr uint32_t aclLogGuard(uint32_t cls) {
   switch (cls) {
-    case ACL_LOG_GLOBAL:
-      return 0x01;
-    case ACL_LOG_IF:
-      return 0x02;
-    case ACL_LOG_STATS:
-      return 0x08;
-    case ACL_LOG_RULE:
-      return 0x10;
-    case ACL_LOG_DEV:
-      return 0x20;
-    case ACL_LOG_API:
-      return 0x04;
-    case ACL_LOG_WORKMODE:
-      return 0x02;
-    default:
-      return 0;
+    case ACL_LOG_GLOBAL: return 0x01;
+    case ACL_LOG_IF: return 0x02;
+    case ACL_LOG_STATS: return 0x08;
+    case ACL_LOG_RULE: return 0x10;
+    case ACL_LOG_DEV: return 0x20;
+    case ACL_LOG_API: return 0x04;
+    case ACL_LOG_WORKMODE: return 0x02;
+    default: return 0;
   }
 }
 
