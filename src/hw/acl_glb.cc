@@ -33,11 +33,8 @@ void bufferFailed(const AclListEntry* list, bool tlv) {
   }
 }
 
-void statsFailed(const AclListEntry* list) {
-  aclDebug(ACL_LOG_GLOBAL,
-           "ACL global [global add] error. (Reason=[filter-list %d malloc stats entry error])\r\n",
-           lst(list));
-}
+constexpr const char* kStatsFailed =
+    "ACL global [global add] error. (Reason=[filter-list %d malloc stats entry error])\r\n";
 
 void transFailedLog(const AclRuleEntry* r) {
   aclDebug(ACL_LOG_GLOBAL,
@@ -71,11 +68,19 @@ int32_t listChecks(AclListEntry* list) {
   return aclRuleStatusCheck(list);
 }
 
-// Takes out what this install put in, from the failing rule down. The list's refCnt does not
-// count this binding yet, so it is the last one (and gives back its next-hop registrations) when
-// no other binding holds the list.
-void rollback(AclListEntry* list, uint32_t ruleIdx, uint32_t dir, const uint8_t* target) {
-  delpart(list, ruleIdx, dir, target, DelpartMode{true, "global del", 0});
+// Takes out what this install put in, from the failing rule down (the failing rule itself only
+// when it was sent), with the statistics records the install created. The list's refCnt does
+// not count this binding yet, so it is the last one (and gives back its next-hop registrations)
+// when no other binding holds the list.
+void rollback(AclListEntry* list, const AclRuleEntry* failed, bool sent, uint32_t dir,
+              const uint8_t* target, const AclBindStats& stats) {
+  delpart(list, failed->ruleIdx, dir, target, DelpartMode{true, "global del", 0, &stats, sent});
+}
+
+// The hardware-only install's rollback: the next-hop registrations are not its own.
+void hwRollback(AclListEntry* list, const AclRuleEntry* failed, bool sent, uint32_t dir,
+                const AclBindStats& stats) {
+  delpart(list, failed->ruleIdx, dir, nullptr, DelpartMode{false, "global del", 1, &stats, sent});
 }
 
 AclRuleEntry* firstRule(AclListEntry* list) {
@@ -101,6 +106,7 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
     return -1;
   }
 
+  const AclBindStats stats;
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (!statusValid(r)) continue;
     r->priority = priorityFor(type, r->ruleIdx);
@@ -108,7 +114,7 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
     // Next hops are registered before the time-range and VRF tests, so a rule that is off now is
     // already tracked when it comes on.
     if (nextHopRegister(r, block) != 0) {
-      rollback(list, r->ruleIdx, dir, target);
+      rollback(list, r, false, dir, target, stats);
       return CMN_ERR_NO_RESOURCE;
     }
     if (!nextHopsReady(r, block)) {
@@ -116,9 +122,9 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
       continue;
     }
     if (timeRangeOff(r) || hasVrf(r)) continue;
-    if (hasAction(r, RULE_ACTION_AWARE) && !statsAdd(r, dir)) {
-      statsFailed(list);
-      return checked;
+    if (hasAction(r, RULE_ACTION_AWARE) && !stats.takeRule(r->lstIdx, r->ruleIdx, dir)) {
+      return stats.refuse(ACL_LOG_GLOBAL, kStatsFailed, list->lstIdx,
+                          [&] { rollback(list, r, false, dir, target, stats); });
     }
     bool transFailed = false;
     const int32_t ret = sendRule(buf, r, list, dir, target, false, true, &transFailed);
@@ -132,7 +138,7 @@ int32_t aclGlbAdd(AclListEntry* list, uint32_t dir, const uint8_t* target, uint3
         continue;
       }
     }
-    rollback(list, r->ruleIdx, dir, target);
+    rollback(list, r, !transFailed, dir, target, stats);
     return ret;
   }
   selfLine(list, dir);
@@ -149,19 +155,30 @@ int32_t aclGlbRuleAddOne(AclListEntry* list, AclRuleEntry* rule, uint32_t dir, u
   if (!statusValid(rule)) return -1;
   rule->priority = priorityFor(type, rule->ruleIdx);
   const ParamBlock block = paramBlock(rule);
-  if (const int32_t ret = nextHopRegister(rule, block); ret != 0) return ret;
+  // A rule that held no next hop before holds only what this call registers; a refusal gives
+  // that back. Otherwise the registrations belong to the list's bindings.
+  const bool registersOwn = rule->nhNum == 0;
+  auto releaseOwn = [&] {
+    if (registersOwn) nextHopRelease(rule, true, block);
+  };
+  if (const int32_t ret = nextHopRegister(rule, block); ret != 0) {
+    releaseOwn();
+    return ret;
+  }
   if (!nextHopsReady(rule, block)) {
     nextHopNotReadyLog(rule, block);
     return -1;
   }
   if (timeRangeOff(rule) || hasVrf(rule)) return -1;
-  if (hasAction(rule, RULE_ACTION_AWARE) && !statsAdd(rule, dir)) {
-    statsFailed(list);
-    return -1;
+  const AclBindStats stats;
+  if (hasAction(rule, RULE_ACTION_AWARE) && !stats.takeRule(rule->lstIdx, rule->ruleIdx, dir)) {
+    return stats.refuse(ACL_LOG_GLOBAL, kStatsFailed, list->lstIdx, releaseOwn);
   }
   Buffer buf(gaclGrp.tlvEnable == 1);
   if (!buf.ok()) {
     bufferFailed(list, buf.tlv());
+    stats.giveBackRule(rule->lstIdx, rule->ruleIdx, dir);
+    releaseOwn();
     return -1;
   }
   bool transFailed = false;
@@ -172,8 +189,14 @@ int32_t aclGlbRuleAddOne(AclListEntry* list, AclRuleEntry* rule, uint32_t dir, u
       transFailedLog(rule);
     } else {
       installFailedLog(rule, dir);
-      if (hasNextHopAction(rule)) armNextHopRetry(list);
+      // The retry puts the rule in with its list; until then it keeps what it holds.
+      if (hasNextHopAction(rule)) {
+        armNextHopRetry(list);
+        return ret;
+      }
     }
+    stats.giveBackRule(rule->lstIdx, rule->ruleIdx, dir);
+    releaseOwn();
     return ret;
   }
   aclDebug(ACL_LOG_GLOBAL,
@@ -200,7 +223,7 @@ int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
   }
   // Only the hardware is touched: the next-hop registrations stay as the bindings made them, also
   // when a failure rolls the list back.
-  const DelpartMode hwRollback{false, "global del"};
+  const AclBindStats stats;
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (!statusValid(r)) continue;
     r->priority = priorityFor(type, r->ruleIdx);
@@ -211,9 +234,9 @@ int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
                static_cast<int>(r->lstIdx), r->ruleIdx);
       continue;
     }
-    if (hasAction(r, RULE_ACTION_AWARE) && !statsAdd(r, dir)) {
-      statsFailed(list);
-      return checked;
+    if (hasAction(r, RULE_ACTION_AWARE) && !stats.takeRule(r->lstIdx, r->ruleIdx, dir)) {
+      return stats.refuse(ACL_LOG_GLOBAL, kStatsFailed, list->lstIdx,
+                          [&] { hwRollback(list, r, false, dir, stats); });
     }
     if (timeRangeOff(r) || hasVrf(r)) continue;
     bool transFailed = false;
@@ -224,7 +247,7 @@ int32_t aclGlbHwAdd(uint32_t lstIdx, uint32_t dir, uint32_t type) {
     } else {
       installFailedLog(r, dir);
     }
-    delpart(list, r->ruleIdx, dir, nullptr, hwRollback);
+    hwRollback(list, r, !transFailed, dir, stats);
     return ret;
   }
   selfLine(list, dir);

@@ -59,6 +59,12 @@ int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const ui
     bufferFailed(mode.op, list->lstIdx, buf.tlv());
     return -1;
   }
+  const AclBindStats* rollbackOf = mode.rollbackOf;
+  // A removal gives back the record of each rule it takes out; a rollback only those the install
+  // created, and also for rules it passes over (a record may precede the time-range test).
+  auto giveBack = [&](const AclRuleEntry* r) {
+    if (rollbackOf != nullptr) rollbackOf->giveBackRule(r->lstIdx, r->ruleIdx, dir);
+  };
   for (auto* r = static_cast<AclRuleEntry*>(avl_last(&list->ruleTree)); r != nullptr;
        r = static_cast<AclRuleEntry*>(avl_prev(&list->ruleTree, r))) {
     if (!statusValid(r) || (lastRuleIdx != 0 && r->ruleIdx > lastRuleIdx)) continue;
@@ -72,13 +78,18 @@ int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const ui
     if (mode.releaseNextHops) {
       nextHopRelease(r, list->refCnt == mode.lastBindingRefCnt, block);
     }
-    if (timeRangeOff(r) || hasVrf(r)) continue;
+    const bool failedRule = rollbackOf != nullptr && r->ruleIdx == lastRuleIdx;
+    if ((failedRule && !mode.boundRuleSent) || timeRangeOff(r) || hasVrf(r)) {
+      giveBack(r);
+      continue;
+    }
     if (!installed) {
       if (!mode.releaseNextHops) {
         aclDebug(ACL_LOG_GLOBAL,
                  "ACL interface [global hw del] info = [filter %d/%u arp not learn, continue.]\r\n",
                  static_cast<int>(r->lstIdx), r->ruleIdx);
       }
+      giveBack(r);
       continue;
     }
     bool transFailed = false;
@@ -89,9 +100,16 @@ int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const ui
       } else {
         removeFailedLog(mode.op, r, dir);
       }
+      // The rule whose install was refused is not counted in the hardware; the rules below it
+      // stay installed and keep their records.
+      if (failedRule) giveBack(r);
       return ret;
     }
-    statsRelease(mode.op, r, dir);
+    if (rollbackOf != nullptr) {
+      giveBack(r);
+    } else {
+      statsRelease(mode.op, r, dir);
+    }
   }
   selfLine(mode.op, list, dir);
   return 0;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "hw/acl_bind_stats.h"
 #include "hw/acl_dev_trans.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
@@ -78,8 +79,6 @@ void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block,
 void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block,
                     const NhScope& scope = kNhGlobal);
 
-// Creates and links the statistics record of a counted rule. False when the pool is exhausted.
-bool statsAdd(const AclRuleEntry* r, uint32_t dir);
 // Unlinks and frees the rule's statistics record; false when there was none.
 bool statsDel(const AclRuleEntry* r, uint32_t dir);
 
@@ -88,13 +87,21 @@ bool statsDel(const AclRuleEntry* r, uint32_t dir);
 int32_t sendRule(Buffer& buf, AclRuleEntry* r, const AclListEntry* list, uint32_t dir,
                  const uint8_t* target, bool remove, bool recordActiveNum, bool* transFailed);
 
-// The removal walk behind aclGlbDelpart and aclGlbHwDelpart.
+// The removal walk behind aclGlbDelpart and aclGlbHwDelpart, and the rollback of a refused
+// install.
 struct DelpartMode {
   bool releaseNextHops;
   const char* op;  // "global del" or "global hw del"
   // The list's refCnt when the binding being removed is its last: 1 when a made binding is
   // removed, 0 when an install that has not counted yet rolls back.
   int32_t lastBindingRefCnt = 1;
+  // Set when an install rolls back: only the statistics records it created go back (a removal
+  // gives back the record of every rule it takes out).
+  const AclBindStats* rollbackOf = nullptr;
+  // Rolling back: whether the rule at the bound reached the hardware at all. A rule the hardware
+  // refused may be half there and its removal is attempted; a rule that was never sent (its
+  // record, its translation or its next hops could not be had) is only passed over.
+  bool boundRuleSent = true;
 };
 int32_t delpart(AclListEntry* list, uint32_t lastRuleIdx, uint32_t dir, const uint8_t* target,
                 const DelpartMode& mode);

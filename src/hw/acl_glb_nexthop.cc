@@ -209,18 +209,6 @@ void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block,
   }
 }
 
-bool statsAdd(const AclRuleEntry* r, uint32_t dir) {
-  AclStatsEntry* s = aclStatsMalloc();
-  if (s == nullptr) return false;
-  s->lstIdx = r->lstIdx;
-  s->ruleIdx = r->ruleIdx;
-  s->dir = static_cast<int8_t>(dir);
-  aclStatsAdd(s);
-  // The rule already has its record (the list is bound twice in this direction): keep that one.
-  if (s->inList == 0) aclStatsFree(s);
-  return true;
-}
-
 bool statsDel(const AclRuleEntry* r, uint32_t dir) {
   const AclStatsIndex index{r->lstIdx, r->ruleIdx, 0, static_cast<uint16_t>(dir)};
   AclStatsEntry* s = aclStatsGetEntry(index);

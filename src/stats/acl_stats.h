@@ -34,6 +34,9 @@ struct AclStatsEntry {
   int8_t dir;
   uint64_t p1, b1, p2, b2, p3, p4, b3, b4;
   uint32_t refCnt;
+  // The binding operation that created the record (hw/acl_bind_stats.h), so that a refused
+  // binding gives back its own records and none that another binding shares; 0 for none.
+  uint32_t bindOp;
 };
 static_assert(sizeof(AclStatsEntry) <= ACL_STATS_ENTRY_SIZE, "statistics record outgrew its entry");
 

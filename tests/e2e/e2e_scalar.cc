@@ -120,4 +120,39 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
   run({"debug", "set", "lots"}, 2);
 }
 
+// A daemon whose statistics pool (acl.maxgrulenum) holds four records.
+class SmallStatsPoolE2e : public ScalarE2e {
+ protected:
+  void SetUp() override {
+    AclProcessOptions o;
+    o.opts = {{"acl.maxgrulenum", "4"}};
+    acl_ = AclProcess::start(o);
+    ASSERT_NE(acl_, nullptr);
+  }
+};
+
+TEST_F(SmallStatsPoolE2e, BindingTooBigForTheStatisticsPoolIsRefusedAndChangesNothing) {
+  makeList(1001, 3);
+  for (uint32_t r = 1; r <= 3; ++r) {
+    // Counted rules (action AWARE) need a statistics record per binding direction.
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "57", "u32:3"})["ret"], 0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "53", "d:4000000000000000"})["ret"],
+              0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "57", "u32:1"})["ret"], 0);
+  }
+  ASSERT_EQ(scalarSet(29, 1001)["ret"], 0);  // outIpv4Acl: three of the four records
+  const json table = run({"dev", "hw", "--scope", "global"})["table"];
+  ASSERT_EQ(table["entries"].size(), 3u) << table.dump();
+
+  EXPECT_EQ(scalarSet(28, 1001)["ret_hex"], "0x03E80001");  // CMN_ERR_NO_RESOURCE
+  EXPECT_EQ(run({"dev", "hw", "--scope", "global"})["table"], table);
+  EXPECT_EQ(scalarGet(28), 0u);
+  EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 1);
+  // Unbinding answers as for a slot that was never bound, and removes nothing.
+  EXPECT_EQ(scalarSet(28, 0)["ret_hex"], "0x03EA0041");
+  EXPECT_TRUE(run({"dev", "anomalies"})["anomalies"].empty());
+  EXPECT_EQ(run({"dev", "hw", "--scope", "global"})["table"], table);
+  EXPECT_TRUE(acl_->alive());
+}
+
 }  // namespace

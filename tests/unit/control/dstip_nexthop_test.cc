@@ -163,6 +163,37 @@ TEST_F(NextHopTest, ListAddRetriesEveryTwoSecondsUntilItSucceeds) {
   EXPECT_FALSE(retryArmed(l));
 }
 
+// A re-installation that cannot have a statistics record for a rule whose next hop just resolved
+// is refused like a binding: that binding is out of the hardware with no record left for it until
+// the retry puts the whole list back.
+TEST_F(NextHopTest, ReinstallWithoutARecordRollsBackAndRetries) {
+  list(1001);
+  counted(validRule(1001, 1));
+  AclRuleEntry* r = validRule(1001, 2);
+  counted(r);
+  nextHop(r, "198.51.100.1");
+  AclListEntry* l = bind();
+  ASSERT_EQ(global(), (HwView{{{1001, 1, kIn}, 8193}}));
+  const uint32_t before = used(gaclGrp.statsPool);
+  plat::FaultRule f;
+  f.call = "silMemPoolAlloc";
+  f.name = "acl_stats";
+  f.skip = 1;  // rule 1 has its record again, rule 2 cannot have one
+  plat::faultAdd(f);
+
+  const Bytes hop = ip4("198.51.100.1");
+  neighbour(hop, true);
+  report(hop);
+  EXPECT_TRUE(global().empty());
+  EXPECT_EQ(used(gaclGrp.statsPool), before - 1);
+  ASSERT_TRUE(retryArmed(l));
+
+  EXPECT_EQ(runTimers(ACL_NEXTHOP_RETRY_MS), 1);
+  EXPECT_EQ(global(), (HwView{{{1001, 1, kIn}, 8193}, {{1001, 2, kIn}, 8194}}));
+  EXPECT_EQ(used(gaclGrp.statsPool), before + 1);
+  EXPECT_FALSE(retryArmed(l));
+}
+
 TEST_F(NextHopTest, ListAddStopsWhenTheRemovalFails) {
   list(1001);
   validRule(1001, 1);

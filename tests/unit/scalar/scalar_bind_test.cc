@@ -3,11 +3,17 @@
 // and the second relay after a failure.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <map>
+#include <tuple>
 #include <vector>
 
 #include "api/acl_scalar_bind.h"
 #include "main/acl_group.h"
+#include "stats/acl_stats.h"
 #include "unit/scalar/scalar_fixture.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
 
 namespace {
 
@@ -25,6 +31,33 @@ class ScalarBind : public ScalarTest {
     f.rule = rule;
     f.result = result;
     plat::faultAdd(f);
+  }
+  // A list of counted rules (action AWARE), each matching one ToS value.
+  static void countedList(uint32_t lstIdx, std::vector<uint32_t> rules) {
+    ASSERT_EQ(test::callValue(aclLstSetApi, lstIdx, 9, 2), 0);
+    for (uint32_t r : rules) {
+      std::array<uint8_t, 12> key{};
+      be::store32(key, 0, lstIdx);
+      be::store32(key, 4, r);
+      const auto k = reinterpret_cast<uintptr_t>(key.data());
+      ASSERT_EQ(test::callValue(aclRuleSetApi, k, 57, 2), 0);
+      ASSERT_EQ(test::callValue(aclRuleSetApi, k, 19, 8 + r), 0);
+      test::Desc aware(ACL_ACTION_BITS_LEN);
+      aclBitSet(aware.data, RULE_ACTION_AWARE);
+      ASSERT_EQ(aclRuleSetApi(k, 53, aware.addr()), 0);
+      ASSERT_EQ(test::callValue(aclRuleSetApi, k, 57, 1), 0);
+    }
+  }
+  // The whole global table: every entry with what it was installed with.
+  static std::map<std::tuple<uint32_t, uint32_t, uint32_t>, std::vector<uint8_t>> globalTable() {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    std::map<std::tuple<uint32_t, uint32_t, uint32_t>, std::vector<uint8_t>> out;
+    for (const auto& [scope, t] : d.journal.hw) {
+      if (scope.scope != 0) continue;
+      for (const auto& [k, e] : t.entries) out[k] = e.data;
+    }
+    return out;
   }
   static std::vector<uint8_t> word(uint32_t v) {
     std::vector<uint8_t> w(4);
@@ -183,6 +216,61 @@ TEST_F(ScalarBind, GenericSwitchFailures) {
   EXPECT_EQ(relays().back().data, word(0));
   ASSERT_EQ(set(7, 1), 0);
   EXPECT_EQ(globalHw(), (std::vector<HwRule>{{1500, 1, 1, 8193}}));
+}
+
+// A binding the statistics pool cannot hold is refused with CMN_ERR_NO_RESOURCE and leaves the
+// hardware, the slot, the reference counts and the pool as they were; a slot that was replacing
+// a list gets the previous one back, and unbinding afterwards answers as if the refused binding
+// had never been asked for.
+TEST_F(ScalarBind, BindingWithoutRoomForItsRecordsIsRefusedWhole) {
+  struct Case {
+    const char* name;
+    uint32_t bindCmd;      // 28 (inIpv4Acl), or 6 (generic in switch, list from set 8)
+    uint32_t previous;     // list bound there before, 0 for none
+    uint32_t room;         // free records when the binding starts
+    int32_t unbindAnswer;  // of the unbinding afterwards
+  };
+  const Case cases[] = {
+      {"empty slot", 28, 0, 2, ACL_ERR_LIST_NOT_EXIST},
+      {"slot replacing a list", 28, 1001, 0, 0},
+      {"generic switch", 6, 0, 3, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    start({{"acl.maxgrulenum", "16"}});
+    countedList(1001, {1, 2});
+    countedList(1002, {1, 2, 3, 4});
+    if (c.previous != 0) {
+      ASSERT_EQ(set(c.bindCmd, c.previous), 0);
+    }
+    std::vector<AclStatsEntry*> held;
+    SilMemPoolInfo pool{};
+    while (silMemPoolInfoGet(gaclGrp.statsPool, &pool) && pool.entries - pool.used > c.room) {
+      held.push_back(aclStatsMalloc());
+    }
+    const auto table = globalTable();
+    const uint32_t statsUsed = pool.used;
+    const uint32_t slot = get(c.bindCmd == 6 ? 8 : c.bindCmd);
+
+    if (c.bindCmd == 6) {
+      ASSERT_EQ(set(8, 1002), 0);
+    }
+    EXPECT_EQ(set(c.bindCmd, c.bindCmd == 6 ? 1 : 1002), CMN_ERR_NO_RESOURCE);
+    EXPECT_EQ(globalTable(), table);
+    EXPECT_EQ(used(gaclGrp.statsPool), statsUsed);
+    EXPECT_EQ(refCnt(1001), c.previous == 1001 ? 1 : 0);
+    EXPECT_EQ(refCnt(1002), 0);
+    if (c.bindCmd == 6) {
+      EXPECT_EQ(get(6), 0u);
+    } else {
+      EXPECT_EQ(get(c.bindCmd), slot);
+    }
+
+    EXPECT_EQ(set(c.bindCmd, 0), c.unbindAnswer);
+    EXPECT_TRUE(globalHw().empty());
+    EXPECT_EQ(anomalies(), 0u);
+    for (AclStatsEntry* e : held) aclStatsFree(e);
+  }
 }
 
 }  // namespace
