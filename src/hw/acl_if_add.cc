@@ -64,10 +64,11 @@ const char* ownerName(uint8_t owner) {
 }
 
 // A counted rule needs a statistics record for this binding; pre-stage bindings have no counters.
-int32_t statsFor(const AclRuleEntry* r, const AclListEntry* list, const Binding& b) {
+int32_t statsFor(const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
+                 const AclBindStats& stats) {
   if (!hasAction(r, RULE_ACTION_AWARE)) return 0;
   if (aclBindKindIsVfp(b.kind)) return CMN_ERR_NOT_SUPPORTED;
-  if (!statsTake(r, list, b)) {
+  if (!statsTake(r, list, b, stats)) {
     statsFailed(list->lstIdx);
     return CMN_ERR_NO_RESOURCE;
   }
@@ -115,6 +116,7 @@ int32_t aclIfAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclListEntr
 
   const Binding b = binding(ifIndex, onuId, gemPort, dir, kind);
   const Send how{false, target, false, true};
+  const AclBindStats stats;
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (!statusValid(r)) continue;
     r->priority = b.priority(r->ruleIdx);
@@ -122,7 +124,7 @@ int32_t aclIfAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclListEntr
     if (nextHopRegister(r, block, kNhIf) != 0) {
       // What this rule registered before the refusal goes back with the rules before it.
       nextHopRelease(r, list->refCnt == 0, block, kNhIf);
-      rollback(list, previousRuleIdx(list, r), 0, b, target, true);
+      rollback(list, previousRuleIdx(list, r), 0, b, target, &stats);
       return CMN_ERR_NO_RESOURCE;
     }
     if (!nextHopsReady(r, block)) {
@@ -132,8 +134,8 @@ int32_t aclIfAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclListEntr
     if (timeRangeOff(r) || hasVrf(r)) continue;
     // Neither a refused counted rule nor one without a statistics record reaches the hardware:
     // the binding would count nothing while it says it does.
-    if (const int32_t ret = statsFor(r, list, b); ret != 0) {
-      rollback(list, previousRuleIdx(list, r), 0, b, target, true);
+    if (const int32_t ret = statsFor(r, list, b, stats); ret != 0) {
+      rollback(list, previousRuleIdx(list, r), 0, b, target, &stats);
       return ret;
     }
     bool transFailed = false;
@@ -163,7 +165,7 @@ int32_t aclIfAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclListEntr
         continue;
       }
     }
-    rollback(list, r->ruleIdx, r->ruleIdx, b, target, true);
+    rollback(list, r->ruleIdx, r->ruleIdx, b, target, &stats);
     return ret;
   }
   aclDebug(ACL_LOG_IF, "ACL interface [add acl] info=[self = %d dir = %d refCnt = %d OK].\r\n",
@@ -195,25 +197,38 @@ int32_t aclIfRuleAddOne(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclL
   const Binding b = binding(ifIndex, onuId, gemPort, dir, kind);
   rule->priority = b.priority(rule->ruleIdx);
   const ParamBlock block = paramBlock(rule);
-  if (const int32_t ret = nextHopRegister(rule, block, kNhIfRule); ret != 0) return ret;
+  // A rule that held no next hop before holds only what this call registers; a refusal gives
+  // that back. Otherwise the registrations belong to the list's bindings.
+  const bool registersOwn = rule->nhNum == 0;
+  const AclBindStats stats;
+  const bool counted = hasAction(rule, RULE_ACTION_AWARE);
+  auto giveBack = [&](bool statsTaken) {
+    if (statsTaken && counted) statsGiveBack(rule, list, b, stats);
+    if (registersOwn) nextHopRelease(rule, true, block, kNhIfRule);
+  };
+  if (const int32_t ret = nextHopRegister(rule, block, kNhIfRule); ret != 0) {
+    giveBack(false);
+    return ret;
+  }
   if (!nextHopsReady(rule, block)) {
     nextHopNotReadyLog(rule, block, kNhIfRule);
     return -1;
   }
   if (timeRangeOff(rule)) return ACL_ERR_SHARED_IN_USE;
   if (hasVrf(rule)) return -1;
-  if (const int32_t ret = statsFor(rule, list, b); ret != 0) return ret;
-  const bool counted = hasAction(rule, RULE_ACTION_AWARE);
+  if (const int32_t ret = statsFor(rule, list, b, stats); ret != 0) {
+    giveBack(false);
+    return ret;
+  }
   Buffer buf(gaclGrp.tlvEnable == 1);
   if (!buf.ok()) {
     bufferFailed("add rule acl", list->lstIdx, buf.tlv());
-    if (counted) statsGive(rule, list, b, "add rule acl");
+    giveBack(true);
     return -1;
   }
   bool transFailed = false;
   const int32_t ret = sendRule(buf, rule, list, b, Send{false, nullptr, true}, &transFailed);
   if (ret != 0) {
-    bool retried = false;
     if (transFailed) {
       aclDebug(ACL_LOG_IF,
                "ACL interface [add rule acl] error. (Reason=[filter %d/%u tlv trans error])\r\n",
@@ -223,16 +238,16 @@ int32_t aclIfRuleAddOne(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclL
                "ACL interface [add rule acl] error. (Reason=[filter %d/%u add error. (dir = %d, if "
                "= %s)])\r\n",
                lst(rule->lstIdx), rule->ruleIdx, static_cast<int>(dir), b.name.text);
+      // The retry puts the rule in with its list; until then it keeps what it holds.
       if (hasNextHopAction(rule)) {
         aclDebug(ACL_LOG_IF,
                  "ACL interface [add rule acl] error. (Info=[filter %d  add nexthop timer])\r\n",
                  lst(list->lstIdx));
         aclNextHopTimerRestart(list);
-        retried = true;
+        return ret;
       }
     }
-    // A rule the retry will install keeps its record; any other is not counted anywhere.
-    if (counted && !retried) statsGive(rule, list, b, "add rule acl");
+    giveBack(true);
     return ret;
   }
   aclDebug(ACL_LOG_IF,
@@ -305,7 +320,7 @@ int32_t aclIfHwAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t 
                       aclIfName(ifIndex, kAclIfNameLen).text, lstIdx, 0u, dirName(dir),
                       static_cast<uint32_t>(ret));
     }
-    rollback(list, r->ruleIdx, r->ruleIdx, b, target, false);
+    rollback(list, r->ruleIdx, r->ruleIdx, b, target, nullptr);
     return ret;
   }
   aclDebug(ACL_LOG_IF,

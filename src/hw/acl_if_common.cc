@@ -77,7 +77,8 @@ AclGemStatsIndex gemIndex(const AclRuleEntry* r, const Binding& b) {
 
 }  // namespace
 
-bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b) {
+bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
+               const AclBindStats& stats) {
   if (list->counterShared == 1) {
     if (AclStatsEntry* shared = aclStatsGetEntry(sharedIndex(r, b))) {
       ++shared->refCnt;
@@ -89,6 +90,7 @@ bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b
   s->lstIdx = r->lstIdx;
   s->ruleIdx = r->ruleIdx;
   s->dir = static_cast<int8_t>(b.dir);
+  s->bindOp = stats.op();
   if (list->counterShared == 1) {
     s->refCnt = 1;
     aclStatsAdd(s);
@@ -105,6 +107,32 @@ bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b
   // The key already had its record (the list is bound twice on this key): keep that one.
   if (s->inList == 0) aclStatsFree(s);
   return true;
+}
+
+void statsGiveBack(const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
+                   const AclBindStats& stats) {
+  if (list->counterShared == 1) {
+    const AclStatsIndex index = sharedIndex(r, b);
+    AclStatsEntry* s = aclStatsGetEntry(index);
+    if (s == nullptr) return;
+    if (s->bindOp != stats.op()) {
+      if (s->refCnt > 0) --s->refCnt;
+    } else if (aclStatsDel(index) == 0) {
+      aclStatsFree(s);
+    }
+    return;
+  }
+  if (b.gem()) {
+    const AclGemStatsIndex index = gemIndex(r, b);
+    AclStatsEntry* s = aclGemPortStatsEntryGet(index);
+    if (s != nullptr && s->bindOp == stats.op() && aclGemPortStatsEntryDel(index) == 0) {
+      aclStatsFree(s);
+    }
+    return;
+  }
+  const AclStatsIndex index = ifIndexKey(r, b);
+  AclStatsEntry* s = aclIfStatsGetEntry(index);
+  if (s != nullptr && s->bindOp == stats.op() && aclIfStatsDel(index) == 0) aclStatsFree(s);
 }
 
 void statsGive(const AclRuleEntry* r, const AclListEntry* list, const Binding& b, const char* op) {
@@ -156,11 +184,12 @@ uint32_t previousRuleIdx(AclListEntry* list, AclRuleEntry* r) {
 }
 
 void rollback(AclListEntry* list, uint32_t lastRuleIdx, uint32_t failingRuleIdx, const Binding& b,
-              const uint8_t* target, bool bookkeeping) {
+              const uint8_t* target, const AclBindStats* stats) {
   if (lastRuleIdx == 0) return;
   // The list's refCnt does not count this binding yet: it is the last one when nothing else holds
   // the list. A hardware-only install names the interface as its own parent, as its removal does.
-  DelMode mode{bookkeeping, 0, bookkeeping ? 0 : b.ifIndex, failingRuleIdx};
+  const bool bookkeeping = stats != nullptr;
+  DelMode mode{bookkeeping, 0, bookkeeping ? 0 : b.ifIndex, failingRuleIdx, stats};
   delWalk(list, lastRuleIdx, b, target, mode);
 }
 

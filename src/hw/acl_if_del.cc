@@ -103,7 +103,13 @@ int32_t delWalk(AclListEntry* list, uint32_t lastRuleIdx, const Binding& b, cons
       if (r->ruleIdx != mode.failingRuleIdx) return ret;
     }
     if (mode.bookkeeping) {
-      if (hasAction(r, RULE_ACTION_AWARE)) statsGive(r, list, b, op);
+      if (hasAction(r, RULE_ACTION_AWARE)) {
+        if (mode.rollbackOf != nullptr) {
+          statsGiveBack(r, list, b, *mode.rollbackOf);
+        } else {
+          statsGive(r, list, b, op);
+        }
+      }
       if (ret == 0) {
         aclDebug(ACL_LOG_IF,
                  "ACL interface [del acl] . (Info=[filter %d/%u del ok. (dir = %d, interface "

@@ -52,10 +52,16 @@ int32_t sendRule(Buffer& buf, const AclRuleEntry* r, const AclListEntry* list, c
                  const Send& how, bool* transFailed);
 
 // The statistics record of a counted rule for this binding: the list's shared record (its use
-// count raised) when the list shares counters, else one of its own. False when none can be had.
-bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b);
+// count raised) when the list shares counters, else one of its own. A record the call creates is
+// stamped with its operation. False when none can be had.
+bool statsTake(const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
+               const AclBindStats& stats);
 // Gives the binding's use of its record back; op names the operation in the failure messages.
 void statsGive(const AclRuleEntry* r, const AclListEntry* list, const Binding& b, const char* op);
+// Undoes statsTake of the same operation: frees a record it created, lowers a use count it
+// raised, and leaves a record that another binding of the same key made.
+void statsGiveBack(const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
+                   const AclBindStats& stats);
 
 // The removal walk behind aclIfDelpart (with bookkeeping) and _aclIfHwDelpart (hardware only).
 struct DelMode {
@@ -67,15 +73,18 @@ struct DelMode {
   // A rollback's failing rule: the hardware may refuse to remove what it has just refused to take,
   // so its refusal does not stop the walk. 0 for none.
   uint32_t failingRuleIdx = 0;
+  // Set when an install rolls back: the statistics its operation took go back.
+  const AclBindStats* rollbackOf = nullptr;
 };
 int32_t delWalk(AclListEntry* list, uint32_t lastRuleIdx, const Binding& b, const uint8_t* target,
                 const DelMode& mode);
 
 // Takes out what a failing install of the whole list put in: the rules up to and including
 // lastRuleIdx (nothing when it is 0). failingRuleIdx is the rule whose own install was refused,
-// when it is among them (see DelMode).
+// when it is among them (see DelMode). stats: the install's operation, whose statistics and
+// next-hop registrations go back too; nullptr for a hardware-only install.
 void rollback(AclListEntry* list, uint32_t lastRuleIdx, uint32_t failingRuleIdx, const Binding& b,
-              const uint8_t* target, bool bookkeeping);
+              const uint8_t* target, const AclBindStats* stats);
 
 // The index of the rule before r in its list, or 0 when r is the first.
 uint32_t previousRuleIdx(AclListEntry* list, AclRuleEntry* r);

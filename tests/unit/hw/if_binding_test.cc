@@ -197,6 +197,32 @@ TEST_F(IfTest, StatisticsPoolExhaustionRollsBack) {
   }
 }
 
+// A second binding of the list on the same interface and direction that rolls back leaves the
+// first binding's records as they were: their counts, and the record the key already had.
+TEST_F(IfTest, RollbackKeepsAnotherBindingsRecords) {
+  for (uint8_t shared : {1, 2}) {
+    SCOPED_TRACE(shared);
+    restart();
+    AclListEntry* l = listOf(1001, {}, {1, 2});
+    l->counterShared = shared;
+    ASSERT_NE(aclIfEntryAdd(kPort), nullptr);
+    ASSERT_EQ(aclIfAdd(kPort, 0, 0, l, 0, nullptr, kIpv4), 0);
+    l->refCnt = 1;
+    const uint32_t records = used(gaclGrp.statsPool);
+    failOn(kPort, HWIL_CMD_IF_ADD, 1001, 2);
+    EXPECT_EQ(aclIfAdd(kPort, 0, 0, l, 0, nullptr, ACL_BIND_KIND_UNTYPED), kHwFault);
+    EXPECT_EQ(used(gaclGrp.statsPool), records);
+    for (uint32_t rule : {1u, 2u}) {
+      if (shared == 1) {
+        ASSERT_NE(aclStatsGetEntry({1001, rule, 0, 0}), nullptr);
+        EXPECT_EQ(aclStatsGetEntry({1001, rule, 0, 0})->refCnt, 1u);
+      } else {
+        EXPECT_NE(aclIfStatsGetEntry({1001, rule, kPort, 0}), nullptr);
+      }
+    }
+  }
+}
+
 TEST_F(IfTest, RemovalNeedsARecordUnlessTheManagerKeepsNone) {
   AclListEntry* l = listOf(1001, {1});
   ASSERT_EQ(aclIfHwAdd(kPort, 0, 0, 1001, 0, nullptr, kIpv4), 0);
