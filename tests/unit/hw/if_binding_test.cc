@@ -223,6 +223,33 @@ TEST_F(IfTest, RollbackKeepsAnotherBindingsRecords) {
   }
 }
 
+// A GEM port binding goes to the GEM key in either form, keeps per-GEM-port statistics and,
+// with its record in place, comes out again.
+TEST_F(IfTest, GemPortBindingUsesTheGemKey) {
+  for (uint8_t tlv : {0, 1}) {
+    SCOPED_TRACE(tlv);
+    restart();
+    gaclGrp.tlvEnable = tlv;
+    AclListEntry* l = listOf(1001, {1}, {2});
+    ASSERT_EQ(aclIfAdd(kPon, 3, 9, l, 1, nullptr, kIpv4), 0);
+    EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}, {2, 2}}, 1));
+    EXPECT_TRUE(units().empty());
+    EXPECT_NE(aclGemPortStatsEntryGet({1001, 2, kPon, 3, 9, 1}), nullptr);
+    EXPECT_EQ(aclIfDel(kPon, 3, 9, l, 1, nullptr, kIpv4), ACL_ERR_IF_NOT_EXIST);
+    auto* rec = static_cast<AclGemPortEntry*>(silMemPoolAlloc(gaclGrp.gemPortPool, nullptr));
+    ASSERT_NE(rec, nullptr);
+    *rec = AclGemPortEntry{};
+    rec->unit = kPon;
+    rec->onuId = 3;
+    rec->gemPort = 9;
+    ASSERT_EQ(avl_add(&gaclGrp.gemPortTree, rec), 0);
+    ASSERT_EQ(aclIfDel(kPon, 3, 9, l, 1, nullptr, kIpv4), 0);
+    EXPECT_TRUE(units(2).empty());
+    EXPECT_EQ(used(gaclGrp.statsPool), 0u);
+    EXPECT_EQ(anomalyCount(), 0u);
+  }
+}
+
 TEST_F(IfTest, RemovalNeedsARecordUnlessTheManagerKeepsNone) {
   AclListEntry* l = listOf(1001, {1});
   ASSERT_EQ(aclIfHwAdd(kPort, 0, 0, 1001, 0, nullptr, kIpv4), 0);

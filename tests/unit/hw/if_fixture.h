@@ -6,9 +6,11 @@
 #include <set>
 
 #include "hw/acl_bind_slot.h"
+#include "hw/acl_gemport_record.h"
 #include "hw/acl_if.h"
 #include "hw/acl_if_record.h"
 #include "platform/ifmgr.h"
+#include "stats/acl_gemport_stats.h"
 #include "unit/hw/glb_fixture.h"
 
 namespace iftest {
