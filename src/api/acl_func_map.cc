@@ -83,9 +83,9 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {68, counterGetApi},
     {69, counterSetApi},
     {70, counterSyncApi},
-    {71, nullptr},  // aclSlotResourceGetFirst
-    {72, nullptr},  // aclSlotResourceGetNext
-    {73, nullptr},  // aclSlotResourceGetApi
+    {71, aclSlotResourceGetFirst},
+    {72, aclSlotResourceGetNext},
+    {73, aclSlotResourceGetApi},
     {0, nullptr},   // 74: empty
     {75, nullptr},  // aclGemPortLstGetFirst
     {76, nullptr},  // aclGemPortLstGetNext

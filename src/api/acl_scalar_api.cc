@@ -70,10 +70,10 @@ bool scalarValue(uint32_t cmd, uint32_t* v) {
       *v = g.outCtrl;
       return true;
     case ACL_SCALAR_IN_ACL:
-      *v = g.inAcl;
+      *v = g.slots.inAcl;
       return true;
     case ACL_SCALAR_OUT_ACL:
-      *v = g.outAcl;
+      *v = g.slots.outAcl;
       return true;
     case ACL_SCALAR_DEBUG_SET:
       *v = g.debugFlags;
@@ -177,9 +177,9 @@ SetOutcome scalarSet(uint32_t cmd, uintptr_t buf, uint32_t mode) {
       if (cmd == ACL_SCALAR_VALUE5) {
         gaclGrp.scalar5Value = v;
       } else if (cmd == ACL_SCALAR_IN_ACL) {
-        gaclGrp.inAcl = v;
+        gaclGrp.slots.inAcl = v;
       } else {
-        gaclGrp.outAcl = v;
+        gaclGrp.slots.outAcl = v;
       }
       return {0, 0};
     }

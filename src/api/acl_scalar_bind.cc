@@ -11,46 +11,29 @@
 
 namespace {
 
-// One typed global bind slot: its field in the ACL group, the direction and the list type it
-// binds with. Indexed by command - 26.
-struct GlbSlot {
-  uint32_t AclGroup::*field;
-  uint32_t dir;
-  uint32_t type;
-};
+// The typed global bind slots, in command order from ACL_SCALAR_GLB_SLOT_FIRST.
+constexpr size_t kGlbSlotCount = ACL_SCALAR_GLB_SLOT_LAST - ACL_SCALAR_GLB_SLOT_FIRST + 1;
+static_assert(ACL_BIND_SLOT_FIRST_TYPED + kGlbSlotCount == ACL_BIND_SLOT_FIRST_VFP);
 
-constexpr std::array<GlbSlot, 12> kGlbSlots = {{
-    {&AclGroup::inL2Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_L2},
-    {&AclGroup::outL2Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_L2},
-    {&AclGroup::inIpv4Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_IPV4},
-    {&AclGroup::outIpv4Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_IPV4},
-    {&AclGroup::inIpv6Acl, ACL_DIR_INGRESS, ACL_LIST_TYPE_IPV6},
-    {&AclGroup::outIpv6Acl, ACL_DIR_EGRESS, ACL_LIST_TYPE_IPV6},
-    {&AclGroup::inHybridAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_HYBRID},
-    {&AclGroup::outHybridAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_HYBRID},
-    {&AclGroup::inMplsAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_MPLS},
-    {&AclGroup::outMplsAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_MPLS},
-    {&AclGroup::inUdfAcl, ACL_DIR_INGRESS, ACL_LIST_TYPE_UDF},
-    {&AclGroup::outUdfAcl, ACL_DIR_EGRESS, ACL_LIST_TYPE_UDF},
-}};
-static_assert(kGlbSlots.size() == ACL_SCALAR_GLB_SLOT_LAST - ACL_SCALAR_GLB_SLOT_FIRST + 1);
+const AclBindSlotDef& glbSlot(uint32_t cmd) {
+  return kAclBindSlots[ACL_BIND_SLOT_FIRST_TYPED + (cmd - ACL_SCALAR_GLB_SLOT_FIRST)];
+}
 
 // The generic in/out binding of commands 6 and 7.
 struct GlbCtrl {
   uint8_t AclGroup::*ctrl;
-  uint32_t AclGroup::*list;
+  uint32_t AclBindSlots::*list;
   uint32_t AclGroup::*installed;  // the list the switch installed
   uint32_t dir;
   const char* duplicated;
 };
 
 constexpr std::array<GlbCtrl, 2> kGlbCtrls = {{
-    {&AclGroup::inCtrl, &AclGroup::inAcl, &AclGroup::inCtrlList, ACL_DIR_INGRESS,
+    {&AclGroup::inCtrl, &AclBindSlots::inAcl, &AclGroup::inCtrlList, ACL_DIR_INGRESS,
      "ACL config [ACL SET] error. (Reason=[In ctrl operation duplicated])\r\n"},
-    {&AclGroup::outCtrl, &AclGroup::outAcl, &AclGroup::outCtrlList, ACL_DIR_EGRESS,
+    {&AclGroup::outCtrl, &AclBindSlots::outAcl, &AclGroup::outCtrlList, ACL_DIR_EGRESS,
      "ACL config [ACL LIST SET] error. (Reason=[Out ctrl operation duplicated])\r\n"},
 }};
-
 
 AclListEntry* listFind(uint32_t lstIdx) {
   AclListEntry* list = aclListEntryGet(lstIdx);
@@ -62,7 +45,7 @@ AclListEntry* listFind(uint32_t lstIdx) {
 
 uint32_t aclScalarSlotGet(uint32_t cmd) {
   if (cmd < ACL_SCALAR_GLB_SLOT_FIRST || cmd > ACL_SCALAR_GLB_SLOT_LAST) return 0;
-  return gaclGrp.*kGlbSlots[cmd - ACL_SCALAR_GLB_SLOT_FIRST].field;
+  return gaclGrp.slots.*glbSlot(cmd).field;
 }
 
 uint32_t aclScalarCtrlList(uint32_t dir) {
@@ -82,7 +65,7 @@ int32_t aclScalarCtrlSwitch(uint32_t cmd, uint32_t v) {
     aclDebug(ACL_LOG_API, "%s", c.duplicated);
     return 0;
   }
-  const uint32_t lstIdx = on ? gaclGrp.*c.list : gaclGrp.*c.installed;
+  const uint32_t lstIdx = on ? gaclGrp.slots.*c.list : gaclGrp.*c.installed;
   AclListEntry* list = listFind(lstIdx);
   if (list == nullptr) return ACL_ERR_LIST_NOT_EXIST;
   if (on) {
@@ -104,8 +87,8 @@ int32_t aclScalarCtrlSwitch(uint32_t cmd, uint32_t v) {
 int32_t aclScalarSlotMove(uint32_t cmd, uint32_t v, uint32_t* previous) {
   *previous = 0;
   if (cmd < ACL_SCALAR_GLB_SLOT_FIRST || cmd > ACL_SCALAR_GLB_SLOT_LAST) return -1;
-  const GlbSlot& s = kGlbSlots[cmd - ACL_SCALAR_GLB_SLOT_FIRST];
-  uint32_t& slot = gaclGrp.*s.field;
+  const AclBindSlotDef& s = glbSlot(cmd);
+  uint32_t& slot = gaclGrp.slots.*s.field;
   const uint32_t prevIdx = slot;
   *previous = prevIdx;
   if (v == 0) {
@@ -135,13 +118,13 @@ int32_t aclScalarSlotMove(uint32_t cmd, uint32_t v, uint32_t* previous) {
       prev = nullptr;
     }
   }
-  const int32_t ret = aclGlbAdd(next, s.dir, nullptr, s.type);
+  const int32_t ret = aclGlbAdd(next, s.dir, nullptr, s.listType);
   if (ret == 0) {
     ++next->refCnt;
     slot = v;
     return 0;
   }
-  if (prev != nullptr && aclGlbAdd(prev, s.dir, nullptr, s.type) == 0) {
+  if (prev != nullptr && aclGlbAdd(prev, s.dir, nullptr, s.listType) == 0) {
     ++prev->refCnt;
     slot = prevIdx;
   }

@@ -27,6 +27,7 @@ int main(int argc, char** argv) {
   aclctlAddStatsCommands(app, globals);
   aclctlAddMatchCommands(app, globals);
   aclctlAddServiceCommands(app, globals);
+  aclctlAddSlotCommands(app, globals);
 
   try {
     app.parse(argc, argv);

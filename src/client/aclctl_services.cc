@@ -30,22 +30,8 @@ std::vector<uint8_t> words(const std::vector<uint32_t>& w) {
   return b;
 }
 
-// "SYS/SLOT", both numbers.
 std::pair<uint32_t, uint32_t> parseSlot(const std::string& text) {
-  const auto slash = text.find('/');
-  try {
-    if (slash == std::string::npos) throw std::invalid_argument("no slash");
-    size_t n1 = 0, n2 = 0;
-    const std::string a = text.substr(0, slash), b = text.substr(slash + 1);
-    const unsigned long sys = std::stoul(a, &n1, 0), slot = std::stoul(b, &n2, 0);
-    if (n1 != a.size() || n2 != b.size() || a.empty() || b.empty() || a[0] == '-' || b[0] == '-' ||
-        sys > 0xFFFFFFFFul || slot > 0xFFFFFFFFul) {
-      throw std::invalid_argument("not numbers");
-    }
-    return {static_cast<uint32_t>(sys), static_cast<uint32_t>(slot)};
-  } catch (const std::exception&) {
-    throw AclctlExit(kAclctlExitUsage, "--slot takes SYS/SLOT, e.g. 1/2: " + text);
-  }
+  return aclclient::parseSlotKey(text, "--slot");
 }
 
 uint32_t parseDir(const std::string& text) {

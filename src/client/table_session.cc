@@ -1,6 +1,7 @@
 #include "client/table_session.h"
 
 #include <cstdio>
+#include <stdexcept>
 
 #include "client/aclctl_cmds.h"
 #include "wire/acl_ret.h"
@@ -38,6 +39,9 @@ constexpr RetName kRetNames[] = {
     {ACL_ERR_IF_NOT_EXIST, "ACL_ERR_IF_NOT_EXIST"},
     {ACL_ERR_MULTI_REDIRECT, "ACL_ERR_MULTI_REDIRECT"},
     {ACL_ERR_RULE_ACTIVE, "ACL_ERR_RULE_ACTIVE"},
+    {ACL_ERR_SLOT_NOT_EXIST, "ACL_ERR_SLOT_NOT_EXIST"},
+    {ACL_ERR_SLOT_RULE_FULL, "ACL_ERR_SLOT_RULE_FULL"},
+    {CMN_ERR_IF_LOCATE, "CMN_ERR_IF_LOCATE"},
 };
 
 }  // namespace
@@ -51,6 +55,23 @@ std::string retText(int32_t ret) {
     if (r.code == ret) return std::string(r.name) + " (" + hex + ")";
   }
   return hex;
+}
+
+std::pair<uint32_t, uint32_t> parseSlotKey(const std::string& text, const std::string& what) {
+  const auto slash = text.find('/');
+  try {
+    if (slash == std::string::npos) throw std::invalid_argument("no slash");
+    size_t n1 = 0, n2 = 0;
+    const std::string a = text.substr(0, slash), b = text.substr(slash + 1);
+    const unsigned long sys = std::stoul(a, &n1, 0), slot = std::stoul(b, &n2, 0);
+    if (n1 != a.size() || n2 != b.size() || a.empty() || b.empty() || a[0] == '-' || b[0] == '-' ||
+        sys > 0xFFFFFFFFul || slot > 0xFFFFFFFFul) {
+      throw std::invalid_argument("not numbers");
+    }
+    return {static_cast<uint32_t>(sys), static_cast<uint32_t>(slot)};
+  } catch (const std::exception&) {
+    throw AclctlExit(kAclctlExitUsage, what + " takes SYS/SLOT, e.g. 1/2: " + text);
+  }
 }
 
 TableSession::TableSession(const AclctlGlobals& globals) {

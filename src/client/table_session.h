@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/aclctl.h"
@@ -42,5 +43,8 @@ class TableSession {
 
 // "CMN_ERR_IN_USE (0x03E8000B)", "ok", "-1 (not found / end)"; for messages.
 std::string retText(int32_t ret);
+
+// "SYS/SLOT", both numbers; a usage error naming what (the option or argument) otherwise.
+std::pair<uint32_t, uint32_t> parseSlotKey(const std::string& text, const std::string& what);
 
 }  // namespace aclclient

@@ -3,15 +3,19 @@
 // redirect rule only while its next hops are all resolved); when one is lost, just that rule is
 // taken out. Only the hardware changes: bindings, reference counts and registrations stay.
 //
-// The bind slots are one table, in the order they are visited, with their direction, their bind
-// type code per scope and their trace texts. Only the global scope holds bindings today; the
-// interface scope joins by walking the interface records over the same table (the interface
-// texts are already here) before the global scope in both phases.
+// Both scopes are visited in the same order: every interface record in interface order, each in
+// the order of the bind slots, then the global slots. Every slot that holds the list is visited on
+// its own. GEM port bindings are left out of both phases: a lost next hop could not take a rule
+// off a GEM port (the single-rule removal names no GEM key), so installing them here would leave
+// rules behind that the removal never reaches.
 #include "control/acl_nexthop.h"
 
 #include <array>
 
+#include "hw/acl_bind_slot.h"
 #include "hw/acl_glb.h"
+#include "hw/acl_if.h"
+#include "hw/acl_if_record.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "store/acl_list.h"
@@ -19,15 +23,9 @@
 
 namespace {
 
-enum class SlotKind : uint8_t { Generic, Typed, Vfp };
-
+// The trace texts of each bind slot, in the order of kAclBindSlots.
 struct NextHopSlot {
-  uint32_t AclGroup::*globalField;  // generic slots: the list the switch installed
-  uint8_t AclGroup::*globalCtrl;  // generic slots count only while this is 1
-  SlotKind kind;
-  uint32_t dir;
-  uint32_t ifCode;         // bind type code on an interface
-  uint32_t glbCode;        // bind type code in the global scope
+  uint32_t AclBindSlots::*field;
   const char* ifDel;       // interface removal: list, unit, result
   const char* ifAddFail;   // interface installation failure: list
   const char* glbDel;      // global removal: list
@@ -37,7 +35,7 @@ struct NextHopSlot {
 };
 
 constexpr std::array<NextHopSlot, 20> kSlots = {{
-    {&AclGroup::inCtrlList, &AclGroup::inCtrl, SlotKind::Generic, ACL_DIR_INGRESS, 7, 0,
+    {&AclBindSlots::inAcl,
      "ACL if [acl nexthop list add] info =[del if inAcl = %d, unit %d, ret %d, in direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add nexthop list %d in error, will "
      "retry!].\r\n",
@@ -45,7 +43,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add inAcl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d in rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del inAcl = %d/%u ].\r\n"},
-    {&AclGroup::outCtrlList, &AclGroup::outCtrl, SlotKind::Generic, ACL_DIR_EGRESS, 7, 0,
+    {&AclBindSlots::outAcl,
      "ACL if [acl nexthop list add] info =[del if outAcl = %d, unit %d, ret %d, out direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add nexthop list %d out error, will "
@@ -54,7 +52,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add outAcl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d out rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del outAcl = %d/%u ].\r\n"},
-    {&AclGroup::inL2Acl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 1, 1,
+    {&AclBindSlots::inL2Acl,
      "ACL if [acl nexthop list add] info =[del if in l2 Acl = %d, unit %d, ret %d, in direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in l2 nexthop list %d in error, will "
@@ -63,7 +61,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add in l2 Acl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d in l2 rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del in L2 Acl = %d/%u ].\r\n"},
-    {&AclGroup::outL2Acl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 1, 1,
+    {&AclBindSlots::outL2Acl,
      "ACL if [acl nexthop list add] info =[del if out l2 Acl = %d, unit %d, ret %d, out direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out l2 nexthop list %d in error, will "
@@ -72,7 +70,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add out l2 Acl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d out l2 rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del out L2 Acl = %d/%u ].\r\n"},
-    {&AclGroup::inIpv4Acl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 2, 2,
+    {&AclBindSlots::inIpv4Acl,
      "ACL if [acl nexthop list add] info =[del if in Ipv4 Acl = %d, unit %d, ret %d, in direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in Ipv4 nexthop list %d in error, will "
@@ -82,7 +80,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d in Ipv4 rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del in Ipv4 Acl = %d/%u ].\r\n"},
-    {&AclGroup::outIpv4Acl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 2, 2,
+    {&AclBindSlots::outIpv4Acl,
      "ACL if [acl nexthop list add] info =[del if out Ipv4 Acl = %d, unit %d, ret %d, out "
      "direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out Ipv4 nexthop list %d in error, will "
@@ -92,7 +90,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d out Ipv4 rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del out Ipv4 Acl = %d/%u ].\r\n"},
-    {&AclGroup::inIpv6Acl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 3, 3,
+    {&AclBindSlots::inIpv6Acl,
      "ACL if [acl nexthop list add] info =[del if in Ipv6 Acl = %d, unit %d, ret %d, in direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in Ipv6 nexthop list %d in error, will "
@@ -102,7 +100,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d in Ipv6 rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del in Ipv6 Acl = %d/%u ].\r\n"},
-    {&AclGroup::outIpv6Acl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 3, 3,
+    {&AclBindSlots::outIpv6Acl,
      "ACL if [acl nexthop list add] info =[del if out Ipv6 Acl = %d, unit %d, ret %d, out "
      "direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out Ipv6 nexthop list %d in error, will "
@@ -112,7 +110,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d out Ipv6 rule = %d/%u, ret %d "
      "].\r\n",
      nullptr},
-    {&AclGroup::inHybridAcl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 4, 4,
+    {&AclBindSlots::inHybridAcl,
      "ACL if [acl nexthop list add] info =[del if in Hybrid Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in Hybrid nexthop list %d in error, will "
@@ -122,7 +120,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d in Hybrid rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del in Hybrid Acl = %d/%u ].\r\n"},
-    {&AclGroup::outHybridAcl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 4, 4,
+    {&AclBindSlots::outHybridAcl,
      "ACL if [acl nexthop list add] info =[del if out Hybrid Acl = %d, unit %d, ret %d, out "
      "direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out Hybrid nexthop list %d in error, "
@@ -132,7 +130,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d out Hybrid rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del out Hybrid Acl = %d/%u ].\r\n"},
-    {&AclGroup::inMplsAcl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 5, 5,
+    {&AclBindSlots::inMplsAcl,
      "ACL if [acl nexthop list add] info =[del if in Mpls Acl = %d, unit %d, ret %d, in direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in Mpls nexthop list %d in error, will "
@@ -142,7 +140,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d in Mpls rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del in Mpls Acl = %d/%u ].\r\n"},
-    {&AclGroup::outMplsAcl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 5, 5,
+    {&AclBindSlots::outMplsAcl,
      "ACL if [acl nexthop list add] info =[del if out Mpls Acl = %d, unit %d, ret %d, out "
      "direction ].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out Mpls nexthop list %d in error, will "
@@ -152,7 +150,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d out Mpls rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del out Mpls Acl = %d/%u ].\r\n"},
-    {&AclGroup::inUdfAcl, nullptr, SlotKind::Typed, ACL_DIR_INGRESS, 8, 8,
+    {&AclBindSlots::inUdfAcl,
      "ACL if [acl nexthop list add] info =[del if in udf Acl = %d, unit %d, ret %d, in direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add in udf nexthop list %d in error, will "
@@ -161,7 +159,7 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add in udf Acl = %d].\r\n",
      "ACL global [acl nexthop list del] info =[del interface %d in udf rule = %d/%u, ret %d ].\r\n",
      "ACL global [acl nexthop list del] info =[del in udf Acl = %d/%u ].\r\n"},
-    {&AclGroup::outUdfAcl, nullptr, SlotKind::Typed, ACL_DIR_EGRESS, 8, 8,
+    {&AclBindSlots::outUdfAcl,
      "ACL if [acl nexthop list add] info =[del if out udf Acl = %d, unit %d, ret %d, out direction "
      "].\r\n",
      "ACL global [acl nexthop list add] info =[acl if add out udf nexthop list %d in error, will "
@@ -171,42 +169,42 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list del] info =[del interface %d out udf rule = %d/%u, ret %d "
      "].\r\n",
      "ACL global [acl nexthop list del] info =[del out udf Acl = %d/%u ].\r\n"},
-    {&AclGroup::inL2VfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 9, 9,
+    {&AclBindSlots::inL2VfpAcl,
      "ACL if [acl nexthop list add] info =[del if in l2 vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in l2 vfp nexthop list %d in error, will "
      "retry!].\r\n",
      "ACL global [acl nexthop list add] info =[del in L2 vfp Acl = %d ].\r\n",
      "ACL global [acl nexthop list add] info =[add in l2 vfp Acl = %d].\r\n", nullptr, nullptr},
-    {&AclGroup::inIpv4VfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 10, 10,
+    {&AclBindSlots::inIpv4VfpAcl,
      "ACL if [acl nexthop list add] info =[del if in ipv4 vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in ipv4 vfp nexthop list %d in error, will "
      "retry!].\r\n",
      "ACL global [acl nexthop list add] info =[del in ipv4 vfp Acl = %d ].\r\n",
      "ACL global [acl nexthop list add] info =[add in ipv4 vfp Acl = %d].\r\n", nullptr, nullptr},
-    {&AclGroup::inIpv6VfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 11, 11,
+    {&AclBindSlots::inIpv6VfpAcl,
      "ACL if [acl nexthop list add] info =[del if in ipv6 vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in ipv6 vfp nexthop list %d in error, will "
      "retry!].\r\n",
      "ACL global [acl nexthop list add] info =[del in ipv6 vfp Acl = %d ].\r\n",
      "ACL global [acl nexthop list add] info =[add in ipv6 vfp Acl = %d].\r\n", nullptr, nullptr},
-    {&AclGroup::inHybridVfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 12, 12,
+    {&AclBindSlots::inHybridVfpAcl,
      "ACL if [acl nexthop list add] info =[del if in hybrid vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in hybrid vfp nexthop list %d in error, will "
      "retry!].\r\n",
      "ACL global [acl nexthop list add] info =[del in hybrid vfp Acl = %d ].\r\n",
      "ACL global [acl nexthop list add] info =[add in hybrid vfp Acl = %d].\r\n", nullptr, nullptr},
-    {&AclGroup::inMplsVfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 13, 13,
+    {&AclBindSlots::inMplsVfpAcl,
      "ACL if [acl nexthop list add] info =[del if in mpls vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in mpls vfp nexthop list %d in error, will "
      "retry!].\r\n",
      "ACL global [acl nexthop list add] info =[del in mpls vfp Acl = %d ].\r\n",
      "ACL global [acl nexthop list add] info =[add in mpls vfp Acl = %d].\r\n", nullptr, nullptr},
-    {&AclGroup::inUdfVfpAcl, nullptr, SlotKind::Vfp, ACL_DIR_VFP, 14, 14,
+    {&AclBindSlots::inUdfVfpAcl,
      "ACL if [acl nexthop list add] info =[del if in udf vfp Acl = %d, unit %d, ret %d, in "
      "direction ].\r\n",
      "ACL if [acl nexthop list add] info =[acl if add in udf vfp nexthop list %d in error, will "
@@ -215,10 +213,43 @@ constexpr std::array<NextHopSlot, 20> kSlots = {{
      "ACL global [acl nexthop list add] info =[add in udf vfp Acl = %d].\r\n", nullptr, nullptr},
 }};
 
-// The global slot holds the list; a generic slot only while its binding is switched on.
-bool globalHolds(const NextHopSlot& s, uint32_t lstIdx) {
-  if (gaclGrp.*s.globalField != lstIdx) return false;
-  return s.globalCtrl == nullptr || gaclGrp.*s.globalCtrl == 1;
+constexpr bool textsFollowSlots() {
+  for (size_t i = 0; i < kSlots.size(); ++i) {
+    if (kSlots[i].field != kAclBindSlots[i].field) return false;
+  }
+  return kSlots.size() == kAclBindSlots.size();
+}
+static_assert(textsFollowSlots());
+
+bool untyped(const AclBindSlotDef& s) {
+  return s.cls == AclSlotClass::Untyped;
+}
+
+// The global slot holds the list; a generic slot with the list its switch installed, and only
+// while it is switched on.
+bool globalHolds(const AclBindSlotDef& s, uint32_t lstIdx) {
+  if (!untyped(s)) return gaclGrp.slots.*s.field == lstIdx;
+  const bool in = s.dir == ACL_DIR_INGRESS;
+  return (in ? gaclGrp.inCtrl : gaclGrp.outCtrl) == 1 &&
+         (in ? gaclGrp.inCtrlList : gaclGrp.outCtrlList) == lstIdx;
+}
+
+// The interface's slot holds the list; a generic slot only while it is switched on.
+bool ifHolds(const AclIfEntry* e, const AclBindSlotDef& s, uint32_t lstIdx) {
+  if (e->slots.*s.field != lstIdx) return false;
+  return !untyped(s) || (s.dir == ACL_DIR_INGRESS ? e->inCtrl : e->outCtrl) == ACL_IF_CTRL_ON;
+}
+
+// The bind type code of a global slot: 0 for the generic ones, else the slot's kind.
+uint32_t glbCode(const AclBindSlotDef& s) {
+  return untyped(s) ? 0 : s.kind;
+}
+
+AclIfEntry* firstIf() {
+  return static_cast<AclIfEntry*>(avl_first(&gaclGrp.ifTree));
+}
+AclIfEntry* nextIf(AclIfEntry* e) {
+  return static_cast<AclIfEntry*>(avl_next(&gaclGrp.ifTree, e));
 }
 
 void retryFired(uintptr_t lstIdx) {
@@ -233,6 +264,37 @@ void retryStop(AclListEntry* list) {
 AclListEntry* usableList(uint32_t lstIdx) {
   AclListEntry* list = aclListEntryGet(lstIdx);
   return list != nullptr && list->ruleNum != 0 ? list : nullptr;
+}
+
+// Installs the list on every binding that holds it, interfaces first; the first failure stops it.
+int32_t installAll(uint32_t lstIdx) {
+  const int id = static_cast<int>(lstIdx);
+  for (AclIfEntry* e = firstIf(); e != nullptr; e = nextIf(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!ifHolds(e, s, lstIdx)) continue;
+      if (const int32_t ret = aclIfHwAdd(e->unit, 0, 0, lstIdx, s.dir, nullptr, s.kind); ret != 0) {
+        aclDebug(s.cls == AclSlotClass::Vfp ? ACL_LOG_IF : ACL_LOG_GLOBAL, kSlots[i].ifAddFail, id);
+        return ret;
+      }
+    }
+  }
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [acl nexthop list add] info =[acl add nexthop list %d for interface "
+           "complete!].\r\n",
+           id);
+  for (size_t i = 0; i < kSlots.size(); ++i) {
+    const AclBindSlotDef& s = kAclBindSlots[i];
+    if (!globalHolds(s, lstIdx)) continue;
+    const int32_t ret = aclGlbHwAdd(lstIdx, s.dir, glbCode(s));
+    aclDebug(ACL_LOG_GLOBAL, kSlots[i].glbAdd, id);
+    if (ret != 0) return ret;
+  }
+  aclDebug(ACL_LOG_GLOBAL,
+           "ACL global [acl nexthop list add] info =[acl add nexthop list %d for global "
+           "complete!!].\r\n",
+           id);
+  return 0;
 }
 
 }  // namespace
@@ -253,10 +315,19 @@ int32_t aclNextHopListAdd(uint32_t lstIdx) {
 
   // Removal: only the last call's result decides whether the installation may go on.
   int32_t ret = 0;
-  for (const NextHopSlot& s : kSlots) {
+  for (AclIfEntry* e = firstIf(); e != nullptr; e = nextIf(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!ifHolds(e, s, lstIdx)) continue;
+      ret = aclIfHwDel(e->unit, 0, 0, lstIdx, s.dir, s.kind);
+      aclDebug(ACL_LOG_IF, kSlots[i].ifDel, id, static_cast<int>(e->unit), static_cast<int>(ret));
+    }
+  }
+  for (size_t i = 0; i < kSlots.size(); ++i) {
+    const AclBindSlotDef& s = kAclBindSlots[i];
     if (!globalHolds(s, lstIdx)) continue;
     ret = aclGlbHwDel(lstIdx, s.dir);
-    aclDebug(ACL_LOG_GLOBAL, s.glbDel, id);
+    aclDebug(ACL_LOG_GLOBAL, kSlots[i].glbDel, id);
   }
   aclDebug(ACL_LOG_GLOBAL,
            "ACL global [acl nexthop list add] info =[acl add nexthop list %d, %d!].\r\n", id, 1003);
@@ -270,21 +341,8 @@ int32_t aclNextHopListAdd(uint32_t lstIdx) {
            "ACL global [acl nexthop list add] info =[acl add nexthop list %d, %d!].\r\n", id, 1012);
 
   // Installation, stopping at the first failure; the retry starts again from the removal.
-  aclDebug(ACL_LOG_GLOBAL,
-           "ACL global [acl nexthop list add] info =[acl add nexthop list %d for interface "
-           "complete!].\r\n",
-           id);
-  for (const NextHopSlot& s : kSlots) {
-    if (!globalHolds(s, lstIdx)) continue;
-    ret = aclGlbHwAdd(lstIdx, s.dir, s.glbCode);
-    aclDebug(ACL_LOG_GLOBAL, s.glbAdd, id);
-    if (ret != 0) break;
-  }
+  ret = installAll(lstIdx);
   if (ret == 0) {
-    aclDebug(ACL_LOG_GLOBAL,
-             "ACL global [acl nexthop list add] info =[acl add nexthop list %d for global "
-             "complete!!].\r\n",
-             id);
     retryStop(list);
     aclDebug(ACL_LOG_GLOBAL,
              "ACL global [acl nexthop list add] info =[acl add nexthop list %d OK!!].\r\n", id);
@@ -304,17 +362,29 @@ int32_t aclNextHopListRuleDel(uint32_t lstIdx, uint32_t ruleIdx) {
   if (list == nullptr || aclRuleEntryGet(list, ruleIdx) == nullptr) return -1;
 
   int32_t ret = 0;
+  for (AclIfEntry* e = firstIf(); e != nullptr; e = nextIf(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!ifHolds(e, s, lstIdx)) continue;
+      ret = aclIfHwDelone(e->unit, lstIdx, ruleIdx, s.dir, s.kind);
+      if (kSlots[i].ifRuleDel != nullptr) {
+        aclDebug(ACL_LOG_GLOBAL, kSlots[i].ifRuleDel, static_cast<int>(e->unit),
+                 static_cast<int>(lstIdx), ruleIdx, static_cast<int>(ret));
+      }
+    }
+  }
   bool inVfp = false;
-  for (const NextHopSlot& s : kSlots) {
+  for (size_t i = 0; i < kSlots.size(); ++i) {
+    const AclBindSlotDef& s = kAclBindSlots[i];
     if (!globalHolds(s, lstIdx)) continue;
     // The pre-stage slots share one hardware stage: the rule goes once, whichever slot holds it.
-    if (s.kind == SlotKind::Vfp) {
+    if (s.cls == AclSlotClass::Vfp) {
       inVfp = true;
       continue;
     }
     ret = aclGlbHwDelone(lstIdx, ruleIdx, s.dir);
-    if (s.glbRuleDel != nullptr) {
-      aclDebug(ACL_LOG_GLOBAL, s.glbRuleDel, static_cast<int>(lstIdx), ruleIdx);
+    if (kSlots[i].glbRuleDel != nullptr) {
+      aclDebug(ACL_LOG_GLOBAL, kSlots[i].glbRuleDel, static_cast<int>(lstIdx), ruleIdx);
     }
   }
   if (inVfp) {

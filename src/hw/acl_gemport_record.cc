@@ -1,5 +1,6 @@
 #include "hw/acl_gemport_record.h"
 
+#include "main/acl_group.h"
 #include "main/acl_pools.h"
 #include "platform/keycmp.h"
 
@@ -20,3 +21,12 @@ static_assert(sizeof(AclGemPortEntry) <= ACL_GEMPORT_ENTRY_SIZE,
               "GEM port record outgrew its pool entry");
 static_assert(sizeof(AclGemPortListEntry) <= ACL_GEMPORTLIST_ENTRY_SIZE,
               "GEM port bind-list entry outgrew its pool entry");
+
+AclGemPortEntry* aclGemPortEntryGet(uint32_t unit, uint16_t onuId, uint16_t gemPort) {
+  if (gaclGrp.gemPortTree.compar == nullptr) return nullptr;
+  AclGemPortEntry key{};
+  key.unit = unit;
+  key.onuId = onuId;
+  key.gemPort = gemPort;
+  return static_cast<AclGemPortEntry*>(avl_find(&gaclGrp.gemPortTree, &key, nullptr));
+}

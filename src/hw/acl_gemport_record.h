@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "hw/acl_bind_slot.h"
 #include "platform/avl.h"
 
 struct AclGemPortEntry {
@@ -11,24 +12,7 @@ struct AclGemPortEntry {
   uint16_t onuId;
   uint16_t gemPort;
   uint16_t rowStatus;
-  uint32_t inL2Acl;
-  uint32_t outL2Acl;
-  uint32_t inIpv4Acl;
-  uint32_t outIpv4Acl;
-  uint32_t inIpv6Acl;
-  uint32_t outIpv6Acl;
-  uint32_t inHybridAcl;
-  uint32_t outHybridAcl;
-  uint32_t inMplsAcl;
-  uint32_t outMplsAcl;
-  uint32_t inUdfAcl;
-  uint32_t outUdfAcl;
-  uint32_t inL2VfpAcl;
-  uint32_t inIpv4VfpAcl;
-  uint32_t inIpv6VfpAcl;
-  uint32_t inHybridVfpAcl;
-  uint32_t inMplsVfpAcl;
-  uint32_t inUdfVfpAcl;
+  AclBindSlots slots;  // the untyped inAcl and outAcl stay 0: a GEM port has none
 };
 
 struct AclGemPortListEntry {
@@ -46,3 +30,6 @@ struct AclGemPortListEntry {
 int aclGemPortCmp(const void* a, const void* b);
 // gemPortListTree: lstIdx, ifIndex, onuId, gemPort, listType, dir.
 int aclGemPortListCmp(const void* a, const void* b);
+
+// The GEM port record of (unit, onuId, gemPort), or nullptr.
+AclGemPortEntry* aclGemPortEntryGet(uint32_t unit, uint16_t onuId, uint16_t gemPort);

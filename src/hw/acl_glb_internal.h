@@ -9,6 +9,7 @@
 #include "hw/acl_bind_stats.h"
 #include "hw/acl_dev_trans.h"
 #include "main/acl_group.h"
+#include "main/acl_log.h"
 #include "platform/sil.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
@@ -58,14 +59,25 @@ ParamBlock paramBlock(AclRuleEntry* r);
 // first next hop configured.
 bool nextHopsReady(const AclRuleEntry* r, const ParamBlock& block);
 
+// Where next-hop messages come from: the area and operation they name and their log class (the
+// destination IP rule record failures are class 1 in every scope).
+struct NhScope {
+  const char* area;   // "global" or "interface"
+  const char* addOp;  // the install's operation, "add acl" or "add rule acl"
+  uint32_t cls;
+};
+inline constexpr NhScope kNhGlobal{"global", "add acl", ACL_LOG_GLOBAL};
+
 // Registers the rule's next hops with the destination IP tracking. 0, or CMN_ERR_NO_RESOURCE
 // when an entry or record could not be had (logged).
-int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block);
+int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block, const NhScope& scope = kNhGlobal);
 // The skip lines of a rule whose next hops are not all resolved.
-void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block);
+void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block,
+                        const NhScope& scope = kNhGlobal);
 // Logs the state of each next hop of the rule and, when this is the list's last binding, releases
 // the registrations.
-void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block);
+void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block,
+                    const NhScope& scope = kNhGlobal);
 
 // Unlinks and frees the rule's statistics record; false when there was none.
 bool statsDel(const AclRuleEntry* r, uint32_t dir);

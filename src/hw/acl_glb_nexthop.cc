@@ -38,25 +38,25 @@ struct NextHopAction {
 
 constexpr NextHopAction kNextHopActions[] = {
     {RULE_ACTION_OUTPUT_NEXTHOP, ACL_DSTIP_FAMILY_V4, 11, 1, 1, false,
-     "ACL global [add acl] error. (Reason=[filter %d/%u destIp entry is NULL.])\r\n", nullptr,
-     "ACL global [add acl] info = [filter %d/%u arp not learn, continue.]\r\n",
-     "ACL global [del acl] info=[nexthop IP entry macFindFlag = %d].\r\n"},
+     "ACL %s [%s] error. (Reason=[filter %d/%u destIp entry is NULL.])\r\n", nullptr,
+     "ACL %s [%s] info = [filter %d/%u arp not learn, continue.]\r\n",
+     "ACL %s [del acl] info=[nexthop IP entry macFindFlag = %d].\r\n"},
     {RULE_ACTION_IP6OUTPUT_NEXTHOP, ACL_DSTIP_FAMILY_V6, 23, 4, 1, false,
-     "ACL global [add acl] error. (Reason=[filter %d/%u destIp ipv6 entry is NULL.])\r\n", nullptr,
-     "ACL global [add acl] info = [filter %d/%u arp not learn]\r\n",
-     "ACL global [del acl] info=[nexthop IP6 entry macFindFlag = %d].\r\n"},
+     "ACL %s [%s] error. (Reason=[filter %d/%u destIp ipv6 entry is NULL.])\r\n", nullptr,
+     "ACL %s [%s] info = [filter %d/%u arp not learn]\r\n",
+     "ACL %s [del acl] info=[nexthop IP6 entry macFindFlag = %d].\r\n"},
     {RULE_ACTION_OUTPUT_MULTIHOP, ACL_DSTIP_FAMILY_V4, 11, 1, 4, true,
-     "ACL global [add acl] error. (Reason=[filter %d/%u one destIp entry is NULL.])\r\n",
-     "ACL global [add acl] info = [filter %d/%u one IP arp not learn]\r\n",
-     "ACL global [add acl] info = [filter %d/%u multi-nexthop arp not learned. nexthop %d, arp "
+     "ACL %s [%s] error. (Reason=[filter %d/%u one destIp entry is NULL.])\r\n",
+     "ACL %s [%s] info = [filter %d/%u one IP arp not learn]\r\n",
+     "ACL %s [%s] info = [filter %d/%u multi-nexthop arp not learned. nexthop %d, arp "
      "learned %d.]\r\n",
-     "ACL global [del acl] info=[IP entry macFindFlag = %d].\r\n"},
+     "ACL %s [del acl] info=[IP entry macFindFlag = %d].\r\n"},
     {RULE_ACTION_IP6OUTPUT_MULTIHOP, ACL_DSTIP_FAMILY_V6, 23, 4, 4, true,
-     "ACL global [add acl] error. (Reason=[filter %d/%u one destIp6 entry is NULL.])\r\n",
-     "ACL global [add acl] info = [filter %d/%u one IP6 arp not learn]\r\n",
-     "ACL global [add acl] info = [filter %d/%u multi-nexthop arp6 not learned. nexthop %d, arp "
+     "ACL %s [%s] error. (Reason=[filter %d/%u one destIp6 entry is NULL.])\r\n",
+     "ACL %s [%s] info = [filter %d/%u one IP6 arp not learn]\r\n",
+     "ACL %s [%s] info = [filter %d/%u multi-nexthop arp6 not learned. nexthop %d, arp "
      "learned %d.]\r\n",
-     "ACL global [del acl] info=[IP entry macFindFlag = %d].\r\n"},
+     "ACL %s [del acl] info=[IP entry macFindFlag = %d].\r\n"},
 };
 
 const uint8_t* hopAddr(const ParamBlock& block, const NextHopAction& a, uint32_t hop) {
@@ -118,7 +118,7 @@ bool nextHopsReady(const AclRuleEntry* r, const ParamBlock& block) {
   return true;
 }
 
-int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block) {
+int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block, const NhScope& scope) {
   const uint32_t vrf = vrfOf(block);
   for (const NextHopAction& a : kNextHopActions) {
     if (!hasAction(r, a.code)) continue;
@@ -129,7 +129,7 @@ int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block) {
       const bool created = entry == nullptr;
       if (created) entry = aclDstIpEntryAdd(vrf, addr, a.family);
       if (entry == nullptr) {
-        aclDebug(ACL_LOG_GLOBAL, a.entryMissing, ruleArgs(r), r->ruleIdx);
+        aclDebug(scope.cls, a.entryMissing, scope.area, scope.addOp, ruleArgs(r), r->ruleIdx);
         return CMN_ERR_NO_RESOURCE;
       }
       AclDstIpRuleEntry* rec = aclDstIpRuleEntryGet(r->lstIdx, r->ruleIdx, ordinal);
@@ -137,14 +137,14 @@ int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block) {
       if (rec == nullptr) {
         if (a.multi) {
           aclDebug(ACL_LOG_IF,
-                   "ACL global [add acl] error. (Reason=[filter %d/%u ip %d destIpRule entry is "
+                   "ACL %s [%s] error. (Reason=[filter %d/%u ip %d destIpRule entry is "
                    "NULL.])\r\n",
-                   ruleArgs(r), r->ruleIdx, static_cast<int>(ordinal));
+                   scope.area, scope.addOp, ruleArgs(r), r->ruleIdx, static_cast<int>(ordinal));
         } else {
           aclDebug(ACL_LOG_IF,
-                   "ACL global [add acl] error. (Reason=[filter %d/%u destIpRule entry is "
+                   "ACL %s [%s] error. (Reason=[filter %d/%u destIpRule entry is "
                    "NULL.])\r\n",
-                   ruleArgs(r), r->ruleIdx);
+                   scope.area, scope.addOp, ruleArgs(r), r->ruleIdx);
         }
         // An entry made for this next hop alone would be tracked for nobody.
         if (created && dlist::empty(&entry->ruleList)) aclDstIpEntryDel(entry);
@@ -166,7 +166,7 @@ int32_t nextHopRegister(AclRuleEntry* r, const ParamBlock& block) {
   return 0;
 }
 
-void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block) {
+void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block, const NhScope& scope) {
   const uint32_t vrf = vrfOf(block);
   for (const NextHopAction& a : kNextHopActions) {
     if (!hasAction(r, a.code)) continue;
@@ -174,24 +174,26 @@ void nextHopNotReadyLog(const AclRuleEntry* r, const ParamBlock& block) {
       for (uint32_t hop = 0; hop < a.maxHops && hopPresent(block, a, hop); ++hop) {
         const AclDstIpEntry* e = aclDstIpEntryGet(vrf, hopAddr(block, a, hop), a.family);
         if (e == nullptr || e->macFindFlag != 1) {
-          aclDebug(ACL_LOG_GLOBAL, a.hopNotLearned, ruleArgs(r), r->ruleIdx);
+          aclDebug(scope.cls, a.hopNotLearned, scope.area, scope.addOp, ruleArgs(r), r->ruleIdx);
         }
       }
-      aclDebug(ACL_LOG_GLOBAL, a.notLearned, ruleArgs(r), r->ruleIdx, r->nhNum, r->nhLearned);
+      aclDebug(scope.cls, a.notLearned, scope.area, scope.addOp, ruleArgs(r), r->ruleIdx, r->nhNum,
+               r->nhLearned);
     } else {
-      aclDebug(ACL_LOG_GLOBAL, a.notLearned, ruleArgs(r), r->ruleIdx);
+      aclDebug(scope.cls, a.notLearned, scope.area, scope.addOp, ruleArgs(r), r->ruleIdx);
     }
   }
 }
 
-void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block) {
+void nextHopRelease(AclRuleEntry* r, bool lastBinding, const ParamBlock& block,
+                    const NhScope& scope) {
   const uint32_t vrf = vrfOf(block);
   for (const NextHopAction& a : kNextHopActions) {
     if (!hasAction(r, a.code)) continue;
     for (uint32_t hop = 0; hop < a.maxHops && hopPresent(block, a, hop); ++hop) {
       AclDstIpEntry* entry = aclDstIpEntryGet(vrf, hopAddr(block, a, hop), a.family);
       if (entry == nullptr) continue;
-      aclDebug(ACL_LOG_GLOBAL, a.releaseState, entry->macFindFlag);
+      aclDebug(scope.cls, a.releaseState, scope.area, entry->macFindFlag);
       // Other bindings of the list still need the next hops tracked.
       if (!lastBinding) continue;
       AclDstIpRuleEntry* rec = aclDstIpRuleEntryGet(r->lstIdx, r->ruleIdx, hop + 1);

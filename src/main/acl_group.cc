@@ -76,6 +76,8 @@ struct PoolSpec {
 // Everything the group holds, released in any state of construction, then the group cleared.
 void releaseGroup() {
   destroyTrees();
+  // Timers live in pool records (a list's next-hop retry): unlinked while their memory is there.
+  silTimerListDestroy(&gaclGrp.timerList);
   for (SIL_POOL_ID* p :
        {&gaclGrp.listPool, &gaclGrp.grulePool, &gaclGrp.rulePool, &gaclGrp.ifPool,
         &gaclGrp.statsPool, &gaclGrp.ifListPool, &gaclGrp.gemPortPool, &gaclGrp.gemPortListPool,
@@ -85,7 +87,6 @@ void releaseGroup() {
     if (*p != nullptr) silMemPoolDestroy(p);
   }
   if (gaclGrp.aclMutex != 0) silDeleteSem(gaclGrp.aclMutex);
-  silTimerListDestroy(&gaclGrp.timerList);
   // sockFd is 0 until the socket step sets it to -1 and opens it; 0 is not ours to close.
   if (gaclGrp.sockFd != 0) {
     if (gaclGrp.sockFd > 0) zor_close(gaclGrp.sockFd);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "hw/acl_bind_slot.h"
 #include "platform/avl.h"
 #include "platform/dlist.h"
 #include "platform/sil.h"
@@ -57,8 +58,7 @@ struct AclGroup {
   SilDlNode gemPortStatsList;
   avl_tree_t ifListTree;
   uint32_t scalar5Value;
-  uint32_t inAcl;
-  uint32_t outAcl;
+  AclBindSlots slots;  // the global bind slots
   uint8_t inCtrl;
   uint8_t outCtrl;
   // The list each generic binding installed when it was switched on (meaningful while inCtrl /
@@ -80,24 +80,6 @@ struct AclGroup {
   uint8_t redirectMultiEnable;
   uint8_t tlvEnable;
   uint8_t ethSubIfEnable;
-  uint32_t inL2Acl;
-  uint32_t outL2Acl;
-  uint32_t inIpv4Acl;
-  uint32_t outIpv4Acl;
-  uint32_t inIpv6Acl;
-  uint32_t outIpv6Acl;
-  uint32_t inHybridAcl;
-  uint32_t outHybridAcl;
-  uint32_t inMplsAcl;
-  uint32_t outMplsAcl;
-  uint32_t inUdfAcl;
-  uint32_t outUdfAcl;
-  uint32_t inL2VfpAcl;
-  uint32_t inIpv4VfpAcl;
-  uint32_t inIpv6VfpAcl;
-  uint32_t inHybridVfpAcl;
-  uint32_t inMplsVfpAcl;
-  uint32_t inUdfVfpAcl;
   avl_tree_t blackListTree;
   uint32_t carMin;
   uint32_t carMax;

@@ -35,11 +35,27 @@ void aclDebugStyled(uint32_t guard, uint32_t cls, uint32_t style, const char* fo
   va_end(ap);
 }
 
-void aclOperLog(const char* format, ...) {
+namespace {
+
+void operOut(uint32_t cls, const char* format, va_list ap) {
   char text[1024];
+  std::vsnprintf(text, sizeof text, format, ap);
+  const uint32_t pri = cls < gAclDebugPri.size() ? gAclDebugPri[cls] : 5;
+  loggingLogOutput(ACL_LOG_TAG_BASE + cls, pri, 0, "%s", text);
+}
+
+}  // namespace
+
+void aclOperLog(const char* format, ...) {
   va_list ap;
   va_start(ap, format);
-  std::vsnprintf(text, sizeof text, format, ap);
+  operOut(ACL_LOG_OPER, format, ap);
   va_end(ap);
-  loggingLogOutput(ACL_LOG_TAG_BASE + ACL_LOG_OPER, gAclDebugPri[ACL_LOG_OPER], 0, "%s", text);
+}
+
+void aclOperLogClass(uint32_t cls, const char* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  operOut(cls, format, ap);
+  va_end(ap);
 }

@@ -55,3 +55,6 @@ void aclDebugStyled(uint32_t guard, uint32_t cls, uint32_t style, const char* fo
     __attribute__((format(printf, 4, 5)));
 // The operational log (class 12): written whatever the flags say.
 void aclOperLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// A line of another class through the operational log, written whatever the flags say: the
+// failures to program an interface (protocol registration 9 and 10, hardware 13 and 14).
+void aclOperLogClass(uint32_t cls, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "control/acl_slot_rtmsg.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "platform/rtbus.h"
@@ -117,9 +118,22 @@ void aclRtMsgWalk(std::span<const uint8_t> data,
   }
 }
 
-void aclRtMsgDispatch(uint16_t /*type*/, std::span<const uint8_t> /*msg*/,
-                      uint32_t /*remaining*/) {
-  // The handlers of interface, aggregation, card, slot, next-hop, time-range and ONU events
-  // register here as their subsystems are built; until then every type is skipped, as unknown
-  // types always are.
+void aclRtMsgDispatch(uint16_t type, std::span<const uint8_t> msg, uint32_t /*remaining*/) {
+  // Each type goes to the subsystem that owns what it changes; a type without a handler is
+  // skipped, as unknown types always are.
+  switch (type) {
+    case ACL_RTM_CARD_UP:
+    case ACL_RTM_CARD_CHANGE:
+      aclRtCardMsgProcess(type, msg);
+      break;
+    case ACL_RTM_SLOT_DEL:
+      aclRtSlotDelMsgProcess(msg);
+      break;
+    case ACL_RTM_SLOT_UP:
+    case ACL_RTM_SLOT_READY:
+      aclRtSlotMsgProcess(type, msg);
+      break;
+    default:
+      break;
+  }
 }

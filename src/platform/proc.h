@@ -32,6 +32,22 @@ bool shellRegister(const std::string& name, ShellCommand command);  // false whe
 ShellCommand shellLookup(const std::string& name);                  // nullptr when unknown
 std::vector<std::string> shellCommandNames();                       // sorted
 
+// What a shell command prints: to the capture active on the calling thread, else to stdout.
+void shellPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Collects what shell commands print on this thread while it lives (the shell server and tests).
+class ShellCapture {
+ public:
+  ShellCapture();
+  ~ShellCapture();
+  ShellCapture(const ShellCapture&) = delete;
+  ShellCapture& operator=(const ShellCapture&) = delete;
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+  std::string* previous_;
+};
+
 // Stops every task created with silCreateTask and waits for them. Only the test teardown calls
 // it: the daemon itself never stops.
 void stopAllTasksForTest();

@@ -26,6 +26,7 @@
 #include "platform/proc.h"
 #include "platform/run_dir.h"
 #include "platform/sil.h"
+#include "platform/vdev/announce.h"
 #include "wire/be.h"
 
 namespace {
@@ -149,19 +150,23 @@ int zor_setsockopt(int fd, int level, int option, const void* value, uint32_t va
   }
   if (value == nullptr || valueLen != 4) return failWith(EINVAL);
   const uint32_t v = be::load32(value);
-  std::lock_guard lock(gBusMutex);
-  auto it = gSockets.find(fd);
-  if (it == gSockets.end()) return failWith(EBADF);
-  if (level == ZOR_SOL_ROUTE && option == ZOR_ROUTE_ADD_GROUP) {
-    it->second.groups.insert(v);
+  std::string joinedPath;
+  {
+    std::lock_guard lock(gBusMutex);
+    auto it = gSockets.find(fd);
+    if (it == gSockets.end()) return failWith(EBADF);
+    if (level == ZOR_SOL_SOCKET && option == ZOR_SO_MODULE) {
+      it->second.module = v;
+      return 0;
+    }
+    if (level != ZOR_SOL_ROUTE || option != ZOR_ROUTE_ADD_GROUP) return failWith(ENOPROTOOPT);
+    const bool added = it->second.groups.insert(v).second;
     if (!it->second.path.empty() && !writeGroups(it->second)) return failWith(EIO);
-    return 0;
+    if (added) joinedPath = it->second.path;
   }
-  if (level == ZOR_SOL_SOCKET && option == ZOR_SO_MODULE) {
-    it->second.module = v;
-    return 0;
-  }
-  return failWith(ENOPROTOOPT);
+  // The platform tells a module that registers for a group what that group has announced so far.
+  if (!joinedPath.empty()) vdev::routeGroupJoined(joinedPath, v);
+  return 0;
 }
 
 int zor_select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
@@ -216,6 +221,18 @@ int zor_close(int fd) {
 namespace plat {
 
 std::string busDir() { return runPath("rtbus"); }
+
+bool busSendTo(const std::string& sockPath, std::span<const uint8_t> message) {
+  sockaddr_un sa;
+  if (!fillAddr(sockPath, &sa)) return false;
+  const int out = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (out < 0) return false;
+  const ssize_t n = sendto(out, message.data(), message.size(), MSG_DONTWAIT,
+                           reinterpret_cast<sockaddr*>(&sa), sizeof sa);
+  const bool sent = n == static_cast<ssize_t>(message.size());
+  close(out);
+  return sent;
+}
 
 int busSend(uint32_t group, std::span<const uint8_t> message) {
   const int dirFd = ::open(busDir().c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);

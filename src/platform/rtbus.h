@@ -40,6 +40,8 @@ namespace plat {
 std::string busDir();
 // Sends one message to every socket on the bus; returns how many sockets took it.
 int busSend(uint32_t group, std::span<const uint8_t> message);
+// Sends one message to the one socket bound at sockPath; false when it did not take it.
+bool busSendTo(const std::string& sockPath, std::span<const uint8_t> message);
 uint32_t routeSocketLiveCount();
 
 }  // namespace plat

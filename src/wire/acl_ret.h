@@ -27,6 +27,8 @@ constexpr int32_t CMN_ERR_BUFFER_SHORT = 0x03E8000D;
 constexpr int32_t CMN_ERR_NOT_SUPPORTED = 0x03E80010;
 constexpr int32_t CMN_ERR_NO_TABLE = 0x03E80016;
 constexpr int32_t CMN_ERR_BAD_PARAM = 0x03E8001A;
+// The platform cannot locate the interface (no system, slot or kind for it).
+constexpr int32_t CMN_ERR_IF_LOCATE = 0x03E8002A;
 
 constexpr int32_t ACL_ERR_READ_ONLY = 0x03EA0003;
 // The list's type may take no more rules, or the list itself is full.
@@ -51,3 +53,9 @@ constexpr int32_t ACL_ERR_ACTION_FORWARD = 0x03EA0043;
 constexpr int32_t ACL_ERR_MULTI_REDIRECT = 0x03EA0044;
 constexpr int32_t ACL_ERR_ACTION_MIRROR = 0x03EA0045;
 constexpr int32_t ACL_ERR_RULE_ACTIVE = 0x03EA0046;
+// An Ethernet sub-interface may not bind lists while "acl.ethsubifenable" is off.
+constexpr int32_t ACL_ERR_SUBIF_NOT_ALLOWED = 0x03EA004C;
+// No slot record for the slot a binding reaches (or none could be made).
+constexpr int32_t ACL_ERR_SLOT_NOT_EXIST = 0x03EA0047;
+// The binding would pass a slot's rule capacity for its bind type.
+constexpr int32_t ACL_ERR_SLOT_RULE_FULL = 0x03EA0048;

@@ -28,8 +28,10 @@ constexpr std::array kRows = {
     CmdSchema{24, 6, kValueOrNull},
     CmdSchema{25, 2, kValueOrNull},
     CmdSchema{25, 6, kValueOrNull},
-    // The slot resource read fills the caller's descriptor; a null buffer has its own answer.
+    // The slot resource reads (hardware records, ledger) fill the caller's descriptor; a null
+    // buffer has its own answer.
     CmdSchema{73, 0, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
+    CmdSchema{73, 1, {bufMask(BufShape::Desc) | bufMask(BufShape::None), 0, kMaxDataLen}},
     // Scalars: NAMETOID, version and capability answer through a descriptor, and answer a
     // missing one (22, 22, CMN_ERR_BAD_PARAM), so it reaches them as a null pointer; CPU defend
     // and NAT (22 to 25) are handed theirs as it came; traffic policy (53 to 59) and blacklist

@@ -220,8 +220,12 @@ Interface readInterface(const json& j, const std::string& place, bool agg, const
 
 void readModel(const json& j, Model* m) {
   onlyKeys(j, "",
-           {"self", "systems", "interfaces", "aggregations", "neighbours", "detectList",
-            "timeRanges", "mirrorGroups", "scalars", "actionSupport", "counters"});
+           {"self", "announce", "systems", "interfaces", "aggregations", "neighbours",
+            "detectList", "timeRanges", "mirrorGroups", "scalars", "actionSupport", "counters"});
+  if (j.contains("announce")) {
+    if (!j.at("announce").is_boolean()) throw Bad{"announce", "expected true or false"};
+    m->announce = j.at("announce").get<bool>();
+  }
   if (!j.contains("self")) throw Bad{"self", "missing"};
   onlyKeys(j.at("self"), "self", {"system", "slot"});
   m->selfSys = u32(j.at("self"), "self", "system", true);

@@ -144,6 +144,8 @@ struct CommandLogEntry {
 
 struct Model {
   uint32_t selfSys = 1, selfSlot = 1;
+  // Whether a route socket that joins the chassis group is told every slot and card that is up.
+  bool announce = true;
   std::vector<uint32_t> systems;
   std::map<std::pair<uint32_t, uint32_t>, Slot> slots;
   std::map<uint32_t, Interface> interfaces;

@@ -100,6 +100,7 @@ json interfaceToJson(const Interface& i) {
 json modelToJson(const Model& m) {
   json j;
   j["self"] = {{"system", m.selfSys}, {"slot", m.selfSlot}};
+  j["announce"] = m.announce;
   json systems = json::array();
   for (uint32_t sys : m.systems) {
     json slots = json::array();

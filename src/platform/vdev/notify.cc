@@ -1,4 +1,5 @@
 // The one place where model changes made from outside reach the rest of the platform.
+#include "platform/vdev/announce.h"
 #include "platform/vdev/calls.h"
 #include "wire/be.h"
 
@@ -12,9 +13,13 @@ std::vector<uint32_t> keyWords(const void* key, size_t words) {
   return out;
 }
 
-void modelChanged(Device& /*d*/, const std::string& /*what*/, const nlohmann::json& /*detail*/) {
-  // The route messages that announce each kind of change to the daemon are sent from here once
-  // they are built; until then a change only alters what later calls answer.
+void modelChanged(Device& d, const std::string& what, const nlohmann::json& detail) {
+  // A card inserted into a slot brings the slot up with it.
+  if (what == "card.set" && detail.value("inserted", false)) {
+    announceCardUp(d.model, detail.at("system").get<uint32_t>(), detail.at("slot").get<uint32_t>());
+  }
+  // The route messages of the other kinds of change are sent from here as they are built; until
+  // then such a change only alters what later calls answer.
 }
 
 }  // namespace vdev

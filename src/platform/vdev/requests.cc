@@ -221,8 +221,10 @@ json setCard(const json& req) {
   const uint32_t sys = needU32(req, "system"), slot = needU32(req, "slot");
   const bool remove = !req.contains("card") || req.at("card").is_null();
   if (!remove) needObject(req, "card");
+  // What the change announces depends on whether the slot had a card before it.
+  json detail = req;
   return editModel(
-      remove ? "card.remove" : "card.set", req,
+      remove ? "card.remove" : "card.set", detail,
       [&](json& j) {
         json& systems = j["systems"];
         json* s = findIn(systems, "index", sys);
@@ -251,6 +253,7 @@ json setCard(const json& req) {
           (*sl)["card"].merge_patch(req.at("card"));
         } else {
           (*sl)["card"] = req.at("card");
+          detail["inserted"] = true;
         }
         return "systems[" + std::to_string(s - &systems[0]) + "].slots[" +
                std::to_string(sl - &slots[0]) + "]";

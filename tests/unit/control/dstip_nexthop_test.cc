@@ -13,7 +13,7 @@ class NextHopTest : public GlbTest {
   AclListEntry* bind() {
     AclListEntry* l = aclListEntryGet(1001);
     EXPECT_EQ(aclGlbAdd(l, kIn, nullptr, 2), 0);
-    gaclGrp.inIpv4Acl = 1001;
+    gaclGrp.slots.inIpv4Acl = 1001;
     l->refCnt = 1;
     return l;
   }
@@ -223,7 +223,7 @@ TEST_F(NextHopTest, GenericSlotFollowsTheListTheSwitchInstalled) {
   l->refCnt = 1;
   gaclGrp.inCtrl = 1;
   gaclGrp.inCtrlList = 1001;
-  gaclGrp.inAcl = 1002;
+  gaclGrp.slots.inAcl = 1002;
   const Bytes hop = ip4("198.51.100.1");
   neighbour(hop, true);
   EXPECT_EQ(report(hop), 0);
@@ -287,8 +287,8 @@ TEST_F(NextHopTest, PreStageRuleIsRemovedOnce) {
   validRule(1001, 1);
   validRule(1001, 2);
   ASSERT_EQ(aclGlbAdd(aclListEntryGet(1001), ACL_GLB_DIR_VFP, nullptr, 2), 0);
-  gaclGrp.inL2VfpAcl = 1001;
-  gaclGrp.inIpv4VfpAcl = 1001;
+  gaclGrp.slots.inL2VfpAcl = 1001;
+  gaclGrp.slots.inIpv4VfpAcl = 1001;
   EXPECT_EQ(aclNextHopListRuleDel(1001, 2), 0);
   EXPECT_EQ(global(), (HwView{{{1001, 1, ACL_GLB_DIR_VFP}, 8193}}));
   EXPECT_EQ(anomalyCount(), 0u);  // a second removal would be a stray one

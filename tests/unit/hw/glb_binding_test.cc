@@ -197,7 +197,7 @@ TEST_F(GlbTest, RefusedRedirectArmsTheRetryInsteadOfRollingBack) {
   EXPECT_LE(l->retryTimer.expiry, after + ACL_NEXTHOP_RETRY_MS);
 
   // What the scalar API does after a successful add.
-  gaclGrp.inIpv4Acl = 1001;
+  gaclGrp.slots.inIpv4Acl = 1001;
   l->refCnt = 1;
   EXPECT_EQ(runTimers(ACL_NEXTHOP_RETRY_MS), 1);
   EXPECT_EQ(global(), (HwView{{{1001, 5, kIn}, 8197}, {{1001, 10, kIn}, 8202}}));

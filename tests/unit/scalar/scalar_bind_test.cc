@@ -60,8 +60,8 @@ TEST_F(ScalarBind, SlotsCarryTheirDirectionAndHybridPriorities) {
   ASSERT_EQ(set(33, 2001), 0);  // outHybridAcl
   ASSERT_EQ(set(26, 7), 0);     // inL2Acl
   EXPECT_EQ(globalHw(), (std::vector<HwRule>{{7, 1, 0, 8193}, {2001, 3, 1, 9216 + 3}}));
-  EXPECT_EQ(gaclGrp.outHybridAcl, 2001u);
-  EXPECT_EQ(gaclGrp.inL2Acl, 7u);
+  EXPECT_EQ(gaclGrp.slots.outHybridAcl, 2001u);
+  EXPECT_EQ(gaclGrp.slots.inL2Acl, 7u);
 }
 
 TEST_F(ScalarBind, UnbindingAnEmptySlotNamesNoList) {

@@ -172,6 +172,10 @@ TEST_F(DeviceFileTest, StructuralProblemsNameTheirPlace) {
   j = base();
   j["interfaces"][0]["system"] = 4294967296ull;
   expectRefused(j, "interfaces[0].system", "above");
+
+  j = base();
+  j["announce"] = "no";
+  expectRefused(j, "announce", "expected true or false");
 }
 
 TEST_F(DeviceFileTest, ReferencesMustResolve) {
