@@ -50,7 +50,7 @@ AclSlotEntry* aclSlotFirst() {
   return aclSlotFromLinks(head->next);
 }
 
-AclSlotEntry* aclSlotNext(AclSlotEntry* e) {
+AclSlotEntry* aclSlotNext(const AclSlotEntry* e) {
   SilDlNode* n = e->links.next;
   return n == &gaclGrp.slotList ? nullptr : aclSlotFromLinks(n);
 }

@@ -45,7 +45,7 @@ AclSlotEntry* aclSlotEntryGetOrAdd(uint32_t sys, uint32_t slot);
 AclSlotEntry* aclSlotFromLinks(SilDlNode* n);
 // The first record in (sys, slot) order and the one after e; nullptr at the end.
 AclSlotEntry* aclSlotFirst();
-AclSlotEntry* aclSlotNext(AclSlotEntry* e);
+AclSlotEntry* aclSlotNext(const AclSlotEntry* e);
 
 // Asks the card in (sys, slot) for its capacities, stage by stage, and keeps every positive one;
 // 0, or ACL_ERR_SLOT_NOT_EXIST when no record can be had. A failed query is only logged.

@@ -18,8 +18,7 @@ void aclSlotShow() {
   // The records change under the event task; the print holds the lock for a consistent view.
   AclLockGuard lock;
   shellPrintf("\r\n--------------------------\r\n");
-  for (const AclSlotEntry* s = aclSlotFirst(); s != nullptr;
-       s = aclSlotNext(const_cast<AclSlotEntry*>(s))) {
+  for (const AclSlotEntry* s = aclSlotFirst(); s != nullptr; s = aclSlotNext(s)) {
     shellPrintf("sys:%u\r\n", s->sys);
     shellPrintf("slot:%u\r\n", s->slot);
     shellPrintf("chipNum:%u\r\n", s->chipNum);

@@ -4,12 +4,9 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "support/acl_e2e.h"
-#include "support/run_dir.h"
 
 namespace {
 
@@ -17,22 +14,6 @@ using nlohmann::json;
 
 class SlotE2e : public AclE2eTest {
  protected:
-  void SetUp() override {}
-  // A daemon on the example device, with slot 1/2's IPv4 ingress capacity and the replay set.
-  void startOnFile(const char* ipv4In, bool announce) {
-    const auto root = std::filesystem::path(ACL_SOURCE_DIR);
-    json d = json::parse(std::ifstream(root / "docs/examples/device.json"));
-    d["announce"] = announce;
-    for (auto& s : d["systems"][0]["slots"]) {
-      if (s["slot"] == 2) s["card"]["options"]["acl.maxipv4inrulenumperslot"] = ipv4In;
-    }
-    const std::string path = dir_.path() + "/device.json";
-    std::ofstream(path) << d.dump();
-    AclProcessOptions o;
-    o.deviceFile = path;
-    acl_ = AclProcess::start(o);
-    ASSERT_NE(acl_, nullptr);
-  }
   // The ledger once the daemon knows n slots (the replay is handled by its event task).
   json slotsWhenKnown(size_t n) {
     json slots;
@@ -49,12 +30,9 @@ class SlotE2e : public AclE2eTest {
     }
     return json();
   }
-  test::TempRunDir dir_;
 };
 
 TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
-  acl_ = AclProcess::start();
-  ASSERT_NE(acl_, nullptr);
   const json slots = slotsWhenKnown(4);
   ASSERT_EQ(slots.size(), 4u) << slots.dump();
   for (uint32_t i = 0; i < 4; ++i) {
@@ -83,22 +61,6 @@ TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
   EXPECT_NE(out.find("vfp ipv4"), std::string::npos) << out;
   EXPECT_EQ(acl_->aclctl({"slot", "show", "1/9"}, &out), 1);
   EXPECT_EQ(acl_->aclctl({"slot", "resources", "1-2"}, &out), 2);
-}
-
-TEST_F(SlotE2e, CardOptionsSetCapacitiesAndTheReplayCanBeSwitchedOff) {
-  startOnFile("3", true);
-  const json slots = slotsWhenKnown(4);
-  ASSERT_GE(slots.size(), 2u) << slots.dump();
-  EXPECT_EQ(type(slots[1], "in", "ipv4")["capacity"], 3);
-  EXPECT_EQ(type(slots[1], "out", "ipv4")["capacity"], 1024);
-
-  acl_.reset();
-  startOnFile("3", false);
-  // Only the daemon's own slot; nothing arrives later either.
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  const json own = run({"--json", "slot", "show"})["slots"];
-  ASSERT_EQ(own.size(), 1u) << own.dump();
-  EXPECT_EQ(own[0]["slot"], 1);
 }
 
 }  // namespace
