@@ -129,6 +129,9 @@ TEST_F(IfE2e, AclctlIfBindsShowsAndNamesRefusals) {
   EXPECT_TRUE(unitRules(201, 1001).empty());
   run({"if", "delete", "201"});
   EXPECT_TRUE(run({"--json", "if", "show"})["interfaces"].empty());
+  EXPECT_TRUE(run({"--json", "if", "stats", "show"})["stats"].empty());
+  run({"if", "stats", "clear", "--all"});
+  EXPECT_EQ(acl_->aclctl({"if", "stats", "clear"}, &out), 2);
   EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 0);
 }
 
