@@ -58,12 +58,11 @@ class IfSet {
     if (local_) return 0;
     relayed_ = true;
     const int32_t ret = aclHwRelay(ACL_RELAY_IF, mode_, ifIndex_, cmd_, buf_);
-    if (ret != 0) {
-      aclDebug(ACL_LOG_API,
-               "ACL config [if set api] error. (Reason=[None-local interface, sync the config "
-               "error]");
-    }
-    return ret;
+    if (ret == 0) return 0;
+    aclDebug(ACL_LOG_API,
+             "ACL config [if set api] error. (Reason=[None-local interface, sync the config "
+             "error]");
+    return ret == ACL_RET_UNKNOWN ? CMN_ERR_SYNC_FAILED : ret;
   }
   void undoRelay() {
     std::array<uint8_t, 4> prev{};
@@ -121,7 +120,7 @@ int32_t IfSet::run(AclIfEntry* rec) {
   int32_t ret = dispatch(rec);
   if (!local_) {
     if (ret != 0 && relayed_) undoRelay();
-    return ret == ACL_RET_UNKNOWN && relayed_ ? CMN_ERR_SYNC_FAILED : ret;
+    return ret;
   }
   if (ret != 0) return ret;
   ret = aclHwRelay(ACL_RELAY_IF, mode_, ifIndex_, cmd_, buf_);

@@ -125,6 +125,17 @@ TEST_F(IfApiTest, RefusalsAndFailedRelaysLeaveStoreAndHardwareAsTheyWere) {
          failOn(kPort, HWIL_CMD_IF_ADD, 1001, 1);
        },
        kPort, kIpv4In, 1001, kHwFault, {1001, 0}},
+      // -1 from the binding itself is not a relay failure: it stays -1.
+      {"remote install answers -1", [] {
+         remote(kPort);
+         ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
+         plat::FaultRule f;
+         f.call = "zorHwilCmdSetApi";
+         f.cmd = HWIL_CMD_IF_ADD;
+         f.unit = kPort;
+         plat::faultAdd(f);
+       },
+       kPort, kIpv4In, 1001, ACL_RET_UNKNOWN, {1001, 0}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
