@@ -19,7 +19,9 @@
 
 namespace {
 
-int num(uint32_t v) { return static_cast<int>(v); }
+int num(uint32_t v) {
+  return static_cast<int>(v);
+}
 
 std::span<uint8_t, ACL_IF_LST_KEY_LEN> keyBytes(uintptr_t addr) {
   return std::span<uint8_t, ACL_IF_LST_KEY_LEN>(reinterpret_cast<uint8_t*>(addr),
@@ -41,8 +43,12 @@ AclListEntry* liveList(uint32_t lstIdx) {
 }
 
 // Commands that belong to the HQoS, policy-based redirect and traffic-policy families.
-bool foreignCmd(uint32_t cmd) { return (cmd >= 18 && cmd <= 21) || (cmd >= 34 && cmd <= 40); }
-bool unknownCmd(uint32_t cmd) { return cmd == 0 || (cmd >= 9 && cmd <= 16) || cmd >= 47; }
+bool foreignCmd(uint32_t cmd) {
+  return (cmd >= 18 && cmd <= 21) || (cmd >= 34 && cmd <= 40);
+}
+bool unknownCmd(uint32_t cmd) {
+  return cmd == 0 || (cmd >= 9 && cmd <= 16) || cmd >= 47;
+}
 
 // One Set on one interface: where the relay goes in the order of the work, and what it undoes.
 class IfSet {
@@ -125,8 +131,9 @@ int32_t IfSet::run(AclIfEntry* rec) {
   if (ret != 0) return ret;
   ret = aclHwRelay(ACL_RELAY_IF, mode_, ifIndex_, cmd_, buf_);
   if (ret == 0) return 0;
-  aclDebug(ACL_LOG_API, "ACL config [if set api] error. (Reason=[Local interface, sync the config "
-                        "error)");
+  aclDebug(ACL_LOG_API,
+           "ACL config [if set api] error. (Reason=[Local interface, sync the config "
+           "error)");
   if (ret == ACL_RET_UNKNOWN) ret = CMN_ERR_SYNC_FAILED;
   AclIfEntry* now = aclIfEntryGet(ifIndex_);
   if (cmd_ == ACL_IF_CMD_OUT_CTRL || cmd_ == ACL_IF_CMD_IN_CTRL) {
@@ -375,8 +382,7 @@ int32_t _aclIfSetApi(uintptr_t key, uintptr_t cmdArg, uintptr_t buf, uint32_t mo
   const auto cmd = static_cast<uint32_t>(cmdArg);
   if (!aclStarted()) return ACL_ERR_IF_NOT_EXIST;
   AclLockGuard lock;
-  aclDebug(ACL_LOG_API, "ACL config [if set api] info=[index:=%d cmd:=%d]", num(ifIndex),
-           num(cmd));
+  aclDebug(ACL_LOG_API, "ACL config [if set api] info=[index:=%d cmd:=%d]", num(ifIndex), num(cmd));
   if (unknownCmd(cmd)) return ACL_RET_UNKNOWN;
   if (buf == 0) return CMN_ERR_BAD_PARAM;
   // The HQoS, redirect and traffic-policy commands have no owner in this build.

@@ -23,8 +23,12 @@ AclStatsEntry* owner(SilDlNode* n) {
   return dlist::owner<AclStatsEntry>(n, offsetof(AclStatsEntry, ifNode));
 }
 
-int32_t keyDir(const AclStatsKey& k) { return static_cast<int16_t>(k.index.dir); }
-int num(uint32_t v) { return static_cast<int>(v); }
+int32_t keyDir(const AclStatsKey& k) {
+  return static_cast<int16_t>(k.index.dir);
+}
+int num(uint32_t v) {
+  return static_cast<int>(v);
+}
 
 bool passes(const AclStatsEntry* e, const AclStatsKey& k) {
   if (k.filtered(ACL_STATS_FILTER_LST) && e->lstIdx != k.index.lstIdx) return false;
@@ -118,12 +122,14 @@ int32_t aclIfStatsGetApi(uintptr_t indexAddr, uintptr_t cmd, uintptr_t buf) {
   if (buf == 0) return CMN_ERR_BAD_PARAM;
   wire::BufDesc* d = tblDesc(buf);
   if (d->len < ACL_STATS_ANSWER_LEN || d->data == nullptr) {
-    aclDebug(ACL_LOG_API, "ACL config [if stats get] error. (Reason = [get rule stats len:=%d ERROR])",
+    aclDebug(ACL_LOG_API,
+             "ACL config [if stats get] error. (Reason = [get rule stats len:=%d ERROR])",
              num(d->len));
     return ACL_RET_UNKNOWN;
   }
   if (int32_t ret = aclStatsSetPktByte(e)) {
-    aclDebug(ACL_LOG_API, "ACL config [if stats get] error. (Reason = [stats set packet byte ERROR])");
+    aclDebug(ACL_LOG_API,
+             "ACL config [if stats get] error. (Reason = [stats set packet byte ERROR])");
     return ret;
   }
   if (int32_t ret = aclIfStatsGet(e)) {

@@ -143,8 +143,7 @@ std::string slotOfInterface(const AclctlGlobals& g, uint32_t ifIndex) {
             std::to_string(ifIndex) + ")";
   } else if (ret == ACL_ERR_SLOT_RULE_FULL) {
     const std::string where = slotOfInterface(g, ifIndex);
-    cause = (where.empty() ? "the slot of interface " + std::to_string(ifIndex)
-                           : "slot " + where) +
+    cause = (where.empty() ? "the slot of interface " + std::to_string(ifIndex) : "slot " + where) +
             " is full for " + slotText;
   } else if (ret == CMN_ERR_BAD_PARAM && lst != 0) {
     cause = "list " + std::to_string(lst) + " is an " + listTypeOf(lst) +
@@ -152,8 +151,8 @@ std::string slotOfInterface(const AclctlGlobals& g, uint32_t ifIndex) {
   } else if (ret == ACL_RET_IF_LIST_ACTIVE) {
     cause = "the untyped slot is switched on; unbind it first";
   }
-  throw AclctlExit(kAclctlExitFailed, what + ": " + (cause.empty() ? "" : cause + ": ") +
-                                          aclclient::retText(ret));
+  throw AclctlExit(kAclctlExitFailed,
+                   what + ": " + (cause.empty() ? "" : cause + ": ") + aclclient::retText(ret));
 }
 
 void reportOk(const AclctlGlobals& g, const std::string& text) {
@@ -192,12 +191,12 @@ void remove(const AclctlGlobals& g, const IfArgs& a) {
 void bind(const AclctlGlobals& g, const IfArgs& a) {
   const AclBindSlotDef& slot = slotFor(a.dir, a.type);
   aclclient::TableSession s(g);
-  const std::string what = "bind list " + std::to_string(a.lst) + " to " + std::to_string(a.ifIndex) +
-                           " " + slot.name;
-  const std::string slotText = std::string(slot.cls == AclSlotClass::Untyped
-                                               ? listTypeOf(a.lst)
-                                               : kListTypeNames[slot.listType]) +
-                               " " + dirName(slot.dir);
+  const std::string what =
+      "bind list " + std::to_string(a.lst) + " to " + std::to_string(a.ifIndex) + " " + slot.name;
+  const std::string slotText =
+      std::string(slot.cls == AclSlotClass::Untyped ? listTypeOf(a.lst)
+                                                    : kListTypeNames[slot.listType]) +
+      " " + dirName(slot.dir);
   if (s.getValue(kFuncLstGet, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
     refused(g, what, ACL_ERR_LIST_NOT_EXIST, a.ifIndex, a.lst, slotText);
   }
@@ -209,8 +208,8 @@ void bind(const AclctlGlobals& g, const IfArgs& a) {
       refused(g, what, ret, a.ifIndex, a.lst, slotText);
     }
   }
-  reportOk(g, "bound list " + std::to_string(a.lst) + " to interface " +
-                  std::to_string(a.ifIndex) + " " + slot.name);
+  reportOk(g, "bound list " + std::to_string(a.lst) + " to interface " + std::to_string(a.ifIndex) +
+                  " " + slot.name);
 }
 
 void unbind(const AclctlGlobals& g, const IfArgs& a) {
@@ -278,8 +277,8 @@ ordered_json describe(aclclient::TableSession& s, uint32_t ifIndex,
   ordered_json binds = ordered_json::array();
   for (const BindEntry& e : entries) {
     if (e.ifIndex != ifIndex) continue;
-    binds.push_back({{"list", e.lst}, {"rule", e.rule}, {"kind", kindName(e.kind)},
-                     {"dir", dirName(e.dir)}});
+    binds.push_back(
+        {{"list", e.lst}, {"rule", e.rule}, {"kind", kindName(e.kind)}, {"dir", dirName(e.dir)}});
   }
   j["bindings"] = binds;
   return j;
@@ -360,8 +359,8 @@ void statsShow(const AclctlGlobals& g, const IfArgs& a) {
     if (resp.result == 0 && resp.key == cur) break;
   }
   if (resp.result != 0 && resp.result != CMN_ERR_NOT_FOUND) {
-    throw AclctlExit(kAclctlExitFailed, "interface statistics walk: " +
-                                            aclclient::retText(resp.result));
+    throw AclctlExit(kAclctlExitFailed,
+                     "interface statistics walk: " + aclclient::retText(resp.result));
   }
   if (g.json) {
     std::cout << ordered_json{{"stats", rows}}.dump() << std::endl;
@@ -393,9 +392,10 @@ void statsClear(const AclctlGlobals& g, const IfArgs& a) {
   wire::Request req = statsRequest(kFuncStatsSet, key, 6);
   req.bufShape = wire::BufShape::Value;
   const int32_t ret = s.call(req).result;
-  const std::string what = a.all ? "all interface statistics"
-                                 : "statistics of interface " + std::to_string(*a.ifOpt);
-  if (ret != 0) throw AclctlExit(kAclctlExitFailed, "clear " + what + ": " + aclclient::retText(ret));
+  const std::string what =
+      a.all ? "all interface statistics" : "statistics of interface " + std::to_string(*a.ifOpt);
+  if (ret != 0)
+    throw AclctlExit(kAclctlExitFailed, "clear " + what + ": " + aclclient::retText(ret));
   reportOk(g, "cleared " + what);
 }
 
@@ -410,7 +410,8 @@ void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals) {
   create_->add_option("ifindex", a->ifIndex, "interface index")->required();
   create_->callback([&globals, a] { create(globals, *a); });
 
-  auto* delete_ = cmd->add_subcommand("delete", "Delete the record of an interface with nothing bound");
+  auto* delete_ =
+      cmd->add_subcommand("delete", "Delete the record of an interface with nothing bound");
   delete_->add_option("ifindex", a->ifIndex, "interface index")->required();
   delete_->callback([&globals, a] { remove(globals, *a); });
 

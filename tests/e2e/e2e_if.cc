@@ -51,7 +51,8 @@ class IfE2e : public AclE2eTest {
   }
   // What aclctl printed on both streams (its refusals go to stderr).
   std::string said(const std::vector<std::string>& args) {
-    std::string cmd = std::string(ACL_BINARY_DIR) + "/src/client/aclctl --run-dir " + acl_->runDir();
+    std::string cmd =
+        std::string(ACL_BINARY_DIR) + "/src/client/aclctl --run-dir " + acl_->runDir();
     for (const auto& a : args) cmd += " " + a;
     cmd += " 2>&1";
     std::string text;

@@ -91,42 +91,85 @@ TEST_F(IfApiTest, RefusalsAndFailedRelaysLeaveStoreAndHardwareAsTheyWere) {
       {"missing list", [] {}, kPort, kIpv4In, 1500, ACL_ERR_LIST_NOT_EXIST, {}},
       {"L2 slot with an IPv4 list", [] {}, kPort, 22, 1001, CMN_ERR_BAD_PARAM, {}},
       {"switch on with no list index", [] {}, kPort, 2, 1, ACL_RET_INVALID, {}},
-      {"list index while switched on", switchedOn, kPort, 3, 5, ACL_RET_IF_LIST_ACTIVE, {1001},
+      {"list index while switched on",
+       switchedOn,
+       kPort,
+       3,
+       5,
+       ACL_RET_IF_LIST_ACTIVE,
+       {1001},
        true},
       {"unlocated interface", [] {}, 999, 17, 2, ACL_RET_IF_NO_LOCATION, {2}},
-      {"member refuses rule 2", [] { failOn(kPort, HWIL_CMD_IF_ADD, 1001, 2); }, kPort, kIpv4In,
-       1001, kHwFault, {}},
+      {"member refuses rule 2",
+       [] { failOn(kPort, HWIL_CMD_IF_ADD, 1001, 2); },
+       kPort,
+       kIpv4In,
+       1001,
+       kHwFault,
+       {}},
       {"local relay fails after the bind",
-       [] { failRelay(kIpv4In, -1); }, kPort, kIpv4In, 1001, CMN_ERR_SYNC_FAILED, {0}},
+       [] { failRelay(kIpv4In, -1); },
+       kPort,
+       kIpv4In,
+       1001,
+       CMN_ERR_SYNC_FAILED,
+       {0}},
       {"local relay fails after the unbind",
        [=] {
          onFirst();
          failRelay(kIpv4In, kHwFault);
        },
-       kPort, kIpv4In, 0, kHwFault, {1001, 1001}, true},
-      {"local relay fails after a switch-on", [] {
+       kPort,
+       kIpv4In,
+       0,
+       kHwFault,
+       {1001, 1001},
+       true},
+      {"local relay fails after a switch-on",
+       [] {
          ASSERT_EQ(set(kPort, 3, 1001), 0);
          failRelay(2, kHwFault);
        },
-       kPort, 2, 1, kHwFault, {}},
-      {"local relay fails after a switch-off", [=] {
+       kPort,
+       2,
+       1,
+       kHwFault,
+       {}},
+      {"local relay fails after a switch-off",
+       [=] {
          switchedOn();
          failRelay(2, kHwFault);
        },
-       kPort, 2, 2, kHwFault, {1}, true},
-      {"remote relay fails", [] {
+       kPort,
+       2,
+       2,
+       kHwFault,
+       {1},
+       true},
+      {"remote relay fails",
+       [] {
          remote(kPort);
          failRelay(kIpv4In, -1);
        },
-       kPort, kIpv4In, 1001, CMN_ERR_SYNC_FAILED, {0}},
-      {"remote member refuses after the relay", [] {
+       kPort,
+       kIpv4In,
+       1001,
+       CMN_ERR_SYNC_FAILED,
+       {0}},
+      {"remote member refuses after the relay",
+       [] {
          remote(kPort);
          ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
          failOn(kPort, HWIL_CMD_IF_ADD, 1001, 1);
        },
-       kPort, kIpv4In, 1001, kHwFault, {1001, 0}},
+       kPort,
+       kIpv4In,
+       1001,
+       kHwFault,
+       {1001, 0}},
       // -1 from the binding itself is not a relay failure: it stays -1.
-      {"remote install answers -1", [] {
+      {"remote install answers -1",
+       [] {
          remote(kPort);
          ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
          plat::FaultRule f;
@@ -135,7 +178,11 @@ TEST_F(IfApiTest, RefusalsAndFailedRelaysLeaveStoreAndHardwareAsTheyWere) {
          f.unit = kPort;
          plat::faultAdd(f);
        },
-       kPort, kIpv4In, 1001, ACL_RET_UNKNOWN, {1001, 0}},
+       kPort,
+       kIpv4In,
+       1001,
+       ACL_RET_UNKNOWN,
+       {1001, 0}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -221,7 +268,8 @@ TEST_F(IfApiTest, WalksAndInterfaceStatistics) {
       {be::load32(idx + ACL_STATS_INDEX_RULE), be::load32(idx + ACL_STATS_INDEX_IF)}};
   while (aclIfStatsGetNext(reinterpret_cast<uintptr_t>(idx), reinterpret_cast<uintptr_t>(nidx),
                            0) == 0) {
-    walked.push_back({be::load32(nidx + ACL_STATS_INDEX_RULE), be::load32(nidx + ACL_STATS_INDEX_IF)});
+    walked.push_back(
+        {be::load32(nidx + ACL_STATS_INDEX_RULE), be::load32(nidx + ACL_STATS_INDEX_IF)});
     std::memcpy(idx, nidx, sizeof idx);
   }
   EXPECT_EQ(walked, (std::vector<std::pair<uint32_t, uint32_t>>{{1, 202}, {2, 202}}));
