@@ -173,16 +173,7 @@ TEST_F(IfSlotE2e, ACardOptionCapsTheSlotAndARefusedBindLeavesNothing) {
     return json();
   };
   ASSERT_FALSE(ipv4In().is_null());
-  for (uint32_t lst : {1001u, 1002u}) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    for (uint32_t r : {1u, 2u}) {
-      char key[40];
-      std::snprintf(key, sizeof key, "x:%08x%08x%08x", lst, r, 0u);
-      run({"call", "aclRuleSetApi", key, "57", "u32:2"});
-      run({"call", "aclRuleSetApi", key, "19", "u32:46"});
-      ASSERT_EQ(run({"call", "aclRuleSetApi", key, "57", "u32:1"})["ret"], 0);
-    }
-  }
+  for (uint32_t lst : {1001u, 1002u}) twoRuleList(lst);
   run({"if", "create", "201"});
   run({"if", "create", "202"});
   run({"if", "bind", "201", "in", "ipv4", "1001"});

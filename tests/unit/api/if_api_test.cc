@@ -223,12 +223,6 @@ TEST_F(IfApiTest, GetAnswersItsAttributesAndRefusesTheRest) {
   EXPECT_EQ(aclIfGetApi(kPort, 19, w), CMN_ERR_NOT_SUPPORTED);
   EXPECT_EQ(aclIfGetApi(kPort, kIpv4In, 0), CMN_ERR_BAD_PARAM);
   EXPECT_EQ(aclIfGetApi(202, kIpv4In, w), ACL_ERR_IF_NOT_EXIST);
-  // A record with a list bound is kept by a destroy; an empty one goes.
-  EXPECT_EQ(set(kPort, 17, 4), 0);
-  EXPECT_NE(aclIfEntryGet(kPort), nullptr);
-  ASSERT_EQ(set(kPort, kIpv4In, 0), 0);
-  EXPECT_EQ(set(kPort, 17, 4), 0);
-  EXPECT_EQ(aclIfEntryGet(kPort), nullptr);
 }
 
 // The walks see every binding and record in key order; the statistics clear-all with an
