@@ -1,5 +1,6 @@
 #include "api/acl_func_map.h"
 
+#include "api/acl_if_api.h"
 #include "api/acl_index_conv.h"
 #include "api/acl_lst_api.h"
 #include "api/acl_rule_api.h"
@@ -26,23 +27,23 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {11, aclRuleGetApi},
     {12, aclRuleSetApi},
     {13, aclRuleSyncApi},
-    {14, nullptr},  // aclIfLstGetFirst
-    {15, nullptr},  // aclIfLstGetNext
-    {16, nullptr},  // aclIfGetFirst
-    {17, nullptr},  // aclIfGetNext
-    {18, nullptr},  // aclIfGetApi
-    {19, nullptr},  // aclIfSetApi
-    {20, nullptr},  // aclIfSyncApi
+    {14, aclIfLstGetFirst},
+    {15, aclIfLstGetNext},
+    {16, aclIfGetFirst},
+    {17, aclIfGetNext},
+    {18, aclIfGetApi},
+    {19, aclIfSetApi},
+    {20, aclIfSyncApi},
     {21, aclStatsGetFirst},
     {22, aclStatsGetNext},
     {23, aclStatsGetApi},
     {24, aclStatsSetApi},
     {25, aclStatsSyncApi},
-    {26, nullptr},  // aclIfStatsGetFirst
-    {27, nullptr},  // aclIfStatsGetNext
-    {28, nullptr},  // aclIfStatsGetApi
-    {29, nullptr},  // aclIfStatsSetApi
-    {30, nullptr},  // aclIfStatsSyncApi
+    {26, aclIfStatsGetFirst},
+    {27, aclIfStatsGetNext},
+    {28, aclIfStatsGetApi},
+    {29, aclIfStatsSetApi},
+    {30, aclIfStatsSyncApi},
     {0, nullptr},   // 31: empty
     {0, nullptr},   // 32: empty
     {0, nullptr},   // 33: empty

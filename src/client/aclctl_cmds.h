@@ -39,3 +39,5 @@ void aclctlAddMatchCommands(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddServiceCommands(CLI::App& app, AclctlGlobals& globals);
 // "slot": the slot ledger and the cards' hardware resources.
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals);
+// "if": interface records, binding lists on their slots, interface statistics.
+void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals);

@@ -211,6 +211,34 @@ constexpr std::array kRows = {
     CmdSchema{68, 1, kDescOrNull},  // counter name
     CmdSchema{69, 1, kDescOrNull},
     CmdSchema{70, 1, kDescOrNull},
+    // Interfaces: every attribute travels in a value word; a null buffer has its own answer.
+    CmdSchema{18, 1, kValueOrNull}, CmdSchema{18, 2, kValueOrNull}, CmdSchema{18, 3, kValueOrNull},
+    CmdSchema{18, 4, kValueOrNull}, CmdSchema{18, 17, kValueOrNull}, CmdSchema{18, 22, kValueOrNull},
+    CmdSchema{18, 23, kValueOrNull}, CmdSchema{18, 24, kValueOrNull}, CmdSchema{18, 25, kValueOrNull},
+    CmdSchema{18, 26, kValueOrNull}, CmdSchema{18, 27, kValueOrNull}, CmdSchema{18, 28, kValueOrNull},
+    CmdSchema{18, 29, kValueOrNull}, CmdSchema{18, 30, kValueOrNull}, CmdSchema{18, 31, kValueOrNull},
+    CmdSchema{18, 32, kValueOrNull}, CmdSchema{18, 33, kValueOrNull}, CmdSchema{18, 41, kValueOrNull},
+    CmdSchema{18, 42, kValueOrNull}, CmdSchema{18, 43, kValueOrNull}, CmdSchema{18, 44, kValueOrNull},
+    CmdSchema{18, 45, kValueOrNull}, CmdSchema{18, 46, kValueOrNull},
+    CmdSchema{19, 1, kValueOrNull}, CmdSchema{19, 2, kValueOrNull}, CmdSchema{19, 3, kValueOrNull},
+    CmdSchema{19, 4, kValueOrNull}, CmdSchema{19, 17, kValueOrNull}, CmdSchema{19, 22, kValueOrNull},
+    CmdSchema{19, 23, kValueOrNull}, CmdSchema{19, 24, kValueOrNull}, CmdSchema{19, 25, kValueOrNull},
+    CmdSchema{19, 26, kValueOrNull}, CmdSchema{19, 27, kValueOrNull}, CmdSchema{19, 28, kValueOrNull},
+    CmdSchema{19, 29, kValueOrNull}, CmdSchema{19, 30, kValueOrNull}, CmdSchema{19, 31, kValueOrNull},
+    CmdSchema{19, 32, kValueOrNull}, CmdSchema{19, 33, kValueOrNull}, CmdSchema{19, 41, kValueOrNull},
+    CmdSchema{19, 42, kValueOrNull}, CmdSchema{19, 43, kValueOrNull}, CmdSchema{19, 44, kValueOrNull},
+    CmdSchema{19, 45, kValueOrNull}, CmdSchema{19, 46, kValueOrNull},
+    CmdSchema{20, 1, kValueOrNull}, CmdSchema{20, 2, kValueOrNull}, CmdSchema{20, 3, kValueOrNull},
+    CmdSchema{20, 4, kValueOrNull}, CmdSchema{20, 17, kValueOrNull}, CmdSchema{20, 22, kValueOrNull},
+    CmdSchema{20, 23, kValueOrNull}, CmdSchema{20, 24, kValueOrNull}, CmdSchema{20, 25, kValueOrNull},
+    CmdSchema{20, 26, kValueOrNull}, CmdSchema{20, 27, kValueOrNull}, CmdSchema{20, 28, kValueOrNull},
+    CmdSchema{20, 29, kValueOrNull}, CmdSchema{20, 30, kValueOrNull}, CmdSchema{20, 31, kValueOrNull},
+    CmdSchema{20, 32, kValueOrNull}, CmdSchema{20, 33, kValueOrNull}, CmdSchema{20, 41, kValueOrNull},
+    CmdSchema{20, 42, kValueOrNull}, CmdSchema{20, 43, kValueOrNull}, CmdSchema{20, 44, kValueOrNull},
+    CmdSchema{20, 45, kValueOrNull}, CmdSchema{20, 46, kValueOrNull},
+    // Interface statistics clears relay their buffer as a value word.
+    CmdSchema{29, 2, kValueOrNull}, CmdSchema{29, 6, kValueOrNull},
+    CmdSchema{30, 2, kValueOrNull}, CmdSchema{30, 6, kValueOrNull},
 };
 
 bool keyFits(const FuncInfo& f, const Request& req, bool walk) {
