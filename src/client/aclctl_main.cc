@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
   aclctlAddMatchCommands(app, globals);
   aclctlAddServiceCommands(app, globals);
   aclctlAddSlotCommands(app, globals);
+  aclctlAddAuditCommand(app, globals);
 
   try {
     app.parse(argc, argv);

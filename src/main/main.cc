@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "counter/counter.h"
+#include "diag/acl_audit.h"
 #include "main/acl_group.h"
 #include "main/version.h"
 #include "meter/meter.h"
@@ -119,6 +120,7 @@ int main(int argc, char** argv) {
   meterOptInit();
   // A start-up that failed or was switched off leaves the process alive and idle.
   if (aclOptInit() == 0) {
+    aclAuditRegister();
     std::fprintf(stderr, "acl: %s serving %s\n", ACL_VERSION_STRING,
                  plat::mapRunPath(ACL_CMD_SOCKET).c_str());
   } else {

@@ -2,6 +2,7 @@
 // changes to the model. One JSON object in, one JSON object out; the socket server and in-process
 // tests share this.
 #include <functional>
+#include <mutex>
 
 #include "platform/fault.h"
 #include "platform/logging.h"
@@ -479,7 +480,31 @@ const std::map<std::string, Handler>& handlers() {
   return table;
 }
 
+std::mutex gOpsMutex;
+std::map<std::string, ControlOp>& registeredOps() {
+  static std::map<std::string, ControlOp> ops;
+  return ops;
+}
+
+// The registered op of that name, copied out so it runs without gOpsMutex held.
+ControlOp registeredOp(const std::string& name) {
+  std::lock_guard lock(gOpsMutex);
+  auto it = registeredOps().find(name);
+  return it == registeredOps().end() ? ControlOp{} : it->second;
+}
+
 }  // namespace
+
+bool registerControlOp(const std::string& name, ControlOp fn) {
+  if (name.empty() || !fn || handlers().contains(name)) return false;
+  std::lock_guard lock(gOpsMutex);
+  return registeredOps().emplace(name, std::move(fn)).second;
+}
+
+void unregisterControlOp(const std::string& name) {
+  std::lock_guard lock(gOpsMutex);
+  registeredOps().erase(name);
+}
 
 json handleRequest(const json& req) {
   try {
@@ -489,8 +514,9 @@ json handleRequest(const json& req) {
     }
     const std::string op = req.at("op").get<std::string>();
     auto it = handlers().find(op);
-    if (it == handlers().end()) return {{"ok", false}, {"error", "unknown op \"" + op + "\""}};
-    return it->second(req);
+    if (it != handlers().end()) return it->second(req);
+    if (ControlOp fn = registeredOp(op)) return fn(req);
+    return {{"ok", false}, {"error", "unknown op \"" + op + "\""}};
   } catch (const RequestError& e) {
     return {{"ok", false}, {"error", e.text}};
   } catch (const json::exception& e) {
