@@ -37,6 +37,8 @@ void aclctlAddStatsCommands(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddMatchCommands(CLI::App& app, AclctlGlobals& globals);
 // "cpudefend", "nat" and "blacklist": the installations made for other modules.
 void aclctlAddServiceCommands(CLI::App& app, AclctlGlobals& globals);
+// "audit": the daemon's invariant audit.
+void aclctlAddAuditCommand(CLI::App& app, AclctlGlobals& globals);
 // "slot": the slot ledger and the cards' hardware resources.
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals);
 // "if": interface records, binding lists on their slots, interface statistics.

@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include "counter/counter.h"
+#include "diag/acl_audit.h"
 #include "main/acl_group.h"
 #include "main/version.h"
 #include "meter/meter.h"
@@ -128,12 +129,15 @@ int main(int argc, char** argv) {
   std::string why;
   if (aclOptInit() != 0) {
     std::fprintf(stderr, "acl: ACL service not started (switched off or start-up failed); idle\n");
-  } else if (!icmProcTcpServing(ACL_CMD_SOCKET, &why)) {
-    std::fprintf(stderr, "acl: %s not serving the command socket: %s; idle without it\n",
-                 ACL_VERSION_STRING, why.c_str());
   } else {
-    std::fprintf(stderr, "acl: %s serving %s\n", ACL_VERSION_STRING,
-                 plat::mapRunPath(ACL_CMD_SOCKET).c_str());
+    aclAuditRegister();
+    if (!icmProcTcpServing(ACL_CMD_SOCKET, &why)) {
+      std::fprintf(stderr, "acl: %s not serving the command socket: %s; idle without it\n",
+                   ACL_VERSION_STRING, why.c_str());
+    } else {
+      std::fprintf(stderr, "acl: %s serving %s\n", ACL_VERSION_STRING,
+                   plat::mapRunPath(ACL_CMD_SOCKET).c_str());
+    }
   }
   for (;;) sleep(10);
 }

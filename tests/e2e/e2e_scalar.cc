@@ -83,6 +83,7 @@ TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {
   EXPECT_EQ(v["ret"], 22);
   EXPECT_FALSE(v.contains("buf"));
   EXPECT_TRUE(acl_->alive());
+  expectAuditClean();
 }
 
 TEST_F(ScalarE2e, FriendlyGlobalCommands) {
@@ -123,6 +124,24 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
   dbg = run({"--json", "debug", "clear", "0x4"});
   EXPECT_EQ(dbg["debug_flags"].get<uint32_t>() & 0x4u, 0u);
   run({"debug", "set", "lots"}, 2);
+  expectAuditClean();
+}
+
+TEST_F(ScalarE2e, AuditNamesHardwareClearedBehindTheDaemonsBack) {
+  makeList(1001, 2);
+  ASSERT_EQ(scalarSet(28, 1001)["ret"], 0);  // inIpv4Acl
+  expectAuditClean();
+  run({"dev", "clear", "--what", "hw"});
+  std::string out;
+  EXPECT_EQ(acl_->aclctl({"audit"}, &out), 1);
+  EXPECT_EQ(out,
+            "hardware: global table lacks list 1001 rule 1 dir 0 (global inIpv4Acl, priority 8193)\n"
+            "hardware: global table lacks list 1001 rule 2 dir 0 (global inIpv4Acl, priority 8194)\n"
+            "2 difference(s)\n");
+  json j = run({"--json", "audit"}, 1);
+  EXPECT_EQ(j["clean"], false);
+  ASSERT_EQ(j["differences"].size(), 2u);
+  EXPECT_EQ(j["differences"][0]["check"], "hardware");
 }
 
 // A daemon with room for four rules and four statistics records.
@@ -173,6 +192,7 @@ TEST_F(SmallStatsPoolE2e, BindingTooBigForTheStatisticsPoolIsRefusedAndChangesNo
   EXPECT_EQ(scalarSet(28, 0)["ret"], 0);
   EXPECT_EQ(table()["entries"].size(), 3u);
   EXPECT_TRUE(run({"dev", "anomalies"})["anomalies"].empty());
+  expectAuditClean();
 }
 
 }  // namespace

@@ -24,5 +24,12 @@ class AclE2eTest : public ::testing::Test {
                                                        << out;
     return nlohmann::json::parse(out, nullptr, false);
   }
+  // The daemon's invariant audit agrees with everything it checks; otherwise the failure shows
+  // each difference it named.
+  void expectAuditClean() {
+    std::string out;
+    EXPECT_EQ(acl_->aclctl({"audit"}, &out), 0) << out;
+    EXPECT_EQ(out, "audit clean\n");
+  }
   std::unique_ptr<AclProcess> acl_;
 };

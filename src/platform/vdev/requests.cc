@@ -3,6 +3,7 @@
 // tests share this.
 #include <algorithm>
 #include <functional>
+#include <mutex>
 #include <new>
 
 #include "platform/fault.h"
@@ -504,7 +505,31 @@ const std::map<std::string, Handler>& handlers() {
   return table;
 }
 
+std::mutex gOpsMutex;
+std::map<std::string, ControlOp>& registeredOps() {
+  static std::map<std::string, ControlOp> ops;
+  return ops;
+}
+
+// The registered op of that name, copied out so it runs without gOpsMutex held.
+ControlOp registeredOp(const std::string& name) {
+  std::lock_guard lock(gOpsMutex);
+  auto it = registeredOps().find(name);
+  return it == registeredOps().end() ? ControlOp{} : it->second;
+}
+
 }  // namespace
+
+bool registerControlOp(const std::string& name, ControlOp fn) {
+  if (name.empty() || !fn || handlers().contains(name)) return false;
+  std::lock_guard lock(gOpsMutex);
+  return registeredOps().emplace(name, std::move(fn)).second;
+}
+
+void unregisterControlOp(const std::string& name) {
+  std::lock_guard lock(gOpsMutex);
+  registeredOps().erase(name);
+}
 
 json handleRequest(const json& req) {
   // Nothing a request holds may stop the process: every failure, foreseen or not, is an answer.
@@ -517,8 +542,9 @@ json handleRequest(const json& req) {
     }
     const std::string op = req.at("op").get<std::string>();
     auto it = handlers().find(op);
-    if (it == handlers().end()) return {{"ok", false}, {"error", "unknown op \"" + op + "\""}};
-    return it->second(req);
+    if (it != handlers().end()) return it->second(req);
+    if (ControlOp fn = registeredOp(op)) return fn(req);
+    return {{"ok", false}, {"error", "unknown op \"" + op + "\""}};
   } catch (const RequestError& e) {
     return {{"ok", false}, {"error", e.text}};
   } catch (const json::exception& e) {

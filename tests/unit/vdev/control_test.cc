@@ -162,6 +162,21 @@ TEST_F(ControlTest, MalformedRequestsGetErrors) {
   EXPECT_TRUE(req({{"op", "show"}})["ok"]);
 }
 
+TEST_F(ControlTest, RegisteredOpsAnswerByNameAndCannotShadowBuiltIns) {
+  auto echo = [](const json& r) { return json{{"ok", true}, {"got", r.value("x", 0)}}; };
+  EXPECT_FALSE(vdev::registerControlOp("hw", echo));  // a built-in keeps its name
+  EXPECT_FALSE(vdev::registerControlOp("", echo));
+  EXPECT_FALSE(vdev::registerControlOp("test.op", nullptr));
+  ASSERT_TRUE(vdev::registerControlOp("test.op", echo));
+  EXPECT_FALSE(vdev::registerControlOp("test.op", echo));
+  EXPECT_EQ(vdev::handleRequest({{"op", "test.op"}, {"x", 7}})["got"], 7);
+  EXPECT_TRUE(vdev::handleRequest({{"op", "hw"}}).contains("tables"));
+  vdev::unregisterControlOp("test.op");
+  const json gone = vdev::handleRequest({{"op", "test.op"}});
+  EXPECT_EQ(gone["ok"], false);
+  EXPECT_EQ(gone["error"], "unknown op \"test.op\"");
+}
+
 TEST_F(ControlTest, SocketServesRequestsAndSurvivesGarbage) {
   test::TempRunDir dir;
   ASSERT_EQ(vdev::serve(), 0);

@@ -1,0 +1,401 @@
+// The invariant audit. Everything it expects is derived here from the bind slots, the lists and
+// their rules, in the simplest terms the system promises them:
+//
+// - a list's refCnt is the number of bind slots holding it (an untyped slot counts while its
+//   switch is on; the global untyped slots count the list their switch installed);
+// - every interface or GEM binding has its ACL-owned, whole-list bind-list entry, and every such
+//   entry has its binding;
+// - a slot record charges, per bind type, the rule count of each list bound there once, however
+//   many bindings reach it (typed and pre-stage bindings only; aggregations and all-slot
+//   interfaces reach every record, a GEM binding the record of its interface);
+// - the hardware holds, for each binding, exactly its eligible rules (valid, next hops all
+//   learned, time range not off, no VRF field), with the binding's priority, in the form tlvEnable
+//   selects, on the units the aggregation mode names; and nothing else.
+#include "diag/acl_audit.h"
+
+#include <array>
+#include <cstdio>
+#include <map>
+#include <set>
+#include <span>
+#include <tuple>
+
+#include "control/acl_slot.h"
+#include "hw/acl_bind_slot.h"
+#include "hw/acl_gemport_record.h"
+#include "hw/acl_if_record.h"
+#include "main/acl_group.h"
+#include "platform/vdev/control.h"
+#include "platform/vdev/model.h"
+#include "store/acl_list.h"
+#include "store/acl_rule.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_codes.h"
+
+namespace {
+
+using nlohmann::json;
+
+// Hardware command ids, as the device files them.
+constexpr uint32_t kGlobalAdd = 217, kGlobalTlv = 219;
+constexpr uint32_t kIfAdd = 65536398, kIfTlv = 65536400;
+constexpr uint32_t kGemAdd = 212992037, kGemTlv = 212992039;
+constexpr uint32_t kKindAggregation = 2, kKindAllSlot = 3;
+constexpr uint8_t kModeAggregation = 0x02, kModeMembers = 0x01;
+constexpr size_t kMaxMembers = 128;  // what one member read can return
+
+enum class Scope { Global, If, Gem };
+
+struct Binding {
+  Scope scope;
+  uint32_t unit = 0;
+  uint16_t onu = 0, gem = 0;
+  const AclBindSlotDef* slot;
+  uint32_t lstIdx;
+};
+
+std::string where(const Binding& b) {
+  char buf[96];
+  switch (b.scope) {
+    case Scope::Global:
+      std::snprintf(buf, sizeof buf, "global %s", b.slot->name);
+      break;
+    case Scope::If:
+      std::snprintf(buf, sizeof buf, "interface %u %s", b.unit, b.slot->name);
+      break;
+    case Scope::Gem:
+      std::snprintf(buf, sizeof buf, "GEM port %u/%u/%u %s", b.unit, unsigned{b.onu},
+                    unsigned{b.gem}, b.slot->name);
+      break;
+  }
+  return buf;
+}
+
+template <typename T, typename Fn>
+void eachInTree(avl_tree_t* tree, Fn fn) {
+  if (tree->compar == nullptr) return;
+  for (void* p = avl_first(tree); p != nullptr; p = avl_next(tree, p)) fn(*static_cast<T*>(p));
+}
+
+// Every binding the bind slots hold, global first, then interfaces and GEM ports in tree order.
+std::vector<Binding> bindings() {
+  std::vector<Binding> out;
+  for (const AclBindSlotDef& s : kAclBindSlots) {
+    uint32_t lst = gaclGrp.slots.*s.field;
+    if (s.cls == AclSlotClass::Untyped) {
+      const bool ingress = s.dir == ACL_DIR_INGRESS;
+      lst = (ingress ? gaclGrp.inCtrl : gaclGrp.outCtrl) == 1
+                ? (ingress ? gaclGrp.inCtrlList : gaclGrp.outCtrlList)
+                : 0;
+    }
+    if (lst != 0) out.push_back({Scope::Global, 0, 0, 0, &s, lst});
+  }
+  eachInTree<AclIfEntry>(&gaclGrp.ifTree, [&](AclIfEntry& e) {
+    for (const AclBindSlotDef& s : kAclBindSlots) {
+      const uint32_t lst = e.slots.*s.field;
+      if (lst == 0) continue;
+      if (s.cls == AclSlotClass::Untyped &&
+          (s.dir == ACL_DIR_INGRESS ? e.inCtrl : e.outCtrl) != ACL_IF_CTRL_ON) {
+        continue;
+      }
+      out.push_back({Scope::If, e.unit, 0, 0, &s, lst});
+    }
+  });
+  eachInTree<AclGemPortEntry>(&gaclGrp.gemPortTree, [&](AclGemPortEntry& e) {
+    for (const AclBindSlotDef& s : kAclBindSlots) {
+      const uint32_t lst = e.slots.*s.field;
+      if (lst == 0 || s.cls == AclSlotClass::Untyped) continue;
+      out.push_back({Scope::Gem, e.unit, e.onuId, e.gemPort, &s, lst});
+    }
+  });
+  return out;
+}
+
+class Audit {
+ public:
+  Audit() {
+    vdev::Device& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    interfaces_ = d.model.interfaces;
+    hw_ = d.journal.hw;
+  }
+
+  std::vector<AclAuditDiff> run() {
+    const std::vector<Binding> all = bindings();
+    refCounts(all);
+    bindList(all);
+    ledger();
+    hardware(all);
+    return std::move(diffs_);
+  }
+
+ private:
+  template <typename... Args>
+  void diff(const char* check, const char* fmt, Args... args) {
+    char buf[256];
+    std::snprintf(buf, sizeof buf, fmt, args...);
+    diffs_.push_back({check, buf});
+  }
+
+  // refCnt: one per slot holding the list.
+  void refCounts(const std::vector<Binding>& all) {
+    std::map<uint32_t, int32_t> held;
+    for (const Binding& b : all) {
+      ++held[b.lstIdx];
+      if (aclListEntryGet(b.lstIdx) == nullptr) {
+        diff("refCnt", "%s holds list %u, which does not exist", where(b).c_str(), b.lstIdx);
+      }
+    }
+    eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
+      const int32_t want = held.contains(l.lstIdx) ? held[l.lstIdx] : 0;
+      if (l.refCnt != want) {
+        diff("refCnt", "list %u has refCnt %d, its bind slots hold it %d time(s)", l.lstIdx,
+             l.refCnt, want);
+      }
+    });
+  }
+
+  // Every interface and GEM binding against its ACL-owned whole-list entry, both ways.
+  void bindList(const std::vector<Binding>& all) {
+    using IfKey = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>;  // if, kind, dir, list
+    using GemKey = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t>;
+    std::set<IfKey> ifWant, ifHave;
+    std::set<GemKey> gemWant, gemHave;
+    for (const Binding& b : all) {
+      if (b.scope == Scope::If) ifWant.insert({b.unit, b.slot->kind, b.slot->dir, b.lstIdx});
+      if (b.scope == Scope::Gem) {
+        gemWant.insert({b.unit, b.onu, b.gem, b.slot->kind, b.slot->dir, b.lstIdx});
+      }
+    }
+    // Entries of single rules and of other owners (redirects, traffic policies) have no bind slot.
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      if (e.ruleIdx == 0 && e.bindOwner == ACL_BIND_OWNER_ACL) {
+        ifHave.insert({e.ifIndex, e.listType, e.dir, e.lstIdx});
+      }
+    });
+    eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {
+      gemHave.insert({e.ifIndex, e.onuId, e.gemPort, e.listType, e.dir, e.lstIdx});
+    });
+    for (const auto& [i, k, d, l] : ifWant) {
+      if (!ifHave.contains({i, k, d, l})) {
+        diff("bindList", "interface %u holds list %u (kind %u, dir %u) without a bind-list entry",
+             i, l, k, d);
+      }
+    }
+    for (const auto& [i, k, d, l] : ifHave) {
+      if (!ifWant.contains({i, k, d, l})) {
+        diff("bindList", "bind-list entry (interface %u, kind %u, dir %u, list %u) has no slot", i,
+             k, d, l);
+      }
+    }
+    for (const auto& [i, o, g, k, d, l] : gemWant) {
+      if (!gemHave.contains({i, o, g, k, d, l})) {
+        diff("bindList", "GEM port %u/%u/%u holds list %u (kind %u, dir %u) without an entry", i,
+             o, g, l, k, d);
+      }
+    }
+    for (const auto& [i, o, g, k, d, l] : gemHave) {
+      if (!gemWant.contains({i, o, g, k, d, l})) {
+        diff("bindList", "GEM entry (%u/%u/%u, kind %u, dir %u, list %u) has no slot", i, o, g, k,
+             d, l);
+      }
+    }
+  }
+
+  const vdev::Interface* iface(uint32_t unit) const {
+    auto it = interfaces_.find(unit);
+    return it == interfaces_.end() ? nullptr : &it->second;
+  }
+
+  // The ledger column of a list type and a direction, or -1 for none.
+  static int bindType(uint32_t listType, uint32_t dir) {
+    static const std::map<uint32_t, int> column = {{ACL_LIST_TYPE_L2, 0},   {ACL_LIST_TYPE_IPV4, 1},
+                                                   {ACL_LIST_TYPE_IPV6, 2}, {ACL_LIST_TYPE_HYBRID, 3},
+                                                   {ACL_LIST_TYPE_MPLS, 4}, {ACL_LIST_TYPE_UDF, 5}};
+    auto it = column.find(listType);
+    if (it == column.end() || dir > 2) return -1;
+    return static_cast<int>(dir) * 6 + it->second;
+  }
+
+  // Recount from the bind trees: per slot record, the distinct (list, dir) pairs that reach it.
+  void ledger() {
+    std::map<AclSlotEntry*, std::set<std::pair<uint32_t, uint32_t>>> charged;
+    std::vector<AclSlotEntry*> records;
+    for (AclSlotEntry* e = aclSlotFirst(); e != nullptr; e = aclSlotNext(e)) records.push_back(e);
+    auto reach = [&](uint32_t unit, uint32_t lst, uint32_t dir, bool allSlotCounts) {
+      const vdev::Interface* i = iface(unit);
+      if (i == nullptr) return;  // a binding nobody can locate is charged nowhere
+      const uint32_t kind = i->kind();
+      const bool allSlot = allSlotCounts && (kind == kKindAggregation || kind == kKindAllSlot);
+      for (AclSlotEntry* e : records) {
+        if (allSlot || (e->sys == i->location[0] && e->slot == i->location[1])) {
+          charged[e].insert({lst, dir});
+        }
+      }
+    };
+    // The untyped slots are never charged.
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      if (e.ruleIdx == 0 && e.listType != ACL_BIND_KIND_UNTYPED) reach(e.ifIndex, e.lstIdx, e.dir, true);
+    });
+    eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {
+      reach(e.ifIndex, e.lstIdx, e.dir, false);
+    });
+    for (AclSlotEntry* e : records) {
+      std::array<uint64_t, ACL_BIND_TYPE_NUM> want{};
+      for (const auto& [lst, dir] : charged[e]) {
+        const int bt = bindType(aclListTypeGetByIndex(lst), dir);
+        const AclListEntry* l = aclListEntryGet(lst);
+        if (bt >= 0 && l != nullptr) want[static_cast<size_t>(bt)] += l->ruleNum;
+      }
+      for (size_t bt = 0; bt < ACL_BIND_TYPE_NUM; ++bt) {
+        if (e->curSubRuleNum[bt] != want[bt]) {
+          diff("ledger", "slot %u/%u bind type %zu charges %u rules, the bindings call for %llu",
+               e->sys, e->slot, bt, e->curSubRuleNum[bt], static_cast<unsigned long long>(want[bt]));
+        }
+      }
+    }
+  }
+
+  static bool eligible(const AclRuleEntry& r) {
+    if (r.status != ACL_RULE_STATUS_VALID) return false;
+    const std::span<const uint8_t> fields(r.fieldBits);
+    if (aclBitTest(fields, RULE_BIT_TRID) && r.trIdx != 0 && r.trActive == 0) return false;
+    if (aclBitTest(fields, RULE_BIT_VRFID)) return false;
+    const std::span<const uint8_t> actions(r.actionBits);
+    const bool redirect = aclBitTest(actions, RULE_ACTION_OUTPUT_NEXTHOP) ||
+                          aclBitTest(actions, RULE_ACTION_IP6OUTPUT_NEXTHOP) ||
+                          aclBitTest(actions, RULE_ACTION_OUTPUT_MULTIHOP) ||
+                          aclBitTest(actions, RULE_ACTION_IP6OUTPUT_MULTIHOP);
+    return !redirect || (r.nhNum > 0 && r.nhLearned == r.nhNum);
+  }
+
+  static uint16_t priority(const Binding& b, uint32_t ruleIdx) {
+    uint32_t base = 0;
+    if (b.scope == Scope::Global) {
+      base = b.slot->listType == ACL_LIST_TYPE_HYBRID ? 9216 : 8192;
+    } else {
+      const uint32_t kind = b.slot->kind;
+      base = (kind == 4 || kind == 12) ? 1024 : 0;
+      if (b.scope == Scope::If) base += 4096;
+    }
+    return static_cast<uint16_t>(base + ruleIdx);
+  }
+
+  struct Want {
+    std::set<uint32_t> priorities;  // one binding each; two bindings may share an entry
+    std::string by;
+  };
+  using Entries = std::map<std::tuple<uint32_t, uint32_t, uint32_t>, Want>;
+
+  // The tables a binding's commands reach.
+  std::vector<vdev::ScopeKey> scopes(const Binding& b, uint32_t cmd) {
+    if (b.scope == Scope::Global) return {vdev::ScopeKey{0, 0, 0, 0}};
+    if (b.scope == Scope::Gem) return {vdev::ScopeKey{2, b.unit, b.onu, b.gem}};
+    const vdev::Interface* i = iface(b.unit);
+    if (i == nullptr) {
+      diff("hardware", "%s: interface %u is unknown to the device", where(b).c_str(), b.unit);
+      return {};
+    }
+    if (i->kind() != kKindAggregation) return {vdev::ScopeKey{1, b.unit, 0, 0}};
+    auto m = i->modes.find(cmd);
+    const uint8_t mode = m == i->modes.end() ? i->defaultMode : m->second;
+    std::vector<vdev::ScopeKey> out;
+    if (mode & kModeAggregation) out.push_back({1, b.unit, 0, 0});
+    if (mode & kModeMembers) {
+      for (size_t n = 0; n < i->members.size() && n < kMaxMembers; ++n) {
+        out.push_back({1, i->members[n], 0, 0});
+      }
+    }
+    return out;
+  }
+
+  static std::string scopeName(const vdev::ScopeKey& k) {
+    char buf[64];
+    if (k.scope == 0) return "global table";
+    if (k.scope == 1) {
+      std::snprintf(buf, sizeof buf, "unit %u", k.unit);
+    } else {
+      std::snprintf(buf, sizeof buf, "GEM key %u/%u/%u", k.unit, k.onu, k.gem);
+    }
+    return buf;
+  }
+
+  void hardware(const std::vector<Binding>& all) {
+    const bool tlv = gaclGrp.tlvEnable == 1;
+    std::map<vdev::ScopeKey, Entries> want;
+    for (const Binding& b : all) {
+      AclListEntry* l = aclListEntryGet(b.lstIdx);
+      if (l == nullptr) continue;
+      const uint32_t cmd = b.scope == Scope::Global ? (tlv ? kGlobalTlv : kGlobalAdd)
+                           : b.scope == Scope::If   ? (tlv ? kIfTlv : kIfAdd)
+                                                    : (tlv ? kGemTlv : kGemAdd);
+      for (const vdev::ScopeKey& k : scopes(b, cmd)) {
+        Entries& entries = want[k];
+        eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
+          if (!eligible(r)) return;
+          Want& w = entries[{b.lstIdx, r.ruleIdx, b.slot->dir}];
+          w.priorities.insert(priority(b, r.ruleIdx));
+          if (w.by.empty()) w.by = where(b);
+        });
+      }
+    }
+    for (const auto& [k, entries] : want) {
+      auto t = hw_.find(k);
+      for (const auto& [key, w] : entries) {
+        const auto& [lst, rule, dir] = key;
+        const vdev::HwEntry* e = nullptr;
+        if (t != hw_.end()) {
+          auto it = t->second.entries.find(key);
+          if (it != t->second.entries.end()) e = &it->second;
+        }
+        if (e == nullptr) {
+          diff("hardware", "%s lacks list %u rule %u dir %u (%s, priority %u)",
+               scopeName(k).c_str(), lst, rule, dir, w.by.c_str(), *w.priorities.begin());
+          continue;
+        }
+        if (!w.priorities.contains(e->priority)) {
+          diff("hardware", "%s holds list %u rule %u dir %u with priority %u, %s calls for %u",
+               scopeName(k).c_str(), lst, rule, dir, e->priority, w.by.c_str(),
+               *w.priorities.begin());
+        }
+        if (e->tlv != tlv) {
+          diff("hardware", "%s holds list %u rule %u dir %u as a %s, tlvEnable calls for a %s",
+               scopeName(k).c_str(), lst, rule, dir, e->tlv ? "TLV message" : "rule record",
+               tlv ? "TLV message" : "rule record");
+        }
+      }
+    }
+    for (const auto& [k, table] : hw_) {
+      auto w = want.find(k);
+      for (const auto& [key, e] : table.entries) {
+        if (w != want.end() && w->second.contains(key)) continue;
+        diff("hardware", "%s holds list %u rule %u dir %u that no binding calls for",
+             scopeName(k).c_str(), e.list, e.rule, e.dir);
+      }
+    }
+  }
+
+  std::map<uint32_t, vdev::Interface> interfaces_;
+  std::map<vdev::ScopeKey, vdev::HwTable> hw_;
+  std::vector<AclAuditDiff> diffs_;
+};
+
+}  // namespace
+
+std::vector<AclAuditDiff> aclAuditRun() { return Audit().run(); }
+
+json aclAuditReply() {
+  if (!aclStarted()) return {{"ok", false}, {"error", "the ACL module is not running"}};
+  std::vector<AclAuditDiff> diffs;
+  {
+    AclLockGuard lock;
+    diffs = aclAuditRun();
+  }
+  json list = json::array();
+  for (const AclAuditDiff& d : diffs) list.push_back({{"check", d.check}, {"text", d.text}});
+  return {{"ok", true}, {"clean", diffs.empty()}, {"differences", list}};
+}
+
+void aclAuditRegister() {
+  vdev::registerControlOp("audit", [](const json&) { return aclAuditReply(); });
+}

@@ -1,0 +1,27 @@
+// The invariant audit: recomputes from the store alone what the other structures must hold (list
+// reference counts, bind-list entries, the slot ledger, the device's hardware tables) and names
+// every difference. It is a second, plain statement of what binding promises, written apart from
+// the binding code on purpose: it shares nothing with it but the store's own lookups, so a fault
+// in one is not copied into the other.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+struct AclAuditDiff {
+  std::string check;  // "refCnt", "bindList", "ledger" or "hardware"
+  std::string text;
+};
+
+// Runs every check; the caller holds aclMutex (the audit takes the device's mutex while it reads
+// the device). Empty when everything agrees.
+std::vector<AclAuditDiff> aclAuditRun();
+
+// The answer of the "audit" control op: takes aclMutex, runs the audit and answers
+// {"ok": true, "clean": bool, "differences": [{"check", "text"}...]}; {"ok": false, "error"} when
+// the ACL module has not started.
+nlohmann::json aclAuditReply();
+
+// Registers the "audit" op on the device's control socket; called once after aclInit.
+void aclAuditRegister();
