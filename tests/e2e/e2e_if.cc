@@ -83,8 +83,16 @@ TEST_F(IfE2e, AggregationMembersCarryTheListAndARefusalLeavesNone) {
   for (uint32_t m : {203u, 204u, 303u}) EXPECT_EQ(unitRules(m, 1001), both) << m;
   EXPECT_TRUE(unitRules(1001, 1001).empty());
   EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 1);
+  expectAuditClean();
+  // An entry taken out behind the daemon's back is a difference.
+  run({"dev", "clear", "--what", "hw"});
+  std::string out;
+  EXPECT_EQ(acl_->aclctl({"audit"}, &out), 1);
+  EXPECT_NE(out.find("lacks list 1001 rule 2"), std::string::npos) << out;
   ASSERT_EQ(ifSet(1001, 24, 0), 0);
   for (uint32_t u : {203u, 204u, 303u, 1001u}) EXPECT_TRUE(unitRules(u, 1001).empty()) << u;
+  run({"dev", "clear", "--what", "anomalies"});
+  expectAuditClean();
 
   run({"dev", "fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit", "--unit", "204",
        "--cmd", "65536398", "--list", "1001", "--rule", "2", "--result", "0x3E80099"});
@@ -92,6 +100,7 @@ TEST_F(IfE2e, AggregationMembersCarryTheListAndARefusalLeavesNone) {
   for (uint32_t u : {203u, 204u, 303u, 1001u}) EXPECT_TRUE(unitRules(u, 1001).empty()) << u;
   EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 0);
   EXPECT_EQ(run({"call", "aclIfGetApi", "1001", "24", "u32:0"})["buf"]["u32"], 0);
+  expectAuditClean();
 }
 
 TEST_F(IfE2e, AclctlIfBindsShowsAndNamesRefusals) {
@@ -185,9 +194,11 @@ TEST_F(IfSlotE2e, ACardOptionCapsTheSlotAndARefusedBindLeavesNothing) {
   EXPECT_NE(out.find("ACL_ERR_SLOT_RULE_FULL"), std::string::npos) << out;
   const json t202 = run({"dev", "hw", "--scope", "unit", "--unit", "202"});
   EXPECT_TRUE(t202["table"]["entries"].empty()) << t202.dump();
+  expectAuditClean();
   // The same list again on another port of the slot is charged once.
   run({"if", "bind", "202", "in", "ipv4", "1001"});
   EXPECT_EQ(ipv4In()["current"], 2);
+  expectAuditClean();
 }
 
 }  // namespace
