@@ -136,10 +136,7 @@ int32_t aclIfStatsGetApi(uintptr_t indexAddr, uintptr_t cmd, uintptr_t buf) {
     aclDebug(ACL_LOG_API, "ACL config [if stats get] error. (Reason = [stats get ERROR])");
     return ret;
   }
-  std::span<uint8_t> out(static_cast<uint8_t*>(d->data), ACL_STATS_ANSWER_LEN);
-  const uint64_t words[] = {e->p1, e->b1, e->p2, e->b2, e->p3, e->b3, e->p4, e->b4};
-  for (size_t i = 0; i < std::size(words); ++i) be::store64(out, 8 * i, words[i]);
-  d->len = ACL_STATS_ANSWER_LEN;
+  aclStatsAnswerPut(d, e);
   return 0;
 }
 

@@ -57,13 +57,6 @@ AclStatsEntry* firstQualifying(const AclStatsKey& filter, const AclStatsKey* cur
 
 uint32_t low(uint64_t v) { return static_cast<uint32_t>(v); }
 
-void answerPut(wire::BufDesc* d, const AclStatsEntry* e) {
-  std::span<uint8_t> out(static_cast<uint8_t*>(d->data), ACL_STATS_ANSWER_LEN);
-  const uint64_t words[] = {e->p1, e->b1, e->p2, e->b2, e->p3, e->b3, e->p4, e->b4};
-  for (size_t i = 0; i < std::size(words); ++i) be::store64(out, 8 * i, words[i]);
-  d->len = ACL_STATS_ANSWER_LEN;
-}
-
 int32_t clearAll() {
   SilDlNode* head = &gaclGrp.statsList;
   for (SilDlNode* n = head->next; n != head; n = n->next) {
@@ -73,6 +66,13 @@ int32_t clearAll() {
 }
 
 }  // namespace
+
+void aclStatsAnswerPut(wire::BufDesc* d, const AclStatsEntry* e) {
+  std::span<uint8_t> out(static_cast<uint8_t*>(d->data), ACL_STATS_ANSWER_LEN);
+  const uint64_t words[] = {e->p1, e->b1, e->p2, e->b2, e->p3, e->b3, e->p4, e->b4};
+  for (size_t i = 0; i < std::size(words); ++i) be::store64(out, 8 * i, words[i]);
+  d->len = ACL_STATS_ANSWER_LEN;
+}
 
 AclStatsKey aclStatsKeyLoad(uintptr_t indexAddr) {
   const auto b = indexBytes(indexAddr);
@@ -144,7 +144,7 @@ int32_t aclStatsGetApi(uintptr_t indexAddr, uintptr_t cmd, uintptr_t buf) {
   }
   aclDebug(ACL_LOG_API, "ACL config [ACL stats get] info=[p1/b1 = %u/%u p2/b2 = %u/%u]. ",
            low(e->p1), low(e->b1), low(e->p2), low(e->b2));
-  answerPut(d, e);
+  aclStatsAnswerPut(d, e);
   return 0;
 }
 

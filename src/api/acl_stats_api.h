@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "stats/acl_stats.h"
+#include "wire/buf_desc.h"
 
 // The 28-byte big-endian statistics index every statistics function takes by address.
 constexpr uint32_t ACL_STATS_INDEX_LEN = 28;
@@ -36,6 +37,10 @@ struct AclStatsKey {
   bool filtered(uint32_t bit) const { return (filter[bit / 8] & (0x80u >> (bit % 8))) != 0; }
 };
 AclStatsKey aclStatsKeyLoad(uintptr_t indexAddr);
+
+// Writes e's eight counters as the 64-byte big-endian answer into d and sets its length; d holds
+// at least ACL_STATS_ANSWER_LEN bytes.
+void aclStatsAnswerPut(wire::BufDesc* d, const AclStatsEntry* e);
 
 // indexAddr: the statistics index; its filter bits choose which records qualify. The first
 // qualifying record's lstIdx, ruleIdx and dir are written into it; CMN_ERR_NOT_FOUND when none.
