@@ -47,5 +47,5 @@ void aclRtSlotMsgProcess(uint16_t /*type*/, std::span<const uint8_t> msg) {
              "ACL global [SLOT RTM message process error]. Reason=[Create slot entry list "
              "error!]. \r\n");
   }
-  // Card synchronisation hooks in here to re-install the slot's bindings once the record exists.
+  // Re-installing the slot's bindings is the resynchronisation's, which the dispatch runs next.
 }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "control/acl_slot_rtmsg.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "platform/rtbus.h"
@@ -60,13 +59,7 @@ void aclTask(uintptr_t, uintptr_t) {
     aclLock();
     const int32_t ms = silTimerListNextTimeout(&gaclGrp.timerList);
     aclUnlock();
-    timeval wait{};
-    if (ms == -1) {
-      wait.tv_sec = 5;
-    } else {
-      wait.tv_sec = ms / 1000;
-      wait.tv_usec = (ms % 1000) * 1000;
-    }
+    timeval wait = aclTaskWait(ms);
 
     const int n = zor_select(maxFd + 1, &readSet, nullptr, nullptr, &wait);
     if (silTaskStopRequested()) break;
@@ -97,6 +90,19 @@ void aclTask(uintptr_t, uintptr_t) {
   }
 }
 
+timeval aclTaskWait(int32_t ms) {
+  timeval wait{};
+  // No timer armed (the list answers -1; anything negative is read the same way): wake now and
+  // then anyway, so the task never sleeps on a socket that will not speak.
+  if (ms < 0) {
+    wait.tv_sec = ACL_TASK_IDLE_WAIT_S;
+  } else {
+    wait.tv_sec = ms / 1000;
+    wait.tv_usec = (ms % 1000) * 1000;
+  }
+  return wait;
+}
+
 int32_t aclRtMsgRecv(std::span<const uint8_t> data) {
   aclRtMsgWalk(data, aclRtMsgDispatch);
   return 0;
@@ -115,25 +121,5 @@ void aclRtMsgWalk(std::span<const uint8_t> data,
     const size_t step = (static_cast<size_t>(len) + 3) & ~size_t{3};
     if (step >= left) break;
     off += step;
-  }
-}
-
-void aclRtMsgDispatch(uint16_t type, std::span<const uint8_t> msg, uint32_t /*remaining*/) {
-  // Each type goes to the subsystem that owns what it changes; a type without a handler is
-  // skipped, as unknown types always are.
-  switch (type) {
-    case ACL_RTM_CARD_UP:
-    case ACL_RTM_CARD_CHANGE:
-      aclRtCardMsgProcess(type, msg);
-      break;
-    case ACL_RTM_SLOT_DEL:
-      aclRtSlotDelMsgProcess(msg);
-      break;
-    case ACL_RTM_SLOT_UP:
-    case ACL_RTM_SLOT_READY:
-      aclRtSlotMsgProcess(type, msg);
-      break;
-    default:
-      break;
   }
 }
