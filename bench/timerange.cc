@@ -1,9 +1,10 @@
 // One time-range switch over 1000 IPv4 lists of 8 rules bound on interfaces, three lists to an
 // interface (its ingress, egress and pre-stage IPv4 slots: the bind-list pool, sized by interfaces
-// times rules, must stay under the platform's 4 GiB per pool). Rule 8 of every list follows the range. Without dynamic binding a switch takes every
-// list off its interface and puts it back (8000 rules each way); with it only the 1000 rules of
-// the range are added or removed. Each iteration switches the range once, alternately on and off;
-// the counters give the time per switch and per rule the switch re-programmed.
+// times rules, must stay under the platform's 4 GiB per pool). Rule 8 of every list follows the
+// range. Without dynamic binding a switch takes every list off its interface and puts it back (8000
+// rules each way); with it only the 1000 rules of the range are added or removed. Each iteration
+// switches the range once, alternately on and off; the counters give the time per switch and per
+// rule the switch re-programmed.
 #include <stdlib.h>
 
 #include <cstdio>

@@ -64,8 +64,8 @@ constexpr auto kTrPick = [](auto holds, auto visit) {
 // The short label of a typed slot in the per-rule global traces ("in l2", "out Ipv4", ...).
 const char* typedLabel(size_t pos) {
   static constexpr std::array<const char*, 12> kLabels = {
-      "in l2",     "out l2",     "in Ipv4",  "out Ipv4",  "in Ipv6", "out Ipv6",
-      "in Hybrid", "out Hybrid", "in Mpls",  "out Mpls",  "in udf",  "out udf"};
+      "in l2",     "out l2",     "in Ipv4", "out Ipv4", "in Ipv6", "out Ipv6",
+      "in Hybrid", "out Hybrid", "in Mpls", "out Mpls", "in udf",  "out udf"};
   return kLabels[pos - ACL_BIND_SLOT_FIRST_TYPED];
 }
 
@@ -128,8 +128,9 @@ void listTrace(bool add, const AclBindAt& b, uint32_t lstIdx) {
       }
       return;
     case AclBindScope::Gem:
-      if (!add) aclDebug(ACL_LOG_GLOBAL, "ACL if [acl do tr] info =[del %s Acl = %d ].\r\n",
-                         dirText(s.dir), lst);
+      if (!add)
+        aclDebug(ACL_LOG_GLOBAL, "ACL if [acl do tr] info =[del %s Acl = %d ].\r\n", dirText(s.dir),
+                 lst);
       return;
     case AclBindScope::Global:
       if (!add) {
@@ -177,7 +178,8 @@ void ruleTrace(bool add, const AclBindAt& b, uint32_t lstIdx) {
       }
       return;
     case AclSlotClass::Vfp:
-      if (!add) aclDebug(ACL_LOG_GLOBAL, "ACL global [acl do tr] info =[del in vfp Acl = %d]. \r\n", lst);
+      if (!add)
+        aclDebug(ACL_LOG_GLOBAL, "ACL global [acl do tr] info =[del in vfp Acl = %d]. \r\n", lst);
       return;
   }
 }

@@ -78,7 +78,9 @@ TEST_F(DynamicTest, FirstRefusalStopsTheWalk) {
     const char* line;
   };
   const Case cases[] = {
-      {"install on the second interface", HWIL_CMD_IF_ADD, {true, false, false, false},
+      {"install on the second interface",
+       HWIL_CMD_IF_ADD,
+       {true, false, false, false},
        "8 Filter 1001/3 add to interface ge-1/2/2 IPV4 IN direction ERROR. Need to delete related "
        "filter manual.\n"},
       {"removal on the second interface", HWIL_CMD_IF_DEL, {true, false, false, false}, ""},
@@ -113,8 +115,8 @@ TEST_F(DynamicTest, NothingToDo) {
     int32_t want;
   };
   const Case cases[] = {
-      {"missing list", 1, 1500, 1, 1, -1},   {"missing rule", 1, 1001, 9, 1, -1},
-      {"missing rule, off", 0, 1001, 9, 1, -1}, {"dynamic binding off", 0, 1001, 1, 1, 0},
+      {"missing list", 1, 1500, 1, 1, -1},        {"missing rule", 1, 1001, 9, 1, -1},
+      {"missing rule, off", 0, 1001, 9, 1, -1},   {"dynamic binding off", 0, 1001, 1, 1, 0},
       {"created rule removed", 1, 1001, 2, 0, 0}, {"range off, install", 1, 1001, 3, 1, 0},
       {"range off, removal", 1, 1001, 3, 0, 0},
   };

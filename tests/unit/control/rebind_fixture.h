@@ -86,8 +86,14 @@ class RebindTest : public IfTest {
     ++l->refCnt;
     auto* e = static_cast<AclGemPortListEntry*>(silMemPoolAlloc(gaclGrp.gemPortListPool, nullptr));
     ASSERT_NE(e, nullptr);
-    *e = AclGemPortListEntry{{}, kPon, kOnu, kGem, lst, static_cast<uint8_t>(kIpv4),
-                             static_cast<uint8_t>(ACL_DIR_EGRESS), 0};
+    *e = AclGemPortListEntry{{},
+                             kPon,
+                             kOnu,
+                             kGem,
+                             lst,
+                             static_cast<uint8_t>(kIpv4),
+                             static_cast<uint8_t>(ACL_DIR_EGRESS),
+                             0};
     ASSERT_EQ(avl_add(&gaclGrp.gemPortListTree, e), 0);
   }
   static SeqView seqs() {
