@@ -16,6 +16,7 @@
 
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_tables.h"
+#include "client/dev_client.h"
 #include "client/rule_actions.h"
 #include "client/rule_client.h"
 #include "client/rule_fields.h"
@@ -179,6 +180,31 @@ std::string actionsText(const ordered_json& list) {
   return text;
 }
 
+// Where the rule stands in the hardware: its time range's state and, per binding of its list,
+// whether each table the binding reaches holds it. The daemon answers this on the device control
+// socket; without one (a daemon that serves no device socket) the rule is shown without it.
+void addState(const AclctlGlobals& g, ordered_json& j) {
+  nlohmann::json reply;
+  std::string err;
+  const nlohmann::json req = {{"op", "rule-state"}, {"list", j["list"]}, {"rule", j["rule"]}};
+  if (!aclclient::devRequest(aclclient::devSocketPath(g.runDir), req, &reply, &err) ||
+      !reply.value("ok", false)) {
+    return;
+  }
+  if (reply.contains("rangeActive")) {
+    j["time_range_active"] = reply["rangeActive"];
+    j["time_range_stored"] = reply.value("stored", std::string());
+  }
+  if (reply.contains("notEligible")) j["not_eligible"] = reply["notEligible"];
+  ordered_json rows = ordered_json::array();
+  for (const auto& b : reply.value("bindings", nlohmann::json::array())) {
+    rows.push_back({{"binding", b.value("binding", std::string())},
+                    {"table", b.value("table", std::string())},
+                    {"installed", b.value("installed", false)}});
+  }
+  j["bindings"] = rows;
+}
+
 void printRule(const ordered_json& j) {
   std::printf("filter %u/%u %s\n", j["list"].get<uint32_t>(), j["rule"].get<uint32_t>(),
               j["status"].get<std::string>().c_str());
@@ -191,8 +217,28 @@ void printRule(const ordered_json& j) {
   if (!j["out_actions"].empty()) {
     std::printf("  out        %s\n", actionsText(j["out_actions"]).c_str());
   }
-  for (const char* key : {"car", "meter", "counter", "time_range"}) {
+  for (const char* key : {"car", "meter", "counter"}) {
     if (j.contains(key)) std::printf("  %-10s %u\n", key, j[key].get<uint32_t>());
+  }
+  if (j.contains("time_range")) {
+    std::string state;
+    if (j.contains("time_range_active")) {
+      state = j["time_range_active"].get<bool>() ? " (active)" : " (inactive)";
+      const std::string stored = j["time_range_stored"].get<std::string>();
+      if (stored != (j["time_range_active"].get<bool>() ? "active" : "inactive")) {
+        state += ", the daemon still holds it " + stored;
+      }
+    }
+    std::printf("  %-10s %u%s\n", "time_range", j["time_range"].get<uint32_t>(), state.c_str());
+  }
+  if (!j.contains("bindings")) return;
+  const std::string why =
+      j.contains("not_eligible") ? " (" + j["not_eligible"].get<std::string>() + ")" : "";
+  for (const auto& b : j["bindings"]) {
+    const bool in = b["installed"].get<bool>();
+    std::printf("  %-10s %s -> %s: %s\n", "binding", b["binding"].get<std::string>().c_str(),
+                b["table"].get<std::string>().c_str(),
+                in ? "installed" : ("not installed" + why).c_str());
   }
 }
 
@@ -213,6 +259,7 @@ void show(const AclctlGlobals& g, const RuleArgs& a) {
       if (auto row = describe(c, r, &ret)) rows.push_back(*row);
     }
   }
+  for (auto& r : rows) addState(g, r);
   if (g.json) {
     std::cout << ordered_json{{"rules", rows}}.dump() << std::endl;
     return;

@@ -8,14 +8,17 @@
 // - a slot record charges, per bind type, the rule count of each list bound there once, however
 //   many bindings reach it (typed and pre-stage bindings only; aggregations and all-slot
 //   interfaces reach every record, a GEM binding the record of its interface);
+// - a rule that follows a time range holds the state the time-range service gives that range;
 // - the hardware holds, for each binding, exactly its eligible rules (valid, next hops all
-//   learned, time range not off, no VRF field), with the binding's priority, in the form tlvEnable
-//   selects, on the units the aggregation mode names; and nothing else.
+//   learned, no VRF field, and its time range active as the service says, so a rule whose range
+//   is off is on no binding), with the binding's priority, in the form tlvEnable selects, on the
+//   units the aggregation mode names; and nothing else.
 #include "diag/acl_audit.h"
 
 #include <array>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <set>
 #include <span>
 #include <tuple>
@@ -118,6 +121,39 @@ class Audit {
     std::lock_guard lock(d.mutex);
     interfaces_ = d.model.interfaces;
     hw_ = d.journal.hw;
+    for (const auto& [id, tr] : d.model.timeRanges) ranges_[id] = tr.active;
+  }
+
+  // Where one rule stands: its time range and, for every binding of its list, whether each table
+  // the binding reaches holds it; why it may not be there.
+  json ruleState(const AclListEntry& l, const AclRuleEntry& r) {
+    json out = {{"list", l.lstIdx}, {"rule", r.ruleIdx}};
+    if (followsRange(r)) {
+      out["timeRange"] = r.trIdx;
+      out["rangeActive"] = rangeOn(r);
+      out["stored"] = r.trActive != 0 ? "active" : "inactive";
+    }
+    const char* why = r.status != ACL_RULE_STATUS_VALID ? "not valid"
+                      : followsRange(r) && !rangeOn(r)   ? "time range inactive"
+                      : !eligible(r)                     ? "VRF field or next hops unresolved"
+                                                         : "";
+    if (*why != 0) out["notEligible"] = why;
+    const bool tlv = gaclGrp.tlvEnable == 1;
+    json rows = json::array();
+    for (const Binding& b : bindings()) {
+      if (b.lstIdx != l.lstIdx) continue;
+      const uint32_t cmd = b.scope == Scope::Global ? (tlv ? kGlobalTlv : kGlobalAdd)
+                           : b.scope == Scope::If   ? (tlv ? kIfTlv : kIfAdd)
+                                                    : (tlv ? kGemTlv : kGemAdd);
+      for (const vdev::ScopeKey& k : scopes(b, cmd)) {
+        auto t = hw_.find(k);
+        const bool in = t != hw_.end() &&
+                        t->second.entries.contains({l.lstIdx, r.ruleIdx, b.slot->dir});
+        rows.push_back({{"binding", where(b)}, {"table", scopeName(k)}, {"installed", in}});
+      }
+    }
+    out["bindings"] = rows;
+    return out;
   }
 
   std::vector<AclAuditDiff> run() {
@@ -125,6 +161,7 @@ class Audit {
     refCounts(all);
     bindList(all);
     ledger();
+    timeRanges();
     hardware(all);
     return std::move(diffs_);
   }
@@ -256,10 +293,32 @@ class Audit {
     }
   }
 
-  static bool eligible(const AclRuleEntry& r) {
+  static bool followsRange(const AclRuleEntry& r) {
+    return aclBitTest(std::span<const uint8_t>(r.fieldBits), RULE_BIT_TRID) && r.trIdx != 0;
+  }
+  // Whether the rule's time range is on: the service's word for a range it knows, else the
+  // rule's own (a range the service no longer has cannot be asked).
+  bool rangeOn(const AclRuleEntry& r) const {
+    auto it = ranges_.find(r.trIdx);
+    return it != ranges_.end() ? it->second : r.trActive != 0;
+  }
+
+  // The state each rule stored for its time range against the service.
+  void timeRanges() {
+    eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
+      eachInTree<AclRuleEntry>(&l.ruleTree, [&](AclRuleEntry& r) {
+        if (!followsRange(r) || rangeOn(r) == (r.trActive != 0)) return;
+        diff("timeRange", "list %u rule %u holds time range %u as %s, the service says %s",
+             r.lstIdx, r.ruleIdx, unsigned{r.trIdx}, r.trActive != 0 ? "active" : "inactive",
+             rangeOn(r) ? "active" : "inactive");
+      });
+    });
+  }
+
+  bool eligible(const AclRuleEntry& r) const {
     if (r.status != ACL_RULE_STATUS_VALID) return false;
     const std::span<const uint8_t> fields(r.fieldBits);
-    if (aclBitTest(fields, RULE_BIT_TRID) && r.trIdx != 0 && r.trActive == 0) return false;
+    if (followsRange(r) && !rangeOn(r)) return false;
     if (aclBitTest(fields, RULE_BIT_VRFID)) return false;
     const std::span<const uint8_t> actions(r.actionBits);
     const bool redirect = aclBitTest(actions, RULE_ACTION_OUTPUT_NEXTHOP) ||
@@ -377,6 +436,7 @@ class Audit {
 
   std::map<uint32_t, vdev::Interface> interfaces_;
   std::map<vdev::ScopeKey, vdev::HwTable> hw_;
+  std::map<uint32_t, bool> ranges_;  // time range id -> active, as the service has it
   std::vector<AclAuditDiff> diffs_;
 };
 
@@ -396,6 +456,33 @@ json aclAuditReply() {
   return {{"ok", true}, {"clean", diffs.empty()}, {"differences", list}};
 }
 
+json aclRuleStateReply(const json& req) {
+  if (!aclStarted()) return {{"ok", false}, {"error", "the ACL module is not running"}};
+  auto number = [&](const char* key) -> std::optional<uint32_t> {
+    if (!req.contains(key) || !req[key].is_number_unsigned()) return std::nullopt;
+    const uint64_t v = req[key].get<uint64_t>();
+    if (v > UINT32_MAX) return std::nullopt;
+    return static_cast<uint32_t>(v);
+  };
+  const auto lst = number("list");
+  const auto rule = number("rule");
+  if (!lst || !rule) {
+    return {{"ok", false}, {"error", "\"list\" and \"rule\" must be numbers of 32 bits"}};
+  }
+  AclLockGuard lock;
+  AclListEntry* l = aclListEntryGet(*lst);
+  if (l == nullptr) return {{"ok", false}, {"error", "no list " + std::to_string(*lst)}};
+  const AclRuleEntry* r = aclRuleEntryGet(l, *rule);
+  if (r == nullptr) {
+    return {{"ok", false},
+            {"error", "no rule " + std::to_string(*lst) + "/" + std::to_string(*rule)}};
+  }
+  json out = Audit().ruleState(*l, *r);
+  out["ok"] = true;
+  return out;
+}
+
 void aclAuditRegister() {
   vdev::registerControlOp("audit", [](const json&) { return aclAuditReply(); });
+  vdev::registerControlOp("rule-state", [](const json& req) { return aclRuleStateReply(req); });
 }

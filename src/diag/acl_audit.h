@@ -10,7 +10,7 @@
 #include <vector>
 
 struct AclAuditDiff {
-  std::string check;  // "refCnt", "bindList", "ledger" or "hardware"
+  std::string check;  // "refCnt", "bindList", "ledger", "timeRange" or "hardware"
   std::string text;
 };
 
@@ -23,5 +23,12 @@ std::vector<AclAuditDiff> aclAuditRun();
 // the ACL module has not started.
 nlohmann::json aclAuditReply();
 
-// Registers the "audit" op on the device's control socket; called once after aclInit.
+// The answer of the "rule-state" control op ({"list": n, "rule": n}): the rule's time range as
+// the service and the rule hold it, whether it is eligible, and for every binding of its list
+// each table the binding reaches with "installed" true or false. {"ok": false, "error"} for a
+// missing list or rule, a malformed request or an ACL module that has not started.
+nlohmann::json aclRuleStateReply(const nlohmann::json& req);
+
+// Registers the "audit" and "rule-state" ops on the device's control socket; called once after
+// aclInit.
 void aclAuditRegister();

@@ -115,7 +115,7 @@ int32_t aclIfAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclListEntr
   }
 
   const Binding b = binding(ifIndex, onuId, gemPort, dir, kind);
-  const Send how{false, target, false, true};
+  const Send how{false, target, true};
   const AclBindStats stats;
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (!statusValid(r)) continue;
@@ -227,7 +227,7 @@ int32_t aclIfRuleAddOne(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclL
     return -1;
   }
   bool transFailed = false;
-  const int32_t ret = sendRule(buf, rule, list, b, Send{false, nullptr, true}, &transFailed);
+  const int32_t ret = sendRule(buf, rule, list, b, Send{false, nullptr}, &transFailed);
   if (ret != 0) {
     if (transFailed) {
       aclDebug(ACL_LOG_IF,
@@ -288,7 +288,7 @@ int32_t aclIfHwAdd(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t 
     return -1;
   }
   const Binding b = binding(ifIndex, onuId, gemPort, dir, kind);
-  const Send how{false, target, false, true};
+  const Send how{false, target, true};
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     aclDebug(ACL_LOG_IF,
              "ACL interface [add acl to hw] info = [filter %d/%u status = %d,counterId =%d]\r\n",

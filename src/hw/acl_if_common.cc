@@ -30,7 +30,9 @@ int32_t sendRule(Buffer& buf, const AclRuleEntry* r, const AclListEntry* list, c
   std::memset(buf.data(), 0, buf.len());
   const auto dir8 = static_cast<uint8_t>(b.dir);
   const uint16_t priority = b.priority(r->ruleIdx);
-  const bool toGem = b.gem() && !how.interfaceOnly;
+  // A GEM binding's rules, one by one or as a list, always go to its GEM key: a single rule's
+  // removal must reach the table the list's install filled.
+  const bool toGem = b.gem();
   if (buf.tlv()) {
     uint16_t len = 0;
     const uint32_t ret = aclDevTransNew(

@@ -68,7 +68,7 @@ int32_t delWalk(AclListEntry* list, uint32_t lastRuleIdx, const Binding& b, cons
   const char* op = mode.bookkeeping ? "del acl" : "delete from hw";
   Buffer buf(gaclGrp.tlvEnable == 1);
   if (!buf.ok()) return bufferFailed(op, list->lstIdx, buf.tlv());
-  const Send how{true, target, false, false, mode.aggIfIndex};
+  const Send how{true, target, false, mode.aggIfIndex};
   for (auto* r = static_cast<AclRuleEntry*>(avl_last(&list->ruleTree)); r != nullptr;
        r = static_cast<AclRuleEntry*>(avl_prev(&list->ruleTree, r))) {
     if (!statusValid(r) || (lastRuleIdx != 0 && r->ruleIdx > lastRuleIdx)) continue;
@@ -166,7 +166,7 @@ int32_t aclIfRuleDelOne(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, AclL
   Buffer buf(gaclGrp.tlvEnable == 1);
   if (!buf.ok()) return bufferFailed(kOp, list->lstIdx, buf.tlv());
   bool transFailed = false;
-  const int32_t ret = sendRule(buf, rule, list, b, Send{true, nullptr, true}, &transFailed);
+  const int32_t ret = sendRule(buf, rule, list, b, Send{true, nullptr}, &transFailed);
   if (ret != 0) {
     if (transFailed) {
       aclDebug(ACL_LOG_IF,

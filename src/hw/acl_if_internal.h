@@ -38,9 +38,6 @@ Binding binding(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t dir
 struct Send {
   bool remove;
   const uint8_t* target;
-  // The single-rule paths command the interface even for a GEM binding; the GEM key then only
-  // reaches the translation.
-  bool interfaceOnly = false;
   // Whole-list installs tell the record how many rules of the list are valid.
   bool recordActiveNum = false;
   // Hardware-only removals name the aggregation a member leaves (or the interface itself).

@@ -222,10 +222,11 @@ TEST_F(RuleRefs, FailedActivationStripsTheInActionsOnce) {
   const size_t events0 = events().size();
 
   // The installation fails; the removal that undoes it is let through.
-  plat::faultAdd(
-      {.call = "aclDynamicRuleSet", .cmd = 1, .list = kList, .rule = 1, .result = 0x3EA0048});
+  bindGlobally();
+  failGlobal(HWIL_CMD_GLOBAL_ADD, 1, 0x3EA0048);
   EXPECT_EQ(makeValid(1), 0x3EA0048);
   EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
+  EXPECT_FALSE(inGlobalTable(1));
   EXPECT_EQ(mirrorRefs(1), 0);
   EXPECT_EQ(counterRefs(1), 0);
   EXPECT_EQ(get(1, ACL_RULE_CMD_COUNTERID), 0u);

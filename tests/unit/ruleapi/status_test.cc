@@ -99,9 +99,11 @@ TEST_F(RuleStatus, ReValidatingAValidRuleInstallsItAgain) {
 
 TEST_F(RuleStatus, FailedRemovalsKeepTheRule) {
   restart({{"acl.dynamicbindenable", "true"}});
+  bindGlobally();
   ASSERT_EQ(create(1), 0);
   ASSERT_EQ(makeValid(1), 0);
-  plat::faultAdd({.call = "aclDynamicRuleSet", .cmd = 0, .result = 0x3EA0048, .count = 3});
+  ASSERT_TRUE(inGlobalTable(1));
+  failGlobal(HWIL_CMD_GLOBAL_DEL, 1, 0x3EA0048, 3);
   EXPECT_EQ(remove(1), 0x3EA0048);
   EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 1u);
   EXPECT_EQ(create(1), 0x3EA0048) << "the reset stops too";
@@ -109,9 +111,11 @@ TEST_F(RuleStatus, FailedRemovalsKeepTheRule) {
   // Making it invalid goes on whatever the removal answered.
   EXPECT_EQ(makeInvalid(1), 0x3EA0048);
   EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
+  EXPECT_TRUE(inGlobalTable(1)) << "the hardware kept what it refused to give up";
   ASSERT_EQ(remove(1), 0);
 
   // A rule whose time range will not let it go stays whole.
+  bindGlobally(false);
   ASSERT_EQ(create(2), 0);
   ASSERT_EQ(set(2, ACL_RULE_CMD_TRID, 1), 0);
   plat::faultAdd({.call = "timerangeListSetApi", .result = 0x3E80004});
