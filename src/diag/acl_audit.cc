@@ -21,6 +21,7 @@
 #include <tuple>
 
 #include "control/acl_slot.h"
+#include "diag/acl_event_counters.h"
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
@@ -398,4 +399,5 @@ json aclAuditReply() {
 
 void aclAuditRegister() {
   vdev::registerControlOp("audit", [](const json&) { return aclAuditReply(); });
+  vdev::registerControlOp("events", [](const json&) { return aclEventCountersReply(); });
 }

@@ -23,5 +23,6 @@ std::vector<AclAuditDiff> aclAuditRun();
 // the ACL module has not started.
 nlohmann::json aclAuditReply();
 
-// Registers the "audit" op on the device's control socket; called once after aclInit.
+// Registers the daemon's ops on the device's control socket ("audit", and "events" for the event
+// task's counters); called once after aclInit.
 void aclAuditRegister();
