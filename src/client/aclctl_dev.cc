@@ -333,7 +333,7 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
       if (!bytes || bytes->empty()) {
         throw AclctlExit(
             kAclctlExitUsage,
-            "HEX must be an even number of hex digits, at least two: \"" + *hex + "\"");
+            "HEX must be hex digits, two to a byte, at least one byte: \"" + *hex + "\"");
       }
       json req = {{"op", "route.send"}, {"hex", aclclient::toHex(*bytes)}};
       if (!group->empty()) req["group"] = number("--group", group->front());
