@@ -10,6 +10,7 @@
 
 #include "client/aclctl.h"
 #include "client/aclctl_cmds.h"
+#include "client/call_args.h"
 #include "client/dev_client.h"
 
 namespace {
@@ -257,6 +258,13 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
           "interface", {"index"});
   command(ifc, globals, "remove", "Remove an interface", "interface.remove",
           {{"--index", "index", Kind::Number, "interface index"}}, {}, {"index"});
+  command(ifc, globals, "reset", "Announce a reset of the interface's configuration",
+          "interface.reset",
+          {{"--index", "index", Kind::Number, "interface index"},
+           {"--reason", "reason", Kind::Number, "1 mlag, other manual (default 0)"},
+           {"--operation", "operation", Kind::Number, "1 reset all, other defaults (default 0)"},
+           {"--flags", "flags", Kind::Number, "flag word (default 0)"}},
+          {}, {"index"});
 
   auto* agg = dev->add_subcommand("agg", "Aggregations");
   agg->require_subcommand(1);
@@ -298,10 +306,40 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
       run(globals, req);
     });
   }
-  command(
-      card, globals, "remove", "Pull the card out of a slot", "card.set",
-      {{"--system", "system", Kind::Number, "system"}, {"--slot", "slot", Kind::Number, "slot"}},
-      {}, {"system", "slot"});
+  const std::vector<Field> where = {{"--system", "system", Kind::Number, "system"},
+                                    {"--slot", "slot", Kind::Number, "slot"}};
+  command(card, globals, "remove", "Pull the card out of a slot", "card.set", where, {},
+          {"system", "slot"});
+  command(card, globals, "up", "Announce that the card in a slot is up", "card.up", where, {},
+          {"system", "slot"});
+  auto* slot = dev->add_subcommand("slot", "Slots");
+  slot->require_subcommand(1);
+  command(slot, globals, "up", "Announce that a slot is up", "slot.up", where, {},
+          {"system", "slot"});
+  auto* sys = dev->add_subcommand("system", "Systems");
+  sys->require_subcommand(1);
+  command(sys, globals, "up", "Announce that a system is up", "system.up",
+          {{"--system", "system", Kind::Number, "system"}}, {}, {"system"});
+  {
+    // The bytes are checked here, so a typo never reaches the bus.
+    auto* send = dev->add_subcommand(
+        "send", "Send raw bytes as one route message: to the daemon, or to a group's members");
+    auto hex = std::make_shared<std::string>();
+    auto group = std::make_shared<std::vector<std::string>>();
+    send->add_option("HEX", *hex, "the datagram in hex, e.g. 0000001800220000...")->required();
+    send->add_option("--group", *group, "message group: every socket that joined it")->expected(1);
+    send->callback([&globals, hex, group] {
+      const auto bytes = aclclient::parseHex(*hex);
+      if (!bytes || bytes->empty()) {
+        throw AclctlExit(
+            kAclctlExitUsage,
+            "HEX must be hex digits, two to a byte, at least one byte: \"" + *hex + "\"");
+      }
+      json req = {{"op", "route.send"}, {"hex", aclclient::toHex(*bytes)}};
+      if (!group->empty()) req["group"] = number("--group", group->front());
+      run(globals, req);
+    });
+  }
 
   auto* nbr = dev->add_subcommand("nbr", "Neighbours");
   nbr->require_subcommand(1);

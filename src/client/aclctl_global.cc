@@ -11,6 +11,7 @@
 
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_tables.h"
+#include "client/dev_client.h"
 #include "client/table_session.h"
 
 namespace {
@@ -108,6 +109,26 @@ void showGlobal(const AclctlGlobals& g) {
   }
 }
 
+// The event task's counters. The command table has no function for them; the daemon answers them
+// on the device control socket it serves in-process.
+ordered_json eventCounters(const AclctlGlobals& g) {
+  nlohmann::json reply;
+  std::string err;
+  if (!aclclient::devRequest(aclclient::devSocketPath(g.runDir), {{"op", "events"}}, &reply,
+                             &err)) {
+    throw AclctlExit(kAclctlExitFailed, "event counters: " + err);
+  }
+  ordered_json out;
+  for (const char* k : {"rtMsgRecvCnt", "rtMsgOkCnt", "rtMsgErrCnt", "rtMsgRecvFailCnt"}) {
+    if (!reply.value("ok", false) || !reply.contains(k) || !reply[k].is_number_unsigned()) {
+      throw AclctlExit(kAclctlExitFailed,
+                       "event counters: " + reply.value("error", std::string("no answer")));
+    }
+    out[k] = reply[k].get<uint32_t>();
+  }
+  return out;
+}
+
 void showLimits(const AclctlGlobals& g) {
   TableSession s(g);
   ordered_json j;
@@ -125,6 +146,7 @@ void showLimits(const AclctlGlobals& g) {
   j["car_min"] = mustGet(s, 39, "car min");
   j["car_max"] = mustGet(s, 40, "car max");
   j["redirect_multi"] = mustGet(s, 38, "redirect multi");
+  j["events"] = eventCounters(g);
   if (g.json) {
     std::cout << j.dump() << std::endl;
     return;
@@ -141,6 +163,10 @@ void showLimits(const AclctlGlobals& g) {
   std::printf("car                %u .. %u\n", j["car_min"].get<uint32_t>(),
               j["car_max"].get<uint32_t>());
   std::printf("redirect multi     %s\n", j["redirect_multi"].get<uint32_t>() != 0 ? "on" : "off");
+  const auto& e = j["events"];
+  std::printf("route messages     %u received, %u ok, %u failed, %u receive errors\n",
+              e["rtMsgRecvCnt"].get<uint32_t>(), e["rtMsgOkCnt"].get<uint32_t>(),
+              e["rtMsgErrCnt"].get<uint32_t>(), e["rtMsgRecvFailCnt"].get<uint32_t>());
 }
 
 struct GlobalArgs {
@@ -216,9 +242,8 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
   global->add_subcommand("show", "Every global slot, the switches and the generic lists")
       ->callback([&globals] { showGlobal(globals); });
 
-  app.add_subcommand("limits", "Limits and counts of lists, rules and CAR")->callback([&globals] {
-    showLimits(globals);
-  });
+  app.add_subcommand("limits", "Limits and counts of lists, rules and CAR; event counters")
+      ->callback([&globals] { showLimits(globals); });
 
   app.add_subcommand("version", "The daemon's version string")->callback([&globals] {
     TableSession s(globals);

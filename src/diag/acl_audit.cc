@@ -24,6 +24,7 @@
 #include <tuple>
 
 #include "control/acl_slot.h"
+#include "diag/acl_event_counters.h"
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
@@ -485,4 +486,5 @@ json aclRuleStateReply(const json& req) {
 void aclAuditRegister() {
   vdev::registerControlOp("audit", [](const json&) { return aclAuditReply(); });
   vdev::registerControlOp("rule-state", [](const json& req) { return aclRuleStateReply(req); });
+  vdev::registerControlOp("events", [](const json&) { return aclEventCountersReply(); });
 }

@@ -29,6 +29,6 @@ nlohmann::json aclAuditReply();
 // missing list or rule, a malformed request or an ACL module that has not started.
 nlohmann::json aclRuleStateReply(const nlohmann::json& req);
 
-// Registers the "audit" and "rule-state" ops on the device's control socket; called once after
-// aclInit.
+// Registers the daemon's ops on the device's control socket ("audit", "rule-state", and "events"
+// for the event task's counters); called once after aclInit.
 void aclAuditRegister();

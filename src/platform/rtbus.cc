@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -40,6 +41,15 @@ struct RouteSocket {
 std::mutex gBusMutex;
 std::map<int, RouteSocket> gSockets;
 int gWakeFd = -1;
+std::atomic<uint64_t> gDropped{0};
+
+// One datagram to the socket at sa, never waiting: a full receiver loses it (and it is counted).
+bool sendNoWait(int out, std::span<const uint8_t> message, const sockaddr_un& sa) {
+  const ssize_t n = sendto(out, message.data(), message.size(), MSG_DONTWAIT,
+                           reinterpret_cast<const sockaddr*>(&sa), sizeof sa);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS)) ++gDropped;
+  return n == static_cast<ssize_t>(message.size());
+}
 
 constexpr size_t kMaxGroupsFile = 64 * 1024;  // far more than every group there is
 
@@ -227,9 +237,7 @@ bool busSendTo(const std::string& sockPath, std::span<const uint8_t> message) {
   if (!fillAddr(sockPath, &sa)) return false;
   const int out = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (out < 0) return false;
-  const ssize_t n = sendto(out, message.data(), message.size(), MSG_DONTWAIT,
-                           reinterpret_cast<sockaddr*>(&sa), sizeof sa);
-  const bool sent = n == static_cast<ssize_t>(message.size());
+  const bool sent = sendNoWait(out, message, sa);
   close(out);
   return sent;
 }
@@ -260,14 +268,21 @@ int busSend(uint32_t group, std::span<const uint8_t> message) {
     sockaddr_un sa;
     if (out < 0 || !fillAddr(path, &sa)) continue;
     // A listener that is gone or not reading loses the message; the sender never waits for it.
-    if (sendto(out, message.data(), message.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sa),
-               sizeof sa) == static_cast<ssize_t>(message.size())) {
-      ++delivered;
-    }
+    if (sendNoWait(out, message, sa)) ++delivered;
   }
   closedir(d);  // and dirFd with it
   if (out >= 0) close(out);
   return delivered;
+}
+
+uint64_t busDropCount() { return gDropped.load(); }
+
+std::string ownRouteSocketPath() {
+  std::lock_guard lock(gBusMutex);
+  for (const auto& [fd, s] : gSockets) {
+    if (!s.path.empty()) return s.path;
+  }
+  return {};
 }
 
 uint32_t routeSocketLiveCount() {

@@ -38,10 +38,16 @@ int zor_close(int fd);
 namespace plat {
 
 std::string busDir();
-// Sends one message to every socket on the bus; returns how many sockets took it.
+// Sends one message to every socket on the bus that joined group; returns how many took it.
+// Neither send ever waits: a receiver whose queue is full loses the message, and the loss is
+// counted (busDropCount).
 int busSend(uint32_t group, std::span<const uint8_t> message);
 // Sends one message to the one socket bound at sockPath; false when it did not take it.
 bool busSendTo(const std::string& sockPath, std::span<const uint8_t> message);
+// Messages lost since the process started because their receiver's queue was full.
+uint64_t busDropCount();
+// The path of this process's first route socket bound on the bus (the daemon's), or empty.
+std::string ownRouteSocketPath();
 uint32_t routeSocketLiveCount();
 
 }  // namespace plat

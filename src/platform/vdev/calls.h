@@ -1,5 +1,5 @@
 // What the platform calls served by the virtual device share: result codes, the journal's
-// sequence, anomalies, byte copies and the hook for model changes.
+// sequence, anomalies, and byte copies.
 #pragma once
 
 #include <cstdint>
@@ -31,10 +31,5 @@ inline std::vector<uint8_t> copyBytes(const void* p, size_t n) {
 
 // Four big-endian words from a key or location record.
 std::vector<uint32_t> keyWords(const void* key, size_t words);
-
-// Called with the device mutex held after the model changed through the control socket (an
-// interface added or removed, a card up, a neighbour learned, a time range switched). This is
-// where the platform's route messages for the change will be sent from.
-void modelChanged(Device& d, const std::string& what, const nlohmann::json& detail);
 
 }  // namespace vdev

@@ -8,6 +8,8 @@
 
 #include "platform/fault.h"
 #include "platform/logging.h"
+#include "platform/rtbus.h"
+#include "platform/vdev/announce.h"
 #include "platform/vdev/calls.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/decode.h"
@@ -134,25 +136,31 @@ json faultAdd(const json& req) {
 // Changes the model through its file form, so a change is checked exactly as a device file is
 // and a refused change leaves the model as it was. edit returns the file place of the entry it
 // changed ("interfaces[26]"); a problem found there is reported under requestPlace instead, the
-// name the request gave it.
-json editModel(const std::string& what, const json& detail,
-               const std::function<std::string(json&)>& edit,
-               const std::string& requestPlace = {}) {
-  Device& d = device();
-  std::lock_guard lock(d.mutex);
-  json j = modelToJson(d.model);
-  const std::string place = edit(j);
-  Model m;
-  std::string err;
-  if (!modelFromJson(j, &m, &err)) {
-    if (!place.empty() && err.rfind(place, 0) == 0 &&
-        (err[place.size()] == '.' || err[place.size()] == ':')) {
-      err = requestPlace + err.substr(place.size());
+// name the request gave it. The route messages of the change (and extra, messages the comparison
+// of the two models cannot see, such as a neighbour learned again) go out once the device mutex
+// is given back.
+json editModel(const std::string& what, const std::function<std::string(json&)>& edit,
+               const std::string& requestPlace = {}, const std::vector<RouteOut>* extra = nullptr) {
+  std::vector<RouteOut> out;
+  {
+    Device& d = device();
+    std::lock_guard lock(d.mutex);
+    json j = modelToJson(d.model);
+    const std::string place = edit(j);
+    Model m;
+    std::string err;
+    if (!modelFromJson(j, &m, &err)) {
+      if (!place.empty() && err.rfind(place, 0) == 0 &&
+          (err[place.size()] == '.' || err[place.size()] == ':')) {
+        err = requestPlace + err.substr(place.size());
+      }
+      throw RequestError{err};
     }
-    throw RequestError{err};
+    out = changeMessages(d.model, m, what);
+    if (extra != nullptr && m.announce) out.insert(out.end(), extra->begin(), extra->end());
+    d.model = std::move(m);
   }
-  d.model = std::move(m);
-  modelChanged(d, what, detail);
+  sendAll(out);
   return {{"ok", true}};
 }
 
@@ -179,7 +187,7 @@ json setInterface(const json& req, const char* section, const char* key) {
   const json& obj = needObject(req, key);
   const uint32_t index = needU32(obj, "index");
   return editModel(
-      std::string(key) + ".set", obj,
+      std::string(key) + ".set",
       [&](json& j) {
         // An interface changes section when it becomes or stops being an aggregation.
         const std::string other =
@@ -204,7 +212,7 @@ json setInterface(const json& req, const char* section, const char* key) {
 
 json removeInterface(const json& req) {
   const uint32_t index = needU32(req, "index");
-  return editModel("interface.remove", {{"index", index}}, [&](json& j) {
+  return editModel("interface.remove", [&](json& j) {
     auto match = [&](const json& x) { return x.at("index") == index; };
     if (!eraseIn(j["interfaces"], match) && !eraseIn(j["aggregations"], match)) {
       throw RequestError{"no interface " + std::to_string(index)};
@@ -222,10 +230,8 @@ json setCard(const json& req) {
   const uint32_t sys = needU32(req, "system"), slot = needU32(req, "slot");
   const bool remove = !req.contains("card") || req.at("card").is_null();
   if (!remove) needObject(req, "card");
-  // What the change announces depends on whether the slot had a card before it.
-  json detail = req;
   return editModel(
-      remove ? "card.remove" : "card.set", detail,
+      remove ? "card.remove" : "card.set",
       [&](json& j) {
         json& systems = j["systems"];
         json* s = findIn(systems, "index", sys);
@@ -254,7 +260,6 @@ json setCard(const json& req) {
           (*sl)["card"].merge_patch(req.at("card"));
         } else {
           (*sl)["card"] = req.at("card");
-          detail["inserted"] = true;
         }
         return "systems[" + std::to_string(s - &systems[0]) + "].slots[" +
                std::to_string(sl - &slots[0]) + "]";
@@ -272,15 +277,24 @@ json neighbour(const json& req, bool add) {
   const std::string text = req.at("address").get<std::string>();
   if (!parseAddr(text, &fam, &addr)) throw RequestError{"\"" + text + "\" is not an IP address"};
   const json entry = {{"vrf", vrf}, {"address", addrText(fam, addr)}};
-  return editModel(add ? "neighbour.add" : "neighbour.remove", entry, [&](json& j) {
-    const bool had = eraseIn(j["neighbours"], [&](const json& x) { return x == entry; });
-    if (add) {
-      j["neighbours"].push_back(entry);
-    } else if (!had) {
-      throw RequestError{"no neighbour " + text + " in vrf " + std::to_string(vrf)};
-    }
-    return std::string();
-  });
+  // Adding a neighbour the device already knows is learning it again.
+  std::vector<RouteOut> relearned;
+  return editModel(
+      add ? "neighbour.add" : "neighbour.remove",
+      [&](json& j) {
+        const bool had = eraseIn(j["neighbours"], [&](const json& x) { return x == entry; });
+        if (add) {
+          j["neighbours"].push_back(entry);
+          if (had) {
+            relearned.push_back({kNeighbourGroup, neighbourMessage(kMsgNeighbourRelearned,
+                                                                   Neighbour{vrf, fam, addr})});
+          }
+        } else if (!had) {
+          throw RequestError{"no neighbour " + text + " in vrf " + std::to_string(vrf)};
+        }
+        return std::string();
+      },
+      {}, &relearned);
 }
 
 json setTimeRange(const json& req) {
@@ -288,7 +302,7 @@ json setTimeRange(const json& req) {
   json patch = req;
   patch.erase("op");
   return editModel(
-      "timerange.set", patch,
+      "timerange.set",
       [&](json& j) {
         json& arr = j["timeRanges"];
         if (json* t = findIn(arr, "id", id)) {
@@ -303,7 +317,7 @@ json setTimeRange(const json& req) {
 
 json removeTimeRange(const json& req) {
   const uint32_t id = needU32(req, "id");
-  return editModel("timerange.remove", {{"id", id}}, [&](json& j) {
+  return editModel("timerange.remove", [&](json& j) {
     if (!eraseIn(j["timeRanges"], [&](const json& x) { return x.at("id") == id; })) {
       throw RequestError{"no time range " + std::to_string(id)};
     }
@@ -311,11 +325,122 @@ json removeTimeRange(const json& req) {
   });
 }
 
+// A platform event that changes nothing the device models (a card or slot coming up, an
+// interface's configuration reset): build checks it against the model and makes its messages,
+// which go out once the device mutex is given back; none while announcements are off.
+json event(const std::function<std::vector<RouteOut>(const Model&)>& build) {
+  std::vector<RouteOut> out;
+  {
+    Device& d = device();
+    std::lock_guard lock(d.mutex);
+    out = build(d.model);
+    if (!d.model.announce) out.clear();
+  }
+  sendAll(out);
+  return {{"ok", true}, {"messages", out.size()}};
+}
+
+const Slot& needSlot(const Model& m, uint32_t sys, uint32_t slot) {
+  auto it = m.slots.find({sys, slot});
+  if (it == m.slots.end()) {
+    throw RequestError{"no slot " + std::to_string(sys) + "/" + std::to_string(slot)};
+  }
+  return it->second;
+}
+
+json cardUp(const json& req) {
+  const uint32_t sys = needU32(req, "system"), slot = needU32(req, "slot");
+  return event([&](const Model& m) {
+    const Slot& s = needSlot(m, sys, slot);
+    if (!s.card) {
+      throw RequestError{"no card in slot " + std::to_string(sys) + "/" + std::to_string(slot)};
+    }
+    return std::vector<RouteOut>{{kChassisGroup, cardReadyMessage(sys, slot, s.card->type)}};
+  });
+}
+
+json slotUp(const json& req) {
+  const uint32_t sys = needU32(req, "system"), slot = needU32(req, "slot");
+  return event([&](const Model& m) {
+    needSlot(m, sys, slot);
+    return std::vector<RouteOut>{{kChassisGroup, slotUpMessage(sys, slot)}};
+  });
+}
+
+json systemUp(const json& req) {
+  const uint32_t sys = needU32(req, "system");
+  return event([&](const Model& m) {
+    if (std::find(m.systems.begin(), m.systems.end(), sys) == m.systems.end()) {
+      throw RequestError{"no system " + std::to_string(sys)};
+    }
+    return std::vector<RouteOut>{{kChassisGroup, systemUpMessage(sys)}};
+  });
+}
+
+// reason 1 is an mlag reset, anything else a manual one; operation 1 resets everything, anything
+// else the defaults; flags are passed on as given.
+json resetInterface(const json& req) {
+  const uint32_t index = needU32(req, "index");
+  const uint32_t reason = optU32(req, "reason").value_or(0);
+  const uint32_t operation = optU32(req, "operation").value_or(0);
+  const uint32_t flags = optU32(req, "flags").value_or(0);
+  return event([&](const Model& m) {
+    if (!m.interfaces.contains(index)) throw RequestError{"no interface " + std::to_string(index)};
+    return std::vector<RouteOut>{{kLinkGroup, configResetMessage(index, reason, operation, flags)}};
+  });
+}
+
+// Raw bytes as one datagram, to this process's own route socket (the daemon's) or to every member
+// of a group: for tests and operators. Nothing is checked but the hex itself.
+constexpr size_t kRouteSendMax = 65536;
+
+std::vector<uint8_t> hexBytes(const json& req) {
+  if (!req.contains("hex") || !req.at("hex").is_string()) {
+    throw RequestError{"\"hex\" must be a string of hex digits"};
+  }
+  const std::string& text = req.at("hex").get_ref<const std::string&>();
+  if (text.empty() || text.size() % 2 != 0) {
+    throw RequestError{"\"hex\" must hold an even number of hex digits, at least two"};
+  }
+  if (text.size() / 2 > kRouteSendMax) {
+    throw RequestError{"\"hex\" holds more than " + std::to_string(kRouteSendMax) + " bytes"};
+  }
+  auto nibble = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  std::vector<uint8_t> out(text.size() / 2);
+  for (size_t i = 0; i < out.size(); ++i) {
+    const int hi = nibble(text[2 * i]), lo = nibble(text[2 * i + 1]);
+    if (hi < 0 || lo < 0) {
+      throw RequestError{"\"hex\": \"" + text.substr(2 * i, 2) + "\" at byte " + std::to_string(i) +
+                         " is not a hex byte"};
+    }
+    out[i] = static_cast<uint8_t>(hi << 4 | lo);
+  }
+  return out;
+}
+
+json routeSend(const json& req) {
+  const std::vector<uint8_t> bytes = hexBytes(req);
+  if (auto group = optU32(req, "group")) {
+    return {{"ok", true}, {"group", *group}, {"delivered", plat::busSend(*group, bytes)}};
+  }
+  const std::string path = plat::ownRouteSocketPath();
+  if (path.empty()) throw RequestError{"no route socket is bound in this process"};
+  if (!plat::busSendTo(path, bytes)) {
+    throw RequestError{"the route socket did not take the message (full or gone)"};
+  }
+  return {{"ok", true}, {"delivered", 1}};
+}
+
 json setCounter(const json& req) {
   json c = req;
   c.erase("op");
   return editModel(
-      "counter.set", c,
+      "counter.set",
       [&](json& j) {
         auto same = [&](const json& x) {
           for (const char* k : {"list", "rule", "interface", "direction"}) {
@@ -333,7 +458,7 @@ json setCounter(const json& req) {
 
 json setScalar(const json& req) {
   const uint32_t id = needU32(req, "id"), value = needU32(req, "value");
-  return editModel("scalar.set", {{"id", id}, {"value", value}}, [&](json& j) {
+  return editModel("scalar.set", [&](json& j) {
     j["scalars"][std::to_string(id)] = value;
     return std::string();
   });
@@ -341,7 +466,7 @@ json setScalar(const json& req) {
 
 json replaceModel(const json& req) {
   const json& m = needObject(req, "model");
-  return editModel("model.load", json::object(), [&](json& j) {
+  return editModel("model.load", [&](json& j) {
     j = m;
     return std::string();
   });
@@ -456,6 +581,7 @@ json show() {
           {"relays", d.journal.relays.size()},
           {"announcements", d.journal.announcements.size()},
           {"anomalies", d.journal.anomalies.size()},
+          {"routeDropped", plat::busDropCount()},
           {"faults", faults}};
 }
 
@@ -501,6 +627,11 @@ const std::map<std::string, Handler>& handlers() {
       {"counter.set", setCounter},
       {"scalar.set", setScalar},
       {"model.load", replaceModel},
+      {"card.up", cardUp},
+      {"slot.up", slotUp},
+      {"system.up", systemUp},
+      {"interface.reset", resetInterface},
+      {"route.send", routeSend},
   };
   return table;
 }
