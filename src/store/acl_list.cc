@@ -130,6 +130,7 @@ AclRuleNum* aclListRuleNumPair(uint32_t lstIdx) {
 AclListEntry* aclListEntryAdd(uint32_t lstIdx) {
   auto* list = static_cast<AclListEntry*>(silMemPoolAlloc(gaclGrp.listPool, nullptr));
   if (list == nullptr) return nullptr;
+  aclStoreGenBump();
   avl_create(&list->ruleTree, aclRuleCompare, sizeof(AclRuleEntry), offsetof(AclRuleEntry, node));
   list->lstIdx = lstIdx;
   list->freeIdx = lstIdx;
@@ -154,6 +155,7 @@ AclListEntry* aclListEntryAdd(uint32_t lstIdx) {
 
 int32_t aclListEntryDel(AclListEntry* list) {
   if (list == nullptr) return CMN_ERR_NOT_FOUND;
+  aclStoreGenBump();
   for (auto* r = static_cast<AclRuleEntry*>(avl_first(&list->ruleTree)); r != nullptr;
        r = static_cast<AclRuleEntry*>(avl_next(&list->ruleTree, r))) {
     if (int32_t ret = listRuleRelease(r)) return ret;
