@@ -87,8 +87,10 @@ int aclListCompare(const void* a, const void* b) {
 }
 
 AclListEntry* aclListEntryGet(uint32_t lstIdx) {
-  // The tree compares whole records; only the key field of this one is read.
-  AclListEntry key{};
+  // The tree compares whole records; only the key field of this one is read. The record is
+  // cleared once per thread rather than on every lookup: the match services look a list up on
+  // every query.
+  thread_local AclListEntry key{};
   key.lstIdx = lstIdx;
   return static_cast<AclListEntry*>(avl_find(&gaclGrp.listTree, &key, nullptr));
 }
