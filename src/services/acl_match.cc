@@ -241,9 +241,8 @@ int32_t _aclMatch(uint32_t lstIdx, std::span<const uint8_t> query) {
   AddrQuery q;
   if (!readAddrQuery(query, 0, true, &q)) return -1;
   if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
-    return aclCompiledAddrMatch(*c, q.family, q.addr, q.prefixLen) == ACL_MATCH_VERDICT_PERMIT
-               ? 0
-               : -1;
+    const uint8_t verdict = aclCompiledAddrMatch(*c, q.family, q.addr, q.prefixLen);
+    return verdict == ACL_MATCH_VERDICT_PERMIT ? 0 : -1;
   }
   const AclRuleEntry* rule = srcAddrWalk(lstIdx, q);
   return rule != nullptr && hasAction(rule, RULE_ACTION_PERMIT) ? 0 : -1;

@@ -74,8 +74,7 @@ class PrefixIndex {
     t.hiMask = topBits64(len);
     t.loMask = topBits64(len > 64 ? len - 64 : 0);
     t.minPos = std::min(t.minPos, pos);
-    t.best.try_emplace(V6Key{load64(addr) & t.hiMask, load64(addr + 8) & t.loMask, vrf},
-                       pos);
+    t.best.try_emplace(V6Key{load64(addr) & t.hiMask, load64(addr + 8) & t.loMask, vrf}, pos);
   }
   void seal() {
     for (auto& [len, t] : v4Build_) v4_.push_back(std::move(t));
@@ -240,7 +239,8 @@ RecMask packetTests(const AclRuleEntry* rule, const Rec& r) {
   auto address = [&](uint32_t code, uint32_t prefixCode, uint32_t strCode, uint32_t off,
                      uint32_t prefixOff, uint32_t strOff) {
     if (!has(rule, code)) return;
-    if (std::all_of(r.begin() + off, r.begin() + off + kAddrLen, [](uint8_t b) { return b == 0; })) {
+    if (std::all_of(r.begin() + off, r.begin() + off + kAddrLen,
+                    [](uint8_t b) { return b == 0; })) {
       return;  // any address
     }
     masked(prefixCode, strCode, off, prefixOff, strOff, kAddrLen);
