@@ -183,7 +183,8 @@ int32_t aclLstGetApi(uintptr_t key, uintptr_t cmdArg, uintptr_t buf) {
   const auto lstIdx = static_cast<uint32_t>(key);
   const auto cmd = static_cast<uint32_t>(cmdArg);
   if (!aclStarted()) return ACL_ERR_LIST_NOT_EXIST;
-  AclLockGuard lock;
+  // Every list get only reads, the match services included: the compiled rules stay.
+  AclQueryLockGuard lock;
   aclDebug(ACL_LOG_API, "ACL config [ACL LIST GET] info=[index:=%d cmd:=%d].\r\n",
            static_cast<int>(lstIdx), static_cast<int>(cmd));
   const AclListEntry* list = aclListEntryGet(lstIdx);

@@ -1,6 +1,7 @@
 // The ACL group and the start-up that builds it.
 #include "main/acl_group.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 
@@ -236,9 +237,50 @@ int32_t aclInit(const aclOptParams* p) {
   return 0;
 }
 
-int aclLock() { return silTakeSem(gaclGrp.aclMutex, SIL_WAIT_FOREVER); }
+namespace {
 
-int aclUnlock() { return silGiveSem(gaclGrp.aclMutex); }
+std::atomic<uint64_t> gStoreGen{1};
+// This thread's holds of aclMutex, and whether they are a match query's alone.
+thread_local int tLockDepth = 0;
+thread_local bool tQueryOnly = false;
+
+}  // namespace
+
+uint64_t aclStoreGen() {
+  return gStoreGen.load(std::memory_order_acquire);
+}
+
+void aclStoreGenBump() {
+  gStoreGen.fetch_add(1, std::memory_order_acq_rel);
+}
+
+int aclLock() {
+  const int ret = silTakeSem(gaclGrp.aclMutex, SIL_WAIT_FOREVER);
+  if (ret == 0) {
+    ++tLockDepth;
+    tQueryOnly = false;  // a plain hold anywhere in the nest may change the store
+  }
+  // Moved whether or not the take succeeded: a caller that goes on without the lock may still
+  // change the store.
+  aclStoreGenBump();
+  return ret;
+}
+
+int aclLockForQuery() {
+  const int ret = silTakeSem(gaclGrp.aclMutex, SIL_WAIT_FOREVER);
+  if (ret == 0 && tLockDepth++ == 0) tQueryOnly = true;
+  return ret;
+}
+
+bool aclQueryHold() {
+  return tLockDepth > 0 && tQueryOnly;
+}
+
+int aclUnlock() {
+  const int ret = silGiveSem(gaclGrp.aclMutex);
+  if (ret == 0 && tLockDepth > 0 && --tLockDepth == 0) tQueryOnly = false;
+  return ret;
+}
 
 bool aclStarted() { return gaclGrp.aclMutex != 0; }
 

@@ -116,6 +116,20 @@ int32_t aclInit(const aclOptParams* params);
 int aclLock();
 int aclUnlock();
 
+// The store generation: a count that moves whenever the store may have changed. Every aclLock
+// moves it, so anything that changes a list or a rule under aclMutex (the only way the daemon
+// changes them) is seen by whatever keeps a form derived from the store, with no call of its own
+// at the place of the change. The store's own mutators move it too (aclStoreGenBump), which
+// covers changes made before the tasks run and in tests that work on the store directly.
+uint64_t aclStoreGen();
+void aclStoreGenBump();
+// Takes aclMutex for a match query, which reads the store and never changes it: the generation
+// stays where it is, so forms derived from the store survive from one query to the next.
+int aclLockForQuery();
+// True while this thread holds aclMutex through aclLockForQuery alone (no aclLock nested in it):
+// only then may a match trust a derived form built at the current generation.
+bool aclQueryHold();
+
 // RAII holder of aclMutex for the table functions.
 class AclLockGuard {
  public:
@@ -123,6 +137,15 @@ class AclLockGuard {
   ~AclLockGuard() { aclUnlock(); }
   AclLockGuard(const AclLockGuard&) = delete;
   AclLockGuard& operator=(const AclLockGuard&) = delete;
+};
+
+// RAII holder of aclMutex for a match query (see aclLockForQuery).
+class AclQueryLockGuard {
+ public:
+  AclQueryLockGuard() { aclLockForQuery(); }
+  ~AclQueryLockGuard() { aclUnlock(); }
+  AclQueryLockGuard(const AclQueryLockGuard&) = delete;
+  AclQueryLockGuard& operator=(const AclQueryLockGuard&) = delete;
 };
 
 // True once aclInit has built the group.

@@ -56,7 +56,8 @@ void aclTask(uintptr_t, uintptr_t) {
     FD_SET(fd, &readSet);
     maxFd = std::max(maxFd, fd);
 
-    aclLock();
+    // Only reads: taken as a query takes it, so an idle wake-up leaves compiled lists alone.
+    aclLockForQuery();
     const int32_t ms = silTimerListNextTimeout(&gaclGrp.timerList);
     aclUnlock();
     timeval wait = aclTaskWait(ms);

@@ -6,6 +6,7 @@
 
 #include "main/acl_log.h"
 #include "services/acl_match.h"
+#include "services/acl_match_compiled.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
@@ -341,6 +342,9 @@ int32_t aclCpuDefendMatch(uint32_t lstIdx, const wire::BufDesc* desc) {
 
 int32_t _aclCpuDefendMatch(uint32_t lstIdx, std::span<const uint8_t, ACL_RULE_PARAM_LEN> pkt,
                            uint8_t* verdict) {
+  if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+    return aclCompiledCpuDefendMatch(*c, pkt, verdict);
+  }
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr) return -1;
   Rec rec;

@@ -7,6 +7,7 @@
 #include "api/acl_lst_api.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
+#include "services/acl_match_compiled.h"
 #include "store/acl_entry.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
@@ -239,6 +240,10 @@ void aclMatchRuleExpand(AclRuleEntry* rule, std::span<uint8_t, ACL_RULE_PARAM_LE
 int32_t _aclMatch(uint32_t lstIdx, std::span<const uint8_t> query) {
   AddrQuery q;
   if (!readAddrQuery(query, 0, true, &q)) return -1;
+  if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+    const uint8_t verdict = aclCompiledAddrMatch(*c, q.family, q.addr, q.prefixLen);
+    return verdict == ACL_MATCH_VERDICT_PERMIT ? 0 : -1;
+  }
   const AclRuleEntry* rule = srcAddrWalk(lstIdx, q);
   return rule != nullptr && hasAction(rule, RULE_ACTION_PERMIT) ? 0 : -1;
 }
@@ -247,6 +252,12 @@ int32_t _aclMatchEx(uint32_t lstIdx, std::span<uint8_t> query) {
   // The length is not held to the record's, but nothing is read or written past it.
   AddrQuery q;
   if (!readAddrQuery(query, 1, false, &q)) return -1;
+  if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+    const uint8_t verdict = aclCompiledAddrMatch(*c, q.family, q.addr, q.prefixLen);
+    if (verdict == 0) return -1;
+    query[4 + aclMatchAddrLen(q.family) + 4] = verdict;
+    return 0;
+  }
   const AclRuleEntry* rule = srcAddrWalk(lstIdx, q);
   if (rule == nullptr) return -1;
   const uint8_t verdict = hasAction(rule, RULE_ACTION_PERMIT) ? ACL_MATCH_VERDICT_PERMIT
@@ -264,8 +275,12 @@ int32_t _aclMulticastmatchEx(uint32_t lstIdx, std::span<const uint8_t> query) {
 
 int32_t _aclMulticastMatch(uint32_t lstIdx, const uint8_t* address, uint32_t prefixLen,
                            uint32_t family) {
+  if (address == nullptr) return -1;
+  if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+    return aclCompiledMulticastMatch(*c, family, address, prefixLen);
+  }
   AclListEntry* list = aclListEntryGet(lstIdx);
-  if (list == nullptr || address == nullptr) return -1;
+  if (list == nullptr) return -1;
   const AddrQuery q{family, address, prefixLen};
   Rec rec;
   for (AclRuleEntry* rule = firstRule(list); rule != nullptr; rule = nextRule(list, rule)) {
@@ -321,6 +336,11 @@ int32_t _aclIpsecmatchEx(uint32_t lstIdx, std::span<const uint8_t> query) {
 int32_t _aclIpsecMatch(uint32_t lstIdx, const uint8_t* srcAddr, const uint8_t* dstAddr,
                        uint16_t srcPort, uint16_t dstPort, uint32_t family, uint32_t protocol,
                        uint32_t mode) {
+  if (srcAddr != nullptr && dstAddr != nullptr) {
+    if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+      return aclCompiledIpsecMatch(*c, srcAddr, dstAddr, srcPort, dstPort, family, protocol, mode);
+    }
+  }
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr || srcAddr == nullptr || dstAddr == nullptr) {
     aclDebug(ACL_LOG_GLOBAL,
@@ -407,6 +427,11 @@ int32_t _aclNatmatchEx(uint32_t lstIdx, std::span<const uint8_t> query) {
 
 int32_t _aclNatMatch(uint32_t lstIdx, uint32_t vrfId, const uint8_t* address, uint32_t prefixLen,
                      uint32_t family) {
+  if (address != nullptr) {
+    if (const AclCompiledList* c = aclCompiledGet(lstIdx)) {
+      return aclCompiledNatMatch(*c, vrfId, family, address, prefixLen);
+    }
+  }
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr || address == nullptr) {
     aclDebug(ACL_LOG_GLOBAL,

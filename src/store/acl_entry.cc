@@ -30,6 +30,7 @@ uint32_t bytesWord(std::span<const uint8_t> b) {
 // Takes an entry of the kind len selects, clears it and gives it back.
 template <typename Short, typename Long, typename Head>
 void entryFree(Head* e, SIL_POOL_ID shortPool, SIL_POOL_ID longPool) {
+  aclStoreGenBump();
   if (dlist::linked(&e->link)) dlist::unlink(&e->link);
   if (isShort(e->len)) {
     auto* s = reinterpret_cast<Short*>(e);
@@ -45,6 +46,7 @@ void entryFree(Head* e, SIL_POOL_ID shortPool, SIL_POOL_ID longPool) {
 // A new entry of the kind len selects, with its bytes; nullptr when the pool is empty.
 template <typename Short, typename Long, typename Head>
 Head* entryAlloc(SIL_POOL_ID shortPool, SIL_POOL_ID longPool, const uint8_t* bytes, uint32_t len) {
+  aclStoreGenBump();
   if (isShort(len)) {
     auto* s = static_cast<Short*>(silMemPoolAlloc(shortPool, nullptr));
     if (s == nullptr) return nullptr;

@@ -87,8 +87,10 @@ int aclListCompare(const void* a, const void* b) {
 }
 
 AclListEntry* aclListEntryGet(uint32_t lstIdx) {
-  // The tree compares whole records; only the key field of this one is read.
-  AclListEntry key{};
+  // The tree compares whole records; only the key field of this one is read. The record is
+  // cleared once per thread rather than on every lookup: the match services look a list up on
+  // every query.
+  thread_local AclListEntry key{};
   key.lstIdx = lstIdx;
   return static_cast<AclListEntry*>(avl_find(&gaclGrp.listTree, &key, nullptr));
 }
@@ -130,6 +132,7 @@ AclRuleNum* aclListRuleNumPair(uint32_t lstIdx) {
 AclListEntry* aclListEntryAdd(uint32_t lstIdx) {
   auto* list = static_cast<AclListEntry*>(silMemPoolAlloc(gaclGrp.listPool, nullptr));
   if (list == nullptr) return nullptr;
+  aclStoreGenBump();
   avl_create(&list->ruleTree, aclRuleCompare, sizeof(AclRuleEntry), offsetof(AclRuleEntry, node));
   list->lstIdx = lstIdx;
   list->freeIdx = lstIdx;
@@ -154,6 +157,7 @@ AclListEntry* aclListEntryAdd(uint32_t lstIdx) {
 
 int32_t aclListEntryDel(AclListEntry* list) {
   if (list == nullptr) return CMN_ERR_NOT_FOUND;
+  aclStoreGenBump();
   for (auto* r = static_cast<AclRuleEntry*>(avl_first(&list->ruleTree)); r != nullptr;
        r = static_cast<AclRuleEntry*>(avl_next(&list->ruleTree, r))) {
     if (int32_t ret = listRuleRelease(r)) return ret;

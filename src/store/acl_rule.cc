@@ -59,6 +59,7 @@ AclRuleEntry* aclRuleEntryAdd(uint32_t lstIdx, uint32_t ruleIdx) {
     gaclGrp.lastErr = static_cast<uint32_t>(CMN_ERR_NO_RESOURCE);
     return nullptr;
   }
+  aclStoreGenBump();
   rule->ruleIdx = ruleIdx;
   rule->lstIdx = lstIdx;
   avl_add(&list->ruleTree, rule);
@@ -107,6 +108,7 @@ int32_t aclRuleEntryDel(AclRuleEntry* rule) {
 
 void aclGaclruleFree(AclRuleEntry* rule) {
   if (rule == nullptr) return;
+  aclStoreGenBump();
   // Next-hop tracking names rules by number; left behind, it would count for the next rule that
   // takes this number.
   aclDstIpRuleForget(rule->lstIdx, rule->ruleIdx);
