@@ -142,6 +142,7 @@ struct Current {
 
 void indexCurrent(Current& cur) {
   for (const ConfigTable& t : aclclient::configTables()) {
+    cur.tables[t.section];  // every table has its entry, empty or not
     for (const auto& e : cur.doc[t.section]) cur.tables[t.section][e["index"].get<uint32_t>()] = &e;
   }
   for (const auto& l : cur.doc["lists"]) cur.lists[l["list"].get<uint32_t>()] = &l;
@@ -158,6 +159,7 @@ struct Checked {
 void checkTables(const ordered_json& doc, Checked& ck) {
   for (const ConfigTable& t : aclclient::configTables()) {
     const std::string path = std::string("/") + t.section;
+    ck.tableStatus[t.section];
     const ordered_json& entries = arrayAt(doc, t.section, "");
     for (size_t i = 0; i < entries.size(); ++i) {
       const std::string p = at(path, i);
@@ -353,7 +355,7 @@ void checkBindings(const ordered_json& doc, const Checked& ck, const Current& cu
     onlyKeys(g, "/global", {"generic", "slots"});
     checkGeneric(g, "/global", ck, cur);
     if (g.contains("slots")) {
-      onlyKeys(g["slots"], "/global/slots", {});
+      if (!g["slots"].is_object()) refuse("/global/slots", "expected an object");
       for (const auto& [name, v] : g["slots"].items()) {
         const aclclient::GlobalSlot* slot = nullptr;
         for (const auto& s : aclclient::globalSlots()) {
