@@ -428,6 +428,12 @@ struct Tally {
   size_t created = 0, changed = 0, unchanged = 0, failed = 0;
 };
 
+// Equal as JSON values, whatever the order of the keys of their objects: a document written by
+// hand or by another tool need not keep the order save writes.
+bool same(const ordered_json& a, const ordered_json& b) {
+  return nlohmann::json(a) == nlohmann::json(b);
+}
+
 // Whether every key that want gives has the value have holds.
 bool sameGiven(const ordered_json& want, const ordered_json& have,
                std::initializer_list<const char*> skip = {}) {
@@ -435,7 +441,7 @@ bool sameGiven(const ordered_json& want, const ordered_json& have,
     bool skipped = false;
     for (const char* s : skip) skipped = skipped || k == s;
     if (skipped) continue;
-    if (!have.contains(k) || have[k] != v) return false;
+    if (!have.contains(k) || !same(have[k], v)) return false;
   }
   return true;
 }
@@ -637,7 +643,7 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
     bool differs = !sameGiven(l, *have, {"rules"}) || haveRules.size() != rules.size();
     for (const auto& r : rules) {
       const auto h = haveRules.find(r["rule"].get<uint32_t>());
-      differs = differs || h == haveRules.end() || normalRule(r) != normalRule(*h->second);
+      differs = differs || h == haveRules.end() || !same(normalRule(r), normalRule(*h->second));
     }
     if (differs && s_.getValue(kLstGet, lst, kLstRefCnt).value != 0) {
       refuse(path, "list " + std::to_string(lst) +
@@ -665,7 +671,7 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
       ++tally.created;
       add(rp, [this, ref, r](std::string* w) { return buildRule(ref, r, w); },
           [this, ref] { c_.setValue(ref, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_DELETE); });
-    } else if (normalRule(r) == normalRule(*h->second)) {
+    } else if (same(normalRule(r), normalRule(*h->second))) {
       ++tally.unchanged;
     } else {
       ++tally.changed;
