@@ -41,6 +41,7 @@ if command -v systemd-analyze >/dev/null; then
   tmp=$(mktemp -d)
   trap 'rm -rf "$tmp"' EXIT
   sed "s|/usr/bin/acl|$PWD/build/default/src/main/acl|" packaging/acl.service >"$tmp/acl.service"
-  systemd-analyze verify "$tmp/acl.service"
+  # The manual pages it names are in the package, not yet on this machine.
+  systemd-analyze verify --man=no "$tmp/acl.service"
   echo "package: systemd-analyze verify ok"
 fi
