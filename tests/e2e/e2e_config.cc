@@ -210,6 +210,28 @@ TEST_F(ConfigE2e, ALoadThatFailsHalfWayIsUndone) {
   expectAuditClean();
 }
 
+TEST_F(ConfigE2e, BatchAnswersEachCallLineAndNamesTheLinesThatAreNot) {
+  const std::string file = write("calls.txt",
+                                 "# a list and its status\n"
+                                 "aclLstSetApi 1005 9 u32:2\n"
+                                 "\n"
+                                 "aclLstGetApi 1005 9 u32:0\n"
+                                 "noSuchApi 1\n"
+                                 "aclLstGetApi 1005 9 u32:0 extra\n");
+  std::string out;
+  EXPECT_EQ(said(*acl_, "batch " + file, &out), 2);
+  std::vector<json> lines;
+  std::istringstream in(out);
+  for (std::string l; std::getline(in, l);) {
+    if (l.rfind("aclctl: ", 0) != 0) lines.push_back(json::parse(l, nullptr, false));
+  }
+  ASSERT_EQ(lines.size(), 4u) << out;
+  EXPECT_EQ(lines[0]["ret"], 0);
+  EXPECT_EQ(lines[1]["buf"]["u32"], 1) << "the list made by the line before exists";
+  EXPECT_EQ(lines[2]["line"], 5);
+  EXPECT_EQ(lines[3]["line"], 6);
+}
+
 // The tour of the README, as it stands: every line must succeed, against a run directory and
 // build of the test's own.
 TEST(ReadmeTour, EveryLineRuns) {
