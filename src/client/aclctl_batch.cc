@@ -86,9 +86,9 @@ int runBatch(const AclctlGlobals& globals, std::istream& in) {
 
 void aclctlAddBatchCommand(CLI::App& app, AclctlGlobals& globals) {
   auto file = std::make_shared<std::string>("-");
-  auto* batch =
-      app.add_subcommand("batch", "Raw calls, one \"FUNC [KEY] [CMD] [BUF]\" a line, over one "
-                                  "connection (see call --help)");
+  auto* batch = app.add_subcommand("batch",
+                                   "Raw calls, one \"FUNC [KEY] [CMD] [BUF]\" a line, over one "
+                                   "connection (see call --help)");
   batch->add_option("FILE", *file, "the calls (default: standard input)");
   batch->callback([&globals, file] {
     int status = kAclctlExitOk;

@@ -152,7 +152,7 @@ void indexCurrent(Current& cur) {
 // --- the check of the whole document --------------------------------------------------------
 
 struct Checked {
-  std::map<uint32_t, size_t> lists;             // list index -> position in the document
+  std::map<uint32_t, size_t> lists;  // list index -> position in the document
   std::map<std::string, std::map<uint32_t, std::string>> tableStatus;  // section -> index -> status
 };
 
@@ -259,8 +259,8 @@ void checkLists(const ordered_json& doc, Checked& ck, const Current& cur, TableS
       }
       const std::string name = l["name"].get<std::string>();
       if (auto [it, fresh] = names.emplace(name, lst); !fresh) {
-        refuse(at(p, "name"), "name \"" + name + "\" is also list " + std::to_string(it->second) +
-                                  "'s");
+        refuse(at(p, "name"),
+               "name \"" + name + "\" is also list " + std::to_string(it->second) + "'s");
       }
     }
     for (const auto& o : aclclient::configListOptions()) {
@@ -276,7 +276,8 @@ void checkLists(const ordered_json& doc, Checked& ck, const Current& cur, TableS
       const std::string rp = at(at(p, "rules"), n);
       if (!rules[n].is_object() || !rules[n].contains("rule")) refuse(rp, "needs a rule number");
       const uint32_t idx = u32(rules[n]["rule"], at(rp, "rule"), 1);
-      if (!seen.insert(idx).second) refuse(at(rp, "rule"), "rule " + std::to_string(idx) + " appears twice");
+      if (!seen.insert(idx).second)
+        refuse(at(rp, "rule"), "rule " + std::to_string(idx) + " appears twice");
       checkRule(rules[n], rp, ck, cur);
     }
   }
@@ -292,7 +293,8 @@ void checkLists(const ordered_json& doc, Checked& ck, const Current& cur, TableS
 }
 
 // Counts against the daemon's limits: lists in all, rules per list type.
-void checkCapacity(const ordered_json& doc, const Checked& ck, const Current& cur, TableSession& s) {
+void checkCapacity(const ordered_json& doc, const Checked& ck, const Current& cur,
+                   TableSession& s) {
   std::set<uint32_t> all;
   for (const auto& [lst, l] : cur.lists) all.insert(lst);
   for (const auto& [lst, i] : ck.lists) all.insert(lst);
@@ -385,9 +387,9 @@ void checkBindings(const ordered_json& doc, const Checked& ck, const Current& cu
         if (name == kAclBindSlots[n].name) slot = &kAclBindSlots[n];
       }
       if (slot == nullptr) {
-        refuse(at(at(p, "slots"), name),
-               name == "inAcl" || name == "outAcl" ? "the untyped slots go under \"generic\""
-                                                   : "no such bind slot");
+        refuse(at(at(p, "slots"), name), name == "inAcl" || name == "outAcl"
+                                             ? "the untyped slots go under \"generic\""
+                                             : "no such bind slot");
       }
       checkBindList(v, at(at(p, "slots"), name), slot->listType, slot->name, ck, cur);
     }
@@ -398,14 +400,16 @@ void checkDocument(const ordered_json& doc, const Current& cur, TableSession& s,
   if (!doc.is_object()) refuse("/", "expected a JSON object");
   for (const auto& [k, v] : doc.items()) {
     if (k == "gem_ports" || k == "policies") {
-      refuse(at("", k), "not supported by this version: GEM port bindings and traffic policies "
-                        "are not saved yet");
+      refuse(at("", k),
+             "not supported by this version: GEM port bindings and traffic policies "
+             "are not saved yet");
     }
   }
-  onlyKeys(doc, "", {"version", "meters", "meter_profiles", "counters", "lists", "global",
-                     "interfaces"});
+  onlyKeys(doc, "",
+           {"version", "meters", "meter_profiles", "counters", "lists", "global", "interfaces"});
   if (!doc.contains("version")) refuse("/version", "missing");
-  if (!doc["version"].is_number_integer() || doc["version"].get<int64_t>() != aclclient::kConfigVersion) {
+  if (!doc["version"].is_number_integer() ||
+      doc["version"].get<int64_t>() != aclclient::kConfigVersion) {
     refuse("/version", "this aclctl reads version " + std::to_string(aclclient::kConfigVersion));
   }
   checkTables(doc, ck);
@@ -477,7 +481,8 @@ class Loader {
   int32_t buildRule(RuleRef r, const ordered_json& rule, std::string* what);
   int32_t setGeneric(bool global, uint32_t ifIndex, const aclclient::GenericSlot& g, uint32_t list,
                      bool on);
-  void add(std::string path, std::function<int32_t(std::string*)> apply, std::function<void()> undo) {
+  void add(std::string path, std::function<int32_t(std::string*)> apply,
+           std::function<void()> undo) {
     steps_.push_back({std::move(path), std::move(apply), std::move(undo)});
   }
 
@@ -548,12 +553,13 @@ int32_t Loader::buildRule(RuleRef r, const ordered_json& rule, std::string* what
     std::string err;
     const auto req = aclclient::parseActions(actionWords(rule[key], ""), out, &err);
     if (!req) return ACL_RET_INVALID;
-    if (int32_t ret = c_.setBytes(r, out ? ACL_RULE_CMD_OUTACTION : ACL_RULE_CMD_ACTION, req->bits)) {
+    if (int32_t ret =
+            c_.setBytes(r, out ? ACL_RULE_CMD_OUTACTION : ACL_RULE_CMD_ACTION, req->bits)) {
       return ret;
     }
     if (!req->params.empty()) {
-      if (int32_t ret = c_.setBytes(
-              r, out ? ACL_RULE_CMD_OUTACTIONPARAM : ACL_RULE_CMD_ACTIONPARAM, req->params)) {
+      if (int32_t ret = c_.setBytes(r, out ? ACL_RULE_CMD_OUTACTIONPARAM : ACL_RULE_CMD_ACTIONPARAM,
+                                    req->params)) {
         return ret;
       }
     }
@@ -596,7 +602,8 @@ void Loader::planTable(const ConfigTable& t, const ordered_json& e, const std::s
   const auto it = have.find(idx);
   if (it == have.end()) {
     ++tally.created;
-    add(path, [this, &t, idx, e](std::string* w) { return fillTable(t, idx, e, true, w); },
+    add(
+        path, [this, &t, idx, e](std::string* w) { return fillTable(t, idx, e, true, w); },
         [this, &t, idx] { s_.setValue(t.setApi, idx, t.statusCmd, t.deleteStatus); });
     return;
   }
@@ -612,7 +619,8 @@ void Loader::planTable(const ConfigTable& t, const ordered_json& e, const std::s
                                    " is valid in the daemon and cannot be made created again");
   }
   ++tally.changed;
-  add(path, [this, &t, idx, want](std::string* w) { return fillTable(t, idx, want, false, w); },
+  add(
+      path, [this, &t, idx, want](std::string* w) { return fillTable(t, idx, want, false, w); },
       [this, &t, idx, old] {
         std::string w;
         fillTable(t, idx, old, false, &w);
@@ -630,7 +638,8 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
   }
   if (have == nullptr) {
     ++tally.created;
-    add(path,
+    add(
+        path,
         [this, lst, l](std::string* w) {
           *w = "create";
           if (int32_t ret = s_.setValue(kLstSet, lst, kLstStatus, kLstCreate)) return ret;
@@ -653,7 +662,8 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
       ++tally.unchanged;
     } else {
       ++tally.changed;
-      add(path, [this, lst, l](std::string* w) { return fillList(lst, l, w); },
+      add(
+          path, [this, lst, l](std::string* w) { return fillList(lst, l, w); },
           [this, lst, old = *have] {
             std::string w;
             fillList(lst, old, &w);
@@ -669,13 +679,15 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
     const auto h = haveRules.find(ref.rule);
     if (h == haveRules.end()) {
       ++tally.created;
-      add(rp, [this, ref, r](std::string* w) { return buildRule(ref, r, w); },
+      add(
+          rp, [this, ref, r](std::string* w) { return buildRule(ref, r, w); },
           [this, ref] { c_.setValue(ref, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_DELETE); });
     } else if (same(normalRule(r), normalRule(*h->second))) {
       ++tally.unchanged;
     } else {
       ++tally.changed;
-      add(rp, [this, ref, r](std::string* w) { return buildRule(ref, r, w); },
+      add(
+          rp, [this, ref, r](std::string* w) { return buildRule(ref, r, w); },
           [this, ref, old = *h->second] {
             std::string w;
             buildRule(ref, old, &w);
@@ -687,7 +699,8 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
     if (wanted.count(idx)) continue;
     ++tally.changed;
     const RuleRef ref{lst, idx};
-    add(at(path, "rules"),
+    add(
+        at(path, "rules"),
         [this, ref](std::string* w) {
           *w = "delete rule " + std::to_string(ref.rule);
           return c_.setValue(ref, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_DELETE);
@@ -706,7 +719,8 @@ void Loader::planScope(const ordered_json& want, const ordered_json& have, const
   const uint32_t func = global ? kScalarSet : kIfSet;
   const uint32_t key = global ? 0 : ifIndex;
   if (fresh) {
-    add(path,
+    add(
+        path,
         [this, ifIndex](std::string* w) {
           *w = "create the interface record";
           if (int32_t ret = s_.setValue(kIfSet, ifIndex, kIfRowStatus, kIfCreate)) return ret;
@@ -728,7 +742,8 @@ void Loader::planScope(const ordered_json& want, const ordered_json& have, const
     }
     if (wList == hList && wOn == hOn) continue;
     changed = true;
-    add(at(at(path, "generic"), g.dir),
+    add(
+        at(at(path, "generic"), g.dir),
         [this, global, ifIndex, &g, wList, wOn](std::string* w) {
           *w = std::string("generic ") + g.dir;
           return setGeneric(global, ifIndex, g, wList, wOn);
@@ -748,7 +763,8 @@ void Loader::planScope(const ordered_json& want, const ordered_json& have, const
         }
         return s_.setValue(func, key, cmd, to);
       };
-      add(at(at(path, "slots"), name),
+      add(
+          at(at(path, "slots"), name),
           [put, hList, wList, name](std::string* w) {
             *w = std::string("bind ") + name;
             return put(hList, wList);
@@ -832,14 +848,16 @@ void load(const AclctlGlobals& globals, const std::string& file) {
     checkDocument(doc, cur, c.session(), ck);
     loader.plan(doc, ck);
   } catch (const Refusal& r) {
-    throw AclctlExit(kAclctlExitFailed,
-                     "load " + file + ": refused at " + r.path + ": " + r.text + "; nothing applied");
+    throw AclctlExit(kAclctlExitFailed, "load " + file + ": refused at " + r.path + ": " + r.text +
+                                            "; nothing applied");
   }
   std::string failure;
   const bool ok = loader.run(isatty(STDOUT_FILENO) == 1, &failure);
   const Tally& t = loader.tally;
   if (globals.json) {
-    ordered_json j = {{"created", t.created}, {"changed", t.changed}, {"unchanged", t.unchanged},
+    ordered_json j = {{"created", t.created},
+                      {"changed", t.changed},
+                      {"unchanged", t.unchanged},
                       {"failed", t.failed}};
     if (!ok) j["error"] = failure;
     std::cout << j.dump() << std::endl;
@@ -848,7 +866,8 @@ void load(const AclctlGlobals& globals, const std::string& file) {
               << " unchanged, " << t.failed << " failed" << std::endl;
   }
   if (!ok) {
-    throw AclctlExit(kAclctlExitFailed, "load " + file + ": " + failure + "; undone, nothing applied");
+    throw AclctlExit(kAclctlExitFailed,
+                     "load " + file + ": " + failure + "; undone, nothing applied");
   }
 }
 

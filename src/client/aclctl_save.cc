@@ -39,9 +39,9 @@ constexpr uint32_t kFieldBitsLen = 12;
 const GenericSlot kGeneric[] = {{"in", 8, 6, 3, 2}, {"out", 9, 7, 4, 1}};
 
 const GlobalSlot kGlobalSlots[] = {
-    {"inL2Acl", 26, 1},     {"outL2Acl", 27, 1},     {"inIpv4Acl", 28, 2},  {"outIpv4Acl", 29, 2},
-    {"inIpv6Acl", 30, 3},   {"outIpv6Acl", 31, 3},   {"inHybridAcl", 32, 4}, {"outHybridAcl", 33, 4},
-    {"inMplsAcl", 34, 5},   {"outMplsAcl", 35, 5},   {"inUdfAcl", 36, 8},   {"outUdfAcl", 37, 8},
+    {"inL2Acl", 26, 1},   {"outL2Acl", 27, 1},   {"inIpv4Acl", 28, 2},   {"outIpv4Acl", 29, 2},
+    {"inIpv6Acl", 30, 3}, {"outIpv6Acl", 31, 3}, {"inHybridAcl", 32, 4}, {"outHybridAcl", 33, 4},
+    {"inMplsAcl", 34, 5}, {"outMplsAcl", 35, 5}, {"inUdfAcl", 36, 8},    {"outUdfAcl", 37, 8},
 };
 
 // A value the daemon must answer while the document is read; anything else would make a document
@@ -61,12 +61,47 @@ std::string statusText(uint32_t status) {
 
 const std::vector<ConfigTable>& configTables() {
   static const std::vector<ConfigTable> tables = {
-      {"meters", "meter", 53, 54, 55, 56, 13, 2, 1, 4, 0, 0,
-       {{"meter_type", 1}, {"meter_mode", 2}, {"car_type", 3}, {"cir", 4}, {"a5", 5},
-        {"pir", 6}, {"cbs", 7}, {"ebs", 8}, {"pbs", 9}, {"a10", 10}}},
-      {"meter_profiles", "meter profile", 58, 59, 60, 61, 0, 2, 1, 4, 1, 20,
-       {{"us_policy_cir", 3}, {"us_cbs", 4}, {"us_ebs", 5}, {"ds_policy_cir", 6}, {"ds_pir", 7},
-        {"us_policing", 8}, {"ds_policing", 9}}},
+      {"meters",
+       "meter",
+       53,
+       54,
+       55,
+       56,
+       13,
+       2,
+       1,
+       4,
+       0,
+       0,
+       {{"meter_type", 1},
+        {"meter_mode", 2},
+        {"car_type", 3},
+        {"cir", 4},
+        {"a5", 5},
+        {"pir", 6},
+        {"cbs", 7},
+        {"ebs", 8},
+        {"pbs", 9},
+        {"a10", 10}}},
+      {"meter_profiles",
+       "meter profile",
+       58,
+       59,
+       60,
+       61,
+       0,
+       2,
+       1,
+       4,
+       1,
+       20,
+       {{"us_policy_cir", 3},
+        {"us_cbs", 4},
+        {"us_ebs", 5},
+        {"ds_policy_cir", 6},
+        {"ds_pir", 7},
+        {"us_policing", 8},
+        {"ds_policing", 9}}},
       {"counters", "counter", 66, 67, 68, 69, 3, 2, 1, 4, 1, 63, {{"type", 4}, {"color", 5}}},
   };
   return tables;
@@ -98,13 +133,20 @@ uint8_t listTypeOfIndex(uint32_t lst) {
 
 const char* listTypeText(uint8_t type) {
   switch (type) {
-    case 1: return "l2";
-    case 2: return "ipv4";
-    case 3: return "ipv6";
-    case 4: return "hybrid";
-    case 5: return "mpls";
-    case 8: return "udf";
-    default: return "none";
+    case 1:
+      return "l2";
+    case 2:
+      return "ipv4";
+    case 3:
+      return "ipv6";
+    case 4:
+      return "hybrid";
+    case 5:
+      return "mpls";
+    case 8:
+      return "udf";
+    default:
+      return "none";
   }
 }
 
@@ -152,11 +194,13 @@ ordered_json readList(RuleClient& c, uint32_t lst) {
   TableSession& s = c.session();
   const std::string what = "list " + std::to_string(lst);
   const BytesAnswer name = s.getBytes(kLstGet, lst, kLstCmdName, kListNameMax);
-  if (name.ret != 0) throw AclctlExit(kAclctlExitFailed, "reading " + what + ": " + retText(name.ret));
+  if (name.ret != 0)
+    throw AclctlExit(kAclctlExitFailed, "reading " + what + ": " + retText(name.ret));
   ordered_json j;
   j["list"] = lst;
   j["name"] = std::string(name.data.begin(), name.data.end());
-  for (const ConfigAttr& o : configListOptions()) j[o.key] = mustValue(s, kLstGet, lst, o.cmd, what);
+  for (const ConfigAttr& o : configListOptions())
+    j[o.key] = mustValue(s, kLstGet, lst, o.cmd, what);
   ordered_json rules = ordered_json::array();
   for (const RuleRef& r : c.walk(lst)) rules.push_back(readRule(c, r));
   j["rules"] = rules;

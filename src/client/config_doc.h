@@ -42,7 +42,7 @@ const std::vector<ConfigAttr>& configListOptions();
 
 // The generic (untyped) slot of a direction at the global scope and on interfaces.
 struct GenericSlot {
-  const char* dir;  // "in", "out"
+  const char* dir;                    // "in", "out"
   uint32_t scalarList, scalarSwitch;  // scalar commands
   uint32_t ifList, ifSwitch;          // interface commands
 };

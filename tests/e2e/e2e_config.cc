@@ -153,10 +153,10 @@ TEST_F(ConfigE2e, ABadDocumentIsRefusedWithItsPlaceAndNothingApplied) {
        json::parse(R"([{"op":"add","path":"/lists/0/rules/0/meter","value":9}])"),
        "/lists/0/rules/0/meter", "meter 9 does not exist"},
       {"bound list would change",
-       json::parse(R"([{"op":"replace","path":"/lists/0/name","value":"other"}])"),
-       "/lists/0", "bound in the daemon"},
-      {"unknown key", json::parse(R"([{"op":"add","path":"/gem_ports","value":[]}])"),
-       "/gem_ports", "not saved yet"},
+       json::parse(R"([{"op":"replace","path":"/lists/0/name","value":"other"}])"), "/lists/0",
+       "bound in the daemon"},
+      {"unknown key", json::parse(R"([{"op":"add","path":"/gem_ports","value":[]}])"), "/gem_ports",
+       "not saved yet"},
       {"version", json::parse(R"([{"op":"replace","path":"/version","value":2}])"), "/version",
        "version 1"},
   };
@@ -249,7 +249,8 @@ TEST(ReadmeTour, EveryLineRuns) {
   ASSERT_NE(::mkdtemp(tmpl), nullptr);
   const std::string dir = tmpl;
   auto replaceAll = [&](const std::string& from, const std::string& to) {
-    for (size_t at = tour.find(from); at != std::string::npos; at = tour.find(from, at + to.size())) {
+    for (size_t at = tour.find(from); at != std::string::npos;
+         at = tour.find(from, at + to.size())) {
       tour.replace(at, from.size(), to);
     }
   };
