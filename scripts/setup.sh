@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, and only the missing ones.
+# scripts/setup.sh package: also what the Debian package needs (help2man for the manual pages).
 set -euo pipefail
 
 packages=(
@@ -8,6 +9,9 @@ packages=(
   nlohmann-json3-dev libcli11-dev libboost-dev
   clang libclang-rt-14-dev
 )
+if [ "${1:-}" = package ]; then
+  packages+=(help2man)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -10,3 +10,6 @@ ctest --preset "$preset" "$@"
 if [ "$preset" = default ] && [ -x scripts/fuzz.sh ]; then
   bash scripts/fuzz.sh
 fi
+if [ "$preset" = default ] && [ $# -eq 0 ]; then
+  bash scripts/package.sh
+fi

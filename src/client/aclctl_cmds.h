@@ -43,3 +43,7 @@ void aclctlAddAuditCommand(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals);
 // "if": interface records, binding lists on their slots, interface statistics.
 void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals);
+// "save" and "load": the whole configuration as one JSON document; "batch": raw calls from a file.
+void aclctlAddSaveCommand(CLI::App& app, AclctlGlobals& globals);
+void aclctlAddLoadCommand(CLI::App& app, AclctlGlobals& globals);
+void aclctlAddBatchCommand(CLI::App& app, AclctlGlobals& globals);

@@ -30,6 +30,9 @@ int main(int argc, char** argv) {
   aclctlAddSlotCommands(app, globals);
   aclctlAddIfCommands(app, globals);
   aclctlAddAuditCommand(app, globals);
+  aclctlAddSaveCommand(app, globals);
+  aclctlAddLoadCommand(app, globals);
+  aclctlAddBatchCommand(app, globals);
 
   try {
     app.parse(argc, argv);

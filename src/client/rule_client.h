@@ -35,6 +35,8 @@ class RuleClient {
   uint32_t freeRule(uint32_t lst);
   // Whether the daemon takes redirect port sets past the first 32 ports (scalar get 38).
   bool multiRedirect();
+  // The connection under the rule calls, for the other tables on the same connection.
+  TableSession& session() { return session_; }
 
  private:
   TableSession session_;
