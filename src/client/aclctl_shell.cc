@@ -30,8 +30,9 @@ void aclctlAddShellCommand(CLI::App& app, AclctlGlobals& globals) {
       "arguments and print what it printed; without a command, list them. aclPktDbg, aclDevPrintf "
       "and aclTlvPrintf take their bytes as a hex argument");
   shell->add_option("command", opts->command, "command name");
-  shell->add_option("args", opts->args, "its arguments: decimal or 0x numbers (hex bytes where "
-                                        "the command reads memory)");
+  shell->add_option("args", opts->args,
+                    "its arguments: decimal or 0x numbers (hex bytes where "
+                    "the command reads memory)");
   shell->callback([opts, &globals] {
     if (opts->args.size() > kMaxArgs) {
       throw AclctlExit(kAclctlExitUsage, "a shell command takes at most 6 arguments");

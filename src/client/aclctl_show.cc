@@ -12,7 +12,6 @@
 
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_views.h"
-#include "client/aclctl_views.h"
 
 namespace {
 
@@ -85,10 +84,12 @@ std::vector<Row> ruleRows(const ordered_json& rules) {
   std::vector<Row> rows;
   for (const auto& r : rules) {
     std::string match;
-    for (const auto& [k, v] : r["fields"].items()) match += (match.empty() ? "" : " ") + k + "=" + text(v);
+    for (const auto& [k, v] : r["fields"].items())
+      match += (match.empty() ? "" : " ") + k + "=" + text(v);
     std::string refs;
     for (const char* key : {"car", "meter", "counter", "time_range"}) {
-      if (r.contains(key)) refs += (refs.empty() ? "" : " ") + std::string(key) + "=" + text(r[key]);
+      if (r.contains(key))
+        refs += (refs.empty() ? "" : " ") + std::string(key) + "=" + text(r[key]);
     }
     std::string actions = joinActions(r["actions"]);
     const std::string out = joinActions(r["out_actions"]);
@@ -121,8 +122,8 @@ std::vector<Row> ledgerRows(const ordered_json& slots) {
     rows.push_back({name, "all", text(s["curRuleNum"]), text(s["maxRuleNum"])});
     for (const auto& t : s["types"]) {
       if (t.value("current", 0u) == 0) continue;
-      rows.push_back({name, text(t["dir"]) + " " + text(t["list"]), text(t["current"]),
-                      text(t["capacity"])});
+      rows.push_back(
+          {name, text(t["dir"]) + " " + text(t["list"]), text(t["current"]), text(t["capacity"])});
     }
   }
   return rows;
@@ -135,8 +136,8 @@ std::vector<Row> statsRows(const ordered_json& stats) {
       rows.push_back({text(r["list"]), text(r["rule"]), text(r["dir"]), text(r["error"])});
       continue;
     }
-    rows.push_back({text(r["list"]), text(r["rule"]), text(r["dir"]), text(r["p1"]),
-                    text(r["b1"]), text(r["p2"]), text(r["b2"])});
+    rows.push_back({text(r["list"]), text(r["rule"]), text(r["dir"]), text(r["p1"]), text(r["b1"]),
+                    text(r["p2"]), text(r["b2"])});
   }
   return rows;
 }

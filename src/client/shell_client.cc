@@ -44,8 +44,8 @@ std::string shellSocketPath(const std::string& runDir) {
   return (runDir.empty() ? std::string("/tmp") : runDir) + "/" + kShellSocketName;
 }
 
-bool shellRequest(const std::string& path, const std::vector<std::string>& words,
-                  ShellReply* reply, std::string* err, int timeoutMs) {
+bool shellRequest(const std::string& path, const std::vector<std::string>& words, ShellReply* reply,
+                  std::string* err, int timeoutMs) {
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
   if (path.size() >= sizeof addr.sun_path) {

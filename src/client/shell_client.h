@@ -20,7 +20,7 @@ struct ShellReply {
 
 // Sends words joined by single spaces as one line and reads the reply. False with err when
 // nothing serves path, the deadline passes or the reply is not a shell reply.
-bool shellRequest(const std::string& path, const std::vector<std::string>& words,
-                  ShellReply* reply, std::string* err, int timeoutMs = 10000);
+bool shellRequest(const std::string& path, const std::vector<std::string>& words, ShellReply* reply,
+                  std::string* err, int timeoutMs = 10000);
 
 }  // namespace aclclient

@@ -145,8 +145,8 @@ void testDstIpEntry() {
   for (SilDlNode* n = head->next; n != head; n = n->next) {
     const auto* e = dlist::owner<AclDstIpEntry>(n, offsetof(AclDstIpEntry, node));
     char text[ACL_IP_STR_MIN];
-    const uint32_t family = e->family == ACL_DSTIP_FAMILY_V6 ? ACL_DSTIP_FAMILY_V6
-                                                             : ACL_DSTIP_FAMILY_V4;
+    const uint32_t family =
+        e->family == ACL_DSTIP_FAMILY_V6 ? ACL_DSTIP_FAMILY_V6 : ACL_DSTIP_FAMILY_V4;
     aclIpTostr(e->destIp, family, text, sizeof text);
     shellPrintf("pEntry 0x%zx: macFindFlag = %d ,destIp = %s, vrfId = %d,family = %d\r\n",
                 reinterpret_cast<size_t>(e), e->macFindFlag, text, i32(e->vrfId), e->family);

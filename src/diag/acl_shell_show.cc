@@ -305,9 +305,8 @@ void bitsDump(const AclRuleEntry* r) {
   size_t at = 0;
   for (uint32_t i = 0; i < ACL_FIELD_BITS_LEN; ++i) {
     if (i % 8 == 0) at = 0;
-    at += static_cast<size_t>(std::snprintf(line + at, sizeof line - at,
-                                            i == 0 ? "rule->bits = %02x " : "%02x ",
-                                            r->fieldBits[i]));
+    at += static_cast<size_t>(std::snprintf(
+        line + at, sizeof line - at, i == 0 ? "rule->bits = %02x " : "%02x ", r->fieldBits[i]));
     if (i % 8 == 7 || i + 1 == ACL_FIELD_BITS_LEN) {
       aclDebugStyled(aclLogGuard(ACL_LOG_RULE), ACL_LOG_RULE, ACL_LOG_STYLE_MORE, "%s\r\n", line);
     }
@@ -324,7 +323,8 @@ void aclHelp() {
   shellPrintf(" aclSlotResourceShowAll\n\r");
   shellPrintf(" aclDynamicBindSet(enable)\n\r");
   shellPrintf(" aclRedirectMultiSet(enable)\n\r");
-  shellPrintf(" aclRuleSetVxlanParam(lstIdx, ruleIdx, vxlanFlag, vxlanTransit, vlanTag, vxlanVni)\n\r");
+  shellPrintf(
+      " aclRuleSetVxlanParam(lstIdx, ruleIdx, vxlanFlag, vxlanTransit, vlanTag, vxlanVni)\n\r");
   shellPrintf(" aclIfListShow(uint32_t listNum, uint32_t ifUnit)\n\r");
 }
 
@@ -435,16 +435,16 @@ void aclListRuleShowAll() {
           const auto bytes = aclValueBytes(v);
           std::copy_n(bytes.begin(), std::min(bytes.size(), w.size()), w.begin());
           shellPrintf("rule type[%s(%u)],len[%u],value[%u][%u][%u][%u]\r\n",
-                      aclRuleBitName(v->code), v->code, v->len, be::load32(w, 0),
-                      be::load32(w, 4), be::load32(w, 8), be::load32(w, 12));
+                      aclRuleBitName(v->code), v->code, v->len, be::load32(w, 0), be::load32(w, 4),
+                      be::load32(w, 8), be::load32(w, 12));
         } else {
           shellPrintf("rule type[%s(%u)],len[%u],value[%u]\r\n", aclRuleBitName(v->code), v->code,
                       v->len, aclValueWord(v));
         }
       }
       for (AclActionEntry* a = aclActionFirst(r); a != nullptr; a = aclActionNext(r, a)) {
-        shellPrintf("action type[%s(%u)],len[%u],value[%u]\r\n", aclActionBitName(a->code),
-                    a->code, a->len, aclActionValueWord(a));
+        shellPrintf("action type[%s(%u)],len[%u],value[%u]\r\n", aclActionBitName(a->code), a->code,
+                    a->len, aclActionValueWord(a));
       }
     }
     shellPrintf("[ACL]%d end-----------------------------------\r\n", i32(l->lstIdx));

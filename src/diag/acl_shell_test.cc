@@ -50,8 +50,7 @@ void addressLine(const char* prefix, const std::array<uint8_t, 16>& a) {
 
 using MatchFn = int32_t (*)(uint32_t, const uint8_t*, uint32_t, uint32_t);
 
-void matchTest(const char* name, MatchFn fn, uint32_t lstIdx, uint32_t prefixLen,
-               uint32_t family) {
+void matchTest(const char* name, MatchFn fn, uint32_t lstIdx, uint32_t prefixLen, uint32_t family) {
   const auto a = testAddress(family);
   shellPrintf("[ACL]%s %d ipAdd = %#x %#x %#x %#x\r\n", name, __LINE__, be::load32(a, 0),
               be::load32(a, 4), be::load32(a, 8), be::load32(a, 12));

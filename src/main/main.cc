@@ -49,10 +49,10 @@ bool runDirNamesFree(std::string* error) {
   if (!plat::privateDirPrepare(bus, error)) return false;
   const std::pair<std::string, mode_t> names[] = {
       {plat::mapRunPath(ACL_CMD_SOCKET), S_IFSOCK},
-      {plat::runPath("acldev.socket"), S_IFSOCK},  // the device control socket
+      {plat::runPath("acldev.socket"), S_IFSOCK},    // the device control socket
       {plat::runPath("aclshell.socket"), S_IFSOCK},  // the process shell
-      {bus + "/acl.sock", S_IFSOCK},               // our route socket, named after the process
-      {bus + "/acl.groups", S_IFREG},              // and the groups it joined
+      {bus + "/acl.sock", S_IFSOCK},                 // our route socket, named after the process
+      {bus + "/acl.groups", S_IFREG},                // and the groups it joined
   };
   for (const auto& [path, type] : names) {
     if (!plat::nameTakeable(path, type, error)) return false;

@@ -127,8 +127,8 @@ void meterProfileInfoShow() {
     char name[METER_PROFILE_NAME_LEN + 1] = {};
     std::memcpy(name, p->name, std::min<uint32_t>(p->nameLen, METER_PROFILE_NAME_LEN));
     plat::shellPrintf("\n\r ====================%s======================", name);
-    plat::shellPrintf("\n\r id = %d,status = %d,refCnt = %d,len = %d,uspolicycir = %d,uscbs = %d", p->id,
-                p->status, p->refCnt, p->nameLen, p->uspolicycir, p->uscbs);
+    plat::shellPrintf("\n\r id = %d,status = %d,refCnt = %d,len = %d,uspolicycir = %d,uscbs = %d",
+                      p->id, p->status, p->refCnt, p->nameLen, p->uspolicycir, p->uscbs);
     plat::shellPrintf(
         "\n\r usebs = %d,dspolicycir = %d,dspir = %d,usPolicingStatus = %d,dsPolicingStatus = %d",
         p->usebs, p->dspolicycir, p->dspir, p->usPolicingStatus, p->dsPolicingStatus);

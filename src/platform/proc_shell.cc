@@ -409,8 +409,8 @@ int shellServe() {
     return -1;
   }
   if (::listen(fd, 16) < 0) {
-    loggingLogOutput(kLogTag, kLogPri, 0, "process shell: cannot listen on %s: %s",
-                     s->path.c_str(), std::strerror(errno));
+    loggingLogOutput(kLogTag, kLogPri, 0, "process shell: cannot listen on %s: %s", s->path.c_str(),
+                     std::strerror(errno));
     ::unlink(s->path.c_str());
     ::close(fd);
     return -1;

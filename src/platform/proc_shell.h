@@ -26,16 +26,16 @@ constexpr size_t kShellMaxLine = 4096;
 
 struct ShellArgs {
   std::array<intptr_t, kShellMaxArgs> word{};  // numbers by position; 0 where none was given
-  size_t count = 0;                             // arguments given
-  std::vector<uint8_t> data;                    // the bytes of the data argument, if any
+  size_t count = 0;                            // arguments given
+  std::vector<uint8_t> data;                   // the bytes of the data argument, if any
 };
 
 using ShellFunc = int32_t (*)(const ShellArgs&);
 
 struct ShellCommandInfo {
   ShellFunc fn = nullptr;
-  uint8_t arity = 0;      // arguments it takes
-  int8_t dataArg = -1;    // position of the argument given as hex bytes, -1 for none
+  uint8_t arity = 0;       // arguments it takes
+  int8_t dataArg = -1;     // position of the argument given as hex bytes, -1 for none
   const char* usage = "";  // its arguments as the help shows them, e.g. "(listNum, ifUnit)"
 };
 
