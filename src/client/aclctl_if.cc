@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_views.h"
 #include "client/dev_client.h"
 #include "client/table_session.h"
 #include "hw/acl_bind_slot.h"
@@ -283,6 +284,19 @@ ordered_json describe(aclclient::TableSession& s, uint32_t ifIndex,
   j["bindings"] = binds;
   return j;
 }
+
+}  // namespace
+
+ordered_json aclctlIfRows(const AclctlGlobals& g) {
+  aclclient::TableSession s(g);
+  const std::vector<uint32_t> ifs = s.walk(kFuncIfGetFirst, kFuncIfGetNext);
+  const std::vector<BindEntry> entries = bindEntries(s);
+  ordered_json rows = ordered_json::array();
+  for (uint32_t i : ifs) rows.push_back(describe(s, i, entries));
+  return rows;
+}
+
+namespace {
 
 void show(const AclctlGlobals& g, const IfArgs& a) {
   aclclient::TableSession s(g);

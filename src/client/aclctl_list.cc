@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_views.h"
 #include "client/table_session.h"
 
 namespace {
@@ -88,6 +89,20 @@ std::optional<ordered_json> describe(TableSession& c, uint32_t lstIdx, int32_t* 
                       {"status", values[2]}};
 }
 
+}  // namespace
+
+ordered_json aclctlListRows(const AclctlGlobals& g) {
+  TableSession c(g);
+  ordered_json rows = ordered_json::array();
+  for (uint32_t idx : c.walk(kLstGetFirst, kLstGetNext)) {
+    int32_t ret = 0;
+    if (auto row = describe(c, idx, &ret)) rows.push_back(*row);
+  }
+  return rows;
+}
+
+namespace {
+
 void show(const AclctlGlobals& g, std::optional<uint32_t> one) {
   TableSession c(g);
   std::vector<ordered_json> rows;
@@ -100,10 +115,7 @@ void show(const AclctlGlobals& g, std::optional<uint32_t> one) {
     }
     rows.push_back(*row);
   } else {
-    for (uint32_t idx : c.walk(kLstGetFirst, kLstGetNext)) {
-      int32_t ret = 0;
-      if (auto row = describe(c, idx, &ret)) rows.push_back(*row);
-    }
+    for (const auto& row : aclctlListRows(g)) rows.push_back(row);
   }
   if (g.json) {
     // The same shape as the other families' show: one array under the family's name.

@@ -7,6 +7,7 @@
 #include "client/aclctl_cmds.h"
 #include "client/aclctl_list.h"
 #include "client/aclctl_rule.h"
+#include "client/aclctl_views.h"
 
 int main(int argc, char** argv) {
   CLI::App app("Client of the acl daemon: raw command-table calls and device control");
@@ -33,6 +34,9 @@ int main(int argc, char** argv) {
   aclctlAddSaveCommand(app, globals);
   aclctlAddLoadCommand(app, globals);
   aclctlAddBatchCommand(app, globals);
+
+  aclctlAddShellCommand(app, globals);
+  aclctlAddShowCommand(app, globals);
 
   try {
     app.parse(argc, argv);

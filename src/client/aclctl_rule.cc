@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_views.h"
 #include "client/aclctl_tables.h"
 #include "client/dev_client.h"
 #include "client/rule_actions.h"
@@ -242,6 +243,16 @@ void printRule(const ordered_json& j) {
   }
 }
 
+// The rules of one list (0: of every list) as show prints them.
+ordered_json ruleRows(RuleClient& c, uint32_t lst) {
+  ordered_json rows = ordered_json::array();
+  for (const RuleRef& r : c.walk(lst != 0 ? std::optional(lst) : std::nullopt)) {
+    int32_t ret = 0;
+    if (auto row = describe(c, r, &ret)) rows.push_back(*row);
+  }
+  return rows;
+}
+
 void show(const AclctlGlobals& g, const RuleArgs& a) {
   RuleClient c(g);
   std::vector<ordered_json> rows;
@@ -253,11 +264,7 @@ void show(const AclctlGlobals& g, const RuleArgs& a) {
     }
     rows.push_back(*row);
   } else {
-    const std::optional<uint32_t> lst = a.lst != 0 ? std::optional(a.lst) : std::nullopt;
-    for (const RuleRef& r : c.walk(lst)) {
-      int32_t ret = 0;
-      if (auto row = describe(c, r, &ret)) rows.push_back(*row);
-    }
+    for (const auto& row : ruleRows(c, a.lst)) rows.push_back(row);
   }
   for (auto& r : rows) addState(g, r);
   if (g.json) {
@@ -298,6 +305,11 @@ CLI::App* ruleCommand(CLI::App* parent, const char* name, const char* help,
 }
 
 }  // namespace
+
+ordered_json aclctlRuleRows(const AclctlGlobals& g) {
+  RuleClient c(g);
+  return ruleRows(c, 0);
+}
 
 void aclctlAddRuleCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* rule = app.add_subcommand("rule", "Build, change and show the rules of filter lists");

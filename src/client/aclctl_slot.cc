@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_views.h"
 #include "client/table_session.h"
 #include "wire/acl_ret.h"
 #include "wire/acl_slot_names.h"
@@ -105,7 +106,7 @@ void printLedger(const ordered_json& l) {
   }
 }
 
-void show(const AclctlGlobals& g, const std::string& only) {
+ordered_json ledgers(const AclctlGlobals& g, const std::string& only) {
   aclclient::TableSession s(g);
   ordered_json out = ordered_json::array();
   for (const SlotKey& k : slots(s, only)) {
@@ -115,6 +116,11 @@ void show(const AclctlGlobals& g, const std::string& only) {
     if (ret != 0 || data.size() < wire::kSlotLedgerLen) noSlot(k, ret);
     out.push_back(ledgerJson(k, data));
   }
+  return out;
+}
+
+void show(const AclctlGlobals& g, const std::string& only) {
+  const ordered_json out = ledgers(g, only);
   if (g.json) {
     std::cout << ordered_json{{"slots", out}}.dump() << std::endl;
     return;
@@ -174,6 +180,10 @@ void resources(const AclctlGlobals& g, const std::string& only) {
 }
 
 }  // namespace
+
+ordered_json aclctlSlotRows(const AclctlGlobals& g) {
+  return ledgers(g, "");
+}
 
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* slot =

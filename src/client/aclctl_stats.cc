@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_views.h"
 #include "client/table_session.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
@@ -129,16 +130,11 @@ void printRow(const ordered_json& r) {
   std::printf("\n");
 }
 
-void show(const AclctlGlobals& g, const StatsArgs& a) {
-  const std::optional<uint16_t> dir = dirCode(a.dir);
-  uint8_t filter = 0;
-  if (a.lst) filter |= kFilterList;
-  if (a.rule) filter |= kFilterRule;
-  if (dir) filter |= kFilterDir;
+// The records the walk from first passes, each with its counters.
+ordered_json statsRows(const AclctlGlobals& g, const Index& first) {
   aclclient::TableSession s(g);
-  std::vector<ordered_json> rows;
-  wire::Response resp =
-      s.call(indexed(kFuncGetFirst, makeIndex(a.lst.value_or(0), a.rule.value_or(0), dir.value_or(0), filter)));
+  ordered_json rows = ordered_json::array();
+  wire::Response resp = s.call(indexed(kFuncGetFirst, first));
   while (resp.result == 0 && resp.key.size() == kIndexLen) {
     const Index cur = resp.key;
     rows.push_back(readRecord(s, cur));
@@ -149,6 +145,17 @@ void show(const AclctlGlobals& g, const StatsArgs& a) {
   if (resp.result != 0 && resp.result != CMN_ERR_NOT_FOUND) {
     throw AclctlExit(kAclctlExitFailed, "statistics walk: " + statsRetText(resp.result));
   }
+  return rows;
+}
+
+void show(const AclctlGlobals& g, const StatsArgs& a) {
+  const std::optional<uint16_t> dir = dirCode(a.dir);
+  uint8_t filter = 0;
+  if (a.lst) filter |= kFilterList;
+  if (a.rule) filter |= kFilterRule;
+  if (dir) filter |= kFilterDir;
+  const ordered_json rows =
+      statsRows(g, makeIndex(a.lst.value_or(0), a.rule.value_or(0), dir.value_or(0), filter));
   if (g.json) {
     std::cout << ordered_json{{"stats", rows}}.dump() << std::endl;
     return;
@@ -190,6 +197,10 @@ void clear(const AclctlGlobals& g, const StatsArgs& a) {
 }
 
 }  // namespace
+
+ordered_json aclctlStatsRows(const AclctlGlobals& g) {
+  return statsRows(g, makeIndex(0, 0, 0, 0));
+}
 
 void aclctlAddStatsCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* stats = app.add_subcommand("stats", "Rule statistics: packet and byte counters per rule");

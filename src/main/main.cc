@@ -14,6 +14,7 @@
 
 #include "counter/counter.h"
 #include "diag/acl_audit.h"
+#include "diag/acl_shell.h"
 #include "main/acl_group.h"
 #include "main/version.h"
 #include "meter/meter.h"
@@ -48,9 +49,10 @@ bool runDirNamesFree(std::string* error) {
   if (!plat::privateDirPrepare(bus, error)) return false;
   const std::pair<std::string, mode_t> names[] = {
       {plat::mapRunPath(ACL_CMD_SOCKET), S_IFSOCK},
-      {plat::runPath("acldev.socket"), S_IFSOCK},  // the device control socket
-      {bus + "/acl.sock", S_IFSOCK},               // our route socket, named after the process
-      {bus + "/acl.groups", S_IFREG},              // and the groups it joined
+      {plat::runPath("acldev.socket"), S_IFSOCK},    // the device control socket
+      {plat::runPath("aclshell.socket"), S_IFSOCK},  // the process shell
+      {bus + "/acl.sock", S_IFSOCK},                 // our route socket, named after the process
+      {bus + "/acl.groups", S_IFREG},                // and the groups it joined
   };
   for (const auto& [path, type] : names) {
     if (!plat::nameTakeable(path, type, error)) return false;
@@ -122,6 +124,7 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   patchSignalHandler();
   procShellInit("acl", 0, 0);
+  aclShellRegister();
   counterOptInit();
   meterOptInit();
   // A start-up that failed or was switched off leaves the process alive and idle.

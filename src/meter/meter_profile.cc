@@ -6,6 +6,7 @@
 #include "api/acl_relay.h"
 #include "api/table_buf.h"
 #include "meter/meter.h"
+#include "platform/proc.h"
 #include "wire/acl_ret.h"
 
 namespace {
@@ -125,10 +126,10 @@ void meterProfileInfoShow() {
     if (p == nullptr) continue;
     char name[METER_PROFILE_NAME_LEN + 1] = {};
     std::memcpy(name, p->name, std::min<uint32_t>(p->nameLen, METER_PROFILE_NAME_LEN));
-    std::printf("\n\r ====================%s======================", name);
-    std::printf("\n\r id = %d,status = %d,refCnt = %d,len = %d,uspolicycir = %d,uscbs = %d", p->id,
-                p->status, p->refCnt, p->nameLen, p->uspolicycir, p->uscbs);
-    std::printf(
+    plat::shellPrintf("\n\r ====================%s======================", name);
+    plat::shellPrintf("\n\r id = %d,status = %d,refCnt = %d,len = %d,uspolicycir = %d,uscbs = %d",
+                      p->id, p->status, p->refCnt, p->nameLen, p->uspolicycir, p->uscbs);
+    plat::shellPrintf(
         "\n\r usebs = %d,dspolicycir = %d,dspir = %d,usPolicingStatus = %d,dsPolicingStatus = %d",
         p->usebs, p->dspolicycir, p->dspir, p->usPolicingStatus, p->dsPolicingStatus);
   }

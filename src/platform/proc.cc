@@ -6,13 +6,12 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <map>
-#include <mutex>
 
 #include "platform/fault.h"
 #include "platform/hwil.h"
 #include "platform/logging.h"
 #include "platform/options.h"
+#include "platform/proc_shell.h"
 #include "platform/sil.h"
 #include "platform/vdev/vdev.h"
 
@@ -20,8 +19,6 @@ namespace {
 
 std::string gRunDir = "/tmp";
 std::string gProcessName;
-std::mutex gShellMutex;
-std::map<std::string, plat::ShellCommand> gShellCommands;
 
 // Writes the fault and a backtrace to stderr with async-signal-safe calls, then dies of the same
 // signal so the exit status tells what happened.
@@ -60,7 +57,7 @@ void patchSignalHandler() {
 
 int procShellInit(const char* processName, uint32_t /*r1*/, uint32_t /*r2*/) {
   gProcessName = processName ? processName : "";
-  return 0;
+  return plat::shellServe();
 }
 
 namespace plat {
@@ -83,25 +80,6 @@ std::string mapRunPath(const char* devicePath) {
 }
 
 const std::string& processName() { return gProcessName; }
-
-bool shellRegister(const std::string& name, ShellCommand command) {
-  if (name.empty() || command == nullptr) return false;
-  std::lock_guard lock(gShellMutex);
-  return gShellCommands.emplace(name, command).second;
-}
-
-ShellCommand shellLookup(const std::string& name) {
-  std::lock_guard lock(gShellMutex);
-  auto it = gShellCommands.find(name);
-  return it == gShellCommands.end() ? nullptr : it->second;
-}
-
-std::vector<std::string> shellCommandNames() {
-  std::lock_guard lock(gShellMutex);
-  std::vector<std::string> names;
-  for (const auto& [name, command] : gShellCommands) names.push_back(name);
-  return names;
-}
 
 void resetForTest() {
   optClear();

@@ -4,11 +4,11 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 void silCatchSegFault();
 void patchSignalHandler();
-// Registers the process with the platform shell. The diagnostics register their commands here.
+// Registers the process with the platform shell and serves the shell's socket in the run
+// directory (platform/proc_shell.h). The diagnostics register their commands afterwards.
 int procShellInit(const char* processName, uint32_t r1, uint32_t r2);
 
 namespace plat {
@@ -25,12 +25,7 @@ std::string mapRunPath(const char* devicePath);
 
 const std::string& processName();
 
-// The process shell: commands an operator calls by name with up to four integer arguments.
-// Modules register theirs once procShellInit has named the process.
-using ShellCommand = int32_t (*)(intptr_t, intptr_t, intptr_t, intptr_t);
-bool shellRegister(const std::string& name, ShellCommand command);  // false when taken
-ShellCommand shellLookup(const std::string& name);                  // nullptr when unknown
-std::vector<std::string> shellCommandNames();                       // sorted
+// The process shell's commands and socket are in platform/proc_shell.h.
 
 // What a shell command prints: to the capture active on the calling thread, else to stdout.
 void shellPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -1,0 +1,122 @@
+// The process shell from a terminal: aclctl shell calls the daemon's diagnostic commands by name
+// and prints exactly what they wrote; aclctl show puts the friendly views side by side.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "support/acl_e2e.h"
+
+namespace {
+
+using nlohmann::json;
+
+class ShellE2e : public AclE2eTest {
+ protected:
+  std::string shell(const std::vector<std::string>& args, int expectStatus = 0) {
+    std::vector<std::string> all = {"shell"};
+    all.insert(all.end(), args.begin(), args.end());
+    std::string out;
+    EXPECT_EQ(acl_->aclctl(all, &out), expectStatus) << out;
+    return out;
+  }
+  static std::string ruleKey(uint32_t lst, uint32_t rule) {
+    char text[40];
+    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
+    return text;
+  }
+  // List lst with one valid rule.
+  void oneRuleList(uint32_t lst) {
+    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "57", "u32:2"})["ret"], 0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "19", "u32:46"})["ret"], 0);
+    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "57", "u32:1"})["ret"], 0);
+  }
+  // The ledger as aclSlotShow prints it, from what slot show answers.
+  static std::string ledgerText(const json& slots) {
+    std::string out = "\r\n--------------------------\r\n";
+    for (const auto& s : slots) {
+      for (const char* k : {"sys", "slot", "chipNum", "curRuleNum", "maxRuleNum"}) {
+        out += std::string(k) + ":" + std::to_string(s[k].get<uint32_t>()) + "\r\n";
+      }
+      out += "--------------------------\r\n";
+      for (const auto& t : s["types"]) {
+        out += "acl.max" + t["list"].get<std::string>() + t["dir"].get<std::string>() +
+               "rulenumperslot:curRuleNum:" + std::to_string(t["current"].get<uint32_t>()) +
+               ",maxRuleNum:" + std::to_string(t["capacity"].get<uint32_t>()) + "\r\n";
+      }
+    }
+    return out;
+  }
+};
+
+TEST_F(ShellE2e, HelpAndTheBindListOfOneList) {
+  EXPECT_EQ(shell({"aclHelp"}),
+            "\n\r aclShow\n\r aclRuleShow\n\r aclRuleShowForList(listNum)\n\r"
+            " aclSlotResourceShow(sys, slot, flag)\n\r aclSlotResourceShowAll\n\r"
+            " aclDynamicBindSet(enable)\n\r aclRedirectMultiSet(enable)\n\r"
+            " aclRuleSetVxlanParam(lstIdx, ruleIdx, vxlanFlag, vxlanTransit, vlanTag, "
+            "vxlanVni)\n\r aclIfListShow(uint32_t listNum, uint32_t ifUnit)\n\r");
+  oneRuleList(2001);
+  oneRuleList(1001);
+  for (const char* i : {"201", "202", "203"}) run({"if", "create", i});
+  run({"if", "bind", "201", "in", "hybrid", "2001"});
+  run({"if", "bind", "202", "out", "hybrid", "2001"});
+  run({"if", "bind", "203", "in", "ipv4", "1001"});
+  EXPECT_EQ(shell({"aclIfListShow", "2001", "0"}),
+            "\n\r Total num 3 \n\r"
+            "\n\r list 2001 rule 0 ifIndex 201 type 4 dir 0 hwState 0 refcount 0\n\r"
+            "\n\r list 2001 rule 0 ifIndex 202 type 4 dir 1 hwState 0 refcount 0\n\r");
+
+  // The ledger the shell prints is the one slot show answers.
+  json slots;
+  for (int i = 0; i < 100 && slots.size() < 4; ++i) {
+    slots = run({"--json", "slot", "show"})["slots"];
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_EQ(slots.size(), 4u);
+  EXPECT_EQ(shell({"aclSlotShow"}), ledgerText(slots));
+
+  // One document with every view; the text form has a table per view.
+  const json doc = run({"--json", "show"});
+  EXPECT_EQ(doc["lists"].size(), 2u) << doc.dump();
+  EXPECT_EQ(doc["rules"].size(), 2u);
+  EXPECT_EQ(doc["interfaces"].size(), 3u);
+  EXPECT_EQ(doc["slots"].size(), 4u);
+  EXPECT_TRUE(doc["stats"].is_array());
+  std::string text;
+  ASSERT_EQ(acl_->aclctl({"show"}, &text), 0);
+  for (const char* head : {"LISTS", "RULES", "BINDINGS", "SLOT LEDGER", "STATISTICS"}) {
+    EXPECT_NE(text.find(std::string(head) + "\n"), std::string::npos) << head << "\n" << text;
+  }
+  EXPECT_NE(text.find("  IFINDEX  LIST  RULE  KIND    DIR  NOTE\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("      201  2001     0  hybrid  in\n"), std::string::npos) << text;
+  expectAuditClean();
+}
+
+TEST_F(ShellE2e, ExitStatusesAndTheCommandListing) {
+  const std::string listing = shell({});
+  for (const char* name : {"aclIfListShow(listNum, ifUnit)\n", "aclHelp\n", "aclSlotShow\n",
+                           "aclPktDbg(hexBytes, length)\n", "meterProfileInfoShow\n"}) {
+    EXPECT_NE(listing.find(name), std::string::npos) << name;
+  }
+  EXPECT_EQ(shell({"noSuchCommand"}, 1), "");
+  EXPECT_EQ(shell({"aclIfListShow", "1", "2", "3"}, 2), "");
+  EXPECT_EQ(shell({"aclIfListShow", "ten"}, 2), "");
+  EXPECT_EQ(shell({"aclDebugSet", "0"}), "");
+  EXPECT_EQ(run({"call", "aclScalarGetApi", "-", "18", "u32:0"})["buf"]["u32"], 0);
+  // An unreachable daemon is a failure, not a usage error.
+  const std::string cmd = std::string(ACL_BINARY_DIR) +
+                          "/src/client/aclctl --run-dir /nonexistent shell aclHelp 2>/dev/null";
+  const int status = std::system(cmd.c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
+}  // namespace
