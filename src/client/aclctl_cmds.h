@@ -43,3 +43,5 @@ void aclctlAddAuditCommand(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals);
 // "if": interface records, binding lists on their slots, interface statistics.
 void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals);
+// "gem": GEM port records of ONUs, binding lists on their slots, GEM port statistics.
+void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals);

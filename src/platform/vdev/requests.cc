@@ -13,6 +13,7 @@
 #include "platform/vdev/decode.h"
 #include "platform/vdev/json_text.h"
 #include "platform/vdev/model_json.h"
+#include "platform/vdev/onu.h"
 
 namespace vdev {
 
@@ -501,6 +502,8 @@ const std::map<std::string, Handler>& handlers() {
       {"counter.set", setCounter},
       {"scalar.set", setScalar},
       {"model.load", replaceModel},
+      {"onu.set", onuSet},
+      {"onu.remove", onuRemove},
   };
   return table;
 }
