@@ -254,9 +254,9 @@ int32_t aclGemPortGetNext(uintptr_t keyAddr, uintptr_t nextAddr, uintptr_t) {
   cur.gemPort = k.gemPort;
   avl_index_t where = 0;
   void* found = avl_find(&gaclGrp.gemPortTree, &cur, &where);
-  auto* e = static_cast<AclGemPortEntry*>(found != nullptr
-                                               ? avl_next(&gaclGrp.gemPortTree, found)
-                                               : avl_nearest(&gaclGrp.gemPortTree, where, AVL_AFTER));
+  auto* e = static_cast<AclGemPortEntry*>(
+      found != nullptr ? avl_next(&gaclGrp.gemPortTree, found)
+                       : avl_nearest(&gaclGrp.gemPortTree, where, AVL_AFTER));
   for (; e != nullptr; e = static_cast<AclGemPortEntry*>(avl_next(&gaclGrp.gemPortTree, e))) {
     if (!passes(e, k)) continue;
     keyStore(nextAddr, e);

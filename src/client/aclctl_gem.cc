@@ -81,9 +81,9 @@ Gem parseGem(const std::string& text) {
     pos = std::string::npos;
   }
   if (pos != text.size() || v[0] > UINT32_MAX || v[1] > 0xFFFF || v[2] > 0xFFFF) {
-    throw AclctlExit(kAclctlExitUsage,
-                     "a GEM port is IFINDEX/ONU/GEMPORT (ONU and GEM port up to 65535), not '" +
-                         text + "'");
+    throw AclctlExit(
+        kAclctlExitUsage,
+        "a GEM port is IFINDEX/ONU/GEMPORT (ONU and GEM port up to 65535), not '" + text + "'");
   }
   g.ifIndex = static_cast<uint32_t>(v[0]);
   g.onu = static_cast<uint32_t>(v[1]);
@@ -116,9 +116,9 @@ std::string kindName(uint32_t kind) {
 
 // The command of a slot: 2 to 13 the typed slots in table order, 21 to 26 the pre-stage ones.
 uint32_t gemCmd(size_t slotPos) {
-  return slotPos < ACL_BIND_SLOT_FIRST_VFP ? static_cast<uint32_t>(slotPos)
-                                           : static_cast<uint32_t>(21 + slotPos -
-                                                                   ACL_BIND_SLOT_FIRST_VFP);
+  return slotPos < ACL_BIND_SLOT_FIRST_VFP
+             ? static_cast<uint32_t>(slotPos)
+             : static_cast<uint32_t>(21 + slotPos - ACL_BIND_SLOT_FIRST_VFP);
 }
 
 // The position in kAclBindSlots of the slot a direction and list type name.
@@ -127,7 +127,8 @@ size_t slotFor(const std::string& dirText, const std::string& type) {
   for (uint32_t d = 0; d < std::size(kDirNames); ++d) {
     if (dirText == kDirNames[d]) dir = d;
   }
-  if (dir == 3) throw AclctlExit(kAclctlExitUsage, "direction is in, out or vfp, not '" + dirText + "'");
+  if (dir == 3)
+    throw AclctlExit(kAclctlExitUsage, "direction is in, out or vfp, not '" + dirText + "'");
   for (size_t i = ACL_BIND_SLOT_FIRST_TYPED; i < kAclBindSlots.size(); ++i) {
     const AclBindSlotDef& s = kAclBindSlots[i];
     if (s.dir == dir && type == kListTypeNames[s.listType]) return i;
@@ -211,8 +212,8 @@ void bind(const AclctlGlobals& glob, const GemArgs& a) {
   const Gem g = parseGem(a.where);
   const size_t pos = slotFor(a.dir, a.type);
   aclclient::TableSession s(glob);
-  const std::string what = "bind list " + std::to_string(a.lst) + " to GEM port " + g.text() +
-                           " " + kAclBindSlots[pos].name;
+  const std::string what = "bind list " + std::to_string(a.lst) + " to GEM port " + g.text() + " " +
+                           kAclBindSlots[pos].name;
   if (s.getValue(kFuncLstGet, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
     refused(what, ACL_ERR_LIST_NOT_EXIST, g, a.lst);
   }
@@ -334,7 +335,7 @@ void statsShow(const AclctlGlobals& glob, const GemArgs& a) {
   wire::Response resp = s.call(keyed(kFuncStatsGetFirst, key));
   while (resp.result == 0 && resp.key.size() == kStatsIndexLen) {
     const std::vector<uint8_t> cur = resp.key;
-    ordered_json row = {{"ifIndex", be::load32(cur, 8)}, {"onu", be::load32(cur, 12)},
+    ordered_json row = {{"ifIndex", be::load32(cur, 8)},  {"onu", be::load32(cur, 12)},
                         {"gemPort", be::load16(cur, 20)}, {"list", be::load32(cur, 0)},
                         {"rule", be::load32(cur, 4)},     {"dir", dirName(be::load16(cur, 22))}};
     wire::Request get = keyed(kFuncStatsGet, cur, 1);
@@ -354,7 +355,8 @@ void statsShow(const AclctlGlobals& glob, const GemArgs& a) {
     if (resp.result == 0 && resp.key == cur) break;
   }
   if (resp.result != 0 && resp.result != CMN_ERR_NOT_FOUND) {
-    throw AclctlExit(kAclctlExitFailed, "GEM port statistics walk: " + aclclient::retText(resp.result));
+    throw AclctlExit(kAclctlExitFailed,
+                     "GEM port statistics walk: " + aclclient::retText(resp.result));
   }
   if (glob.json) {
     std::cout << ordered_json{{"stats", rows}}.dump() << std::endl;
@@ -394,14 +396,16 @@ void statsClear(const AclctlGlobals& glob, const GemArgs& a) {
   wire::Request req = keyed(kFuncStatsSet, key, 6);
   req.bufShape = wire::BufShape::Value;
   const int32_t ret = s.call(req).result;
-  if (ret != 0) throw AclctlExit(kAclctlExitFailed, "clear " + what + ": " + aclclient::retText(ret));
+  if (ret != 0)
+    throw AclctlExit(kAclctlExitFailed, "clear " + what + ": " + aclclient::retText(ret));
   reportOk(glob, "cleared " + what);
 }
 
 }  // namespace
 
 void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals) {
-  auto* cmd = app.add_subcommand("gem", "GEM port records of ONUs, their bind slots and statistics");
+  auto* cmd =
+      app.add_subcommand("gem", "GEM port records of ONUs, their bind slots and statistics");
   cmd->require_subcommand(1);
   auto a = std::make_shared<GemArgs>();
   const std::string gemHelp = "IFINDEX/ONU/GEMPORT";
@@ -410,7 +414,8 @@ void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals) {
   create_->add_option("gemport", a->where, gemHelp)->required();
   create_->callback([&globals, a] { create(globals, *a); });
 
-  auto* delete_ = cmd->add_subcommand("delete", "Delete the record of a GEM port with nothing bound");
+  auto* delete_ =
+      cmd->add_subcommand("delete", "Delete the record of a GEM port with nothing bound");
   delete_->add_option("gemport", a->where, gemHelp)->required();
   delete_->callback([&globals, a] { remove(globals, *a); });
 
@@ -421,7 +426,8 @@ void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals) {
   bind_->add_option("list", a->lst, "list number")->required();
   bind_->callback([&globals, a] { bind(globals, *a); });
 
-  auto* unbind_ = cmd->add_subcommand("unbind", "Take the list off a slot: IFINDEX/ONU/GEMPORT DIR TYPE");
+  auto* unbind_ =
+      cmd->add_subcommand("unbind", "Take the list off a slot: IFINDEX/ONU/GEMPORT DIR TYPE");
   unbind_->add_option("gemport", a->where, gemHelp)->required();
   unbind_->add_option("dir", a->dir, "in, out or vfp")->required();
   unbind_->add_option("type", a->type, "l2, ipv4, ipv6, hybrid, mpls or udf")->required();

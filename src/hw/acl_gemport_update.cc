@@ -76,11 +76,13 @@ int32_t aclGemPortRuleUpdate(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort,
 }
 
 int32_t aclGemPortDelEx(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort) {
-  aclDebug(ACL_LOG_IF, "ACL interface [del gem port acl] info= (unit = %d, onuid = %d, gemport = %d).\r\n",
+  aclDebug(ACL_LOG_IF,
+           "ACL interface [del gem port acl] info= (unit = %d, onuid = %d, gemport = %d).\r\n",
            static_cast<int>(ifIndex), onuId, gemPort);
   AclGemPortEntry* e = aclGemPortEntryGet(ifIndex, onuId, gemPort);
   if (e == nullptr) {
-    aclDebug(ACL_LOG_IF, "ACL interface [del gem port acl] error. (Reason=[if entry is NULL.])\r\n");
+    aclDebug(ACL_LOG_IF,
+             "ACL interface [del gem port acl] error. (Reason=[if entry is NULL.])\r\n");
     return ACL_ERR_IF_NOT_EXIST;
   }
   for (const AclBindSlotDef& s : kAclBindSlots) {

@@ -32,7 +32,8 @@ class GemE2e : public AclE2eTest {
   // (rule -> priority) in the table of GEM key 401/5/3.
   std::map<uint32_t, uint32_t> gemRules() {
     std::map<uint32_t, uint32_t> out;
-    const json t = run({"dev", "hw", "--scope", "gem", "--unit", "401", "--onu", "5", "--gem", "3"});
+    const json t =
+        run({"dev", "hw", "--scope", "gem", "--unit", "401", "--onu", "5", "--gem", "3"});
     for (const auto& e : t["table"]["entries"]) {
       out[e["rule"].get<uint32_t>()] = e["priority"].get<uint32_t>();
     }

@@ -20,7 +20,9 @@ class GemTest : public IfTest {
     if (slot4 == nullptr) slot4 = aclSlotEntryAdd(1, 4);
     ASSERT_NE(slot4, nullptr);
   }
-  static uint32_t gemEntries() { return static_cast<uint32_t>(avl_numnodes(&gaclGrp.gemPortListTree)); }
+  static uint32_t gemEntries() {
+    return static_cast<uint32_t>(avl_numnodes(&gaclGrp.gemPortListTree));
+  }
   static std::string audit() {
     std::string out;
     for (const AclAuditDiff& d : aclAuditRun()) out += d.check + ": " + d.text + "\n";
@@ -68,7 +70,8 @@ TEST_F(GemTest, RefusedUpdatesChangeNothing) {
     uint32_t* slot;
     int32_t want;
   } cases[] = {
-      {"missing list", 5, 3, ACL_BIND_KIND_IPV4, 1999, &rec->slots.inIpv4Acl, ACL_ERR_LIST_NOT_EXIST},
+      {"missing list", 5, 3, ACL_BIND_KIND_IPV4, 1999, &rec->slots.inIpv4Acl,
+       ACL_ERR_LIST_NOT_EXIST},
       {"unbind an empty slot", 5, 3, ACL_BIND_KIND_IPV4, 0, &rec->slots.inIpv4Acl,
        ACL_ERR_LIST_NOT_EXIST},
       {"list of another type", 5, 3, ACL_BIND_KIND_IPV4, 1, &rec->slots.inIpv4Acl,
@@ -94,13 +97,11 @@ TEST_F(GemTest, UnregisterTakesEveryGemPortOfTheOnuOrOne) {
   for (uint16_t gem : {3, 4}) {
     AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
     ASSERT_NE(rec, nullptr);
-    ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001,
-                                   &rec->slots.inIpv4Acl),
-              0);
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
     // The pre-stage slot unbinds with direction 2 and its own kind.
-    ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_VFP_L2, 2, 1,
-                                   &rec->slots.inL2VfpAcl),
-              0);
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_VFP_L2, 2, 1, &rec->slots.inL2VfpAcl), 0);
   }
   AclGemPortEntry* other = aclGemPortEntryAdd(kPon, 6, 3);
   ASSERT_NE(other, nullptr);
@@ -143,7 +144,8 @@ TEST_F(GemTest, UnregisterGivesUpWhatTheHardwareKeeps) {
   AclListEntry* l = listOf(1001, {1});
   AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
   ASSERT_NE(rec, nullptr);
-  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
+            0);
   plat::FaultRule f;
   f.call = "zorHwilCmdSetApi";
   f.cmd = HWIL_CMD_GEM_DEL;
@@ -161,9 +163,8 @@ TEST_F(GemTest, CountedRuleOnTwoGemPortsKeepsTwoRecordsInGemPortOrder) {
   for (uint16_t gem : {7, 2}) {
     AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
     ASSERT_NE(rec, nullptr);
-    ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001,
-                                   &rec->slots.inIpv4Acl),
-              0);
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
   }
   std::vector<uint32_t> order;
   SilDlNode* head = &gaclGrp.gemPortStatsList;
@@ -182,7 +183,8 @@ TEST_F(GemTest, OnuUpReinstallsEveryRecord) {
   listOf(1001, {1});
   AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
   ASSERT_NE(rec, nullptr);
-  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
+            0);
   {
     auto& d = vdev::device();
     std::lock_guard lock(d.mutex);
