@@ -1,5 +1,6 @@
 #include "api/acl_func_map.h"
 
+#include "api/acl_gemport_api.h"
 #include "api/acl_if_api.h"
 #include "api/acl_index_conv.h"
 #include "api/acl_lst_api.h"
@@ -88,16 +89,16 @@ const IcmFuncEntry gAclFuncMap[ACL_FUNC_MAP_ENTRIES] = {
     {72, aclSlotResourceGetNext},
     {73, aclSlotResourceGetApi},
     {0, nullptr},   // 74: empty
-    {75, nullptr},  // aclGemPortLstGetFirst
-    {76, nullptr},  // aclGemPortLstGetNext
-    {77, nullptr},  // aclGemPortGetFirst
-    {78, nullptr},  // aclGemPortGetNext
-    {79, nullptr},  // aclGemPortGetApi
-    {80, nullptr},  // aclGemPortSetApi
-    {81, nullptr},  // aclGemPortSyncApi
-    {82, nullptr},  // aclGemPortStatsGetFirst
-    {83, nullptr},  // aclGemPortStatsGetNext
-    {84, nullptr},  // aclGemPortStatsGetApi
-    {85, nullptr},  // aclGemPortStatsSetApi
-    {86, nullptr},  // aclGemPortStatsSyncApi
+    {75, aclGemPortLstGetFirst},
+    {76, aclGemPortLstGetNext},
+    {77, aclGemPortGetFirst},
+    {78, aclGemPortGetNext},
+    {79, aclGemPortGetApi},
+    {80, aclGemPortSetApi},
+    {81, aclGemPortSyncApi},
+    {82, aclGemPortStatsGetFirst},
+    {83, aclGemPortStatsGetNext},
+    {84, aclGemPortStatsGetApi},
+    {85, aclGemPortStatsSetApi},
+    {86, aclGemPortStatsSyncApi},
 };

@@ -47,3 +47,6 @@ void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddSaveCommand(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddLoadCommand(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddBatchCommand(CLI::App& app, AclctlGlobals& globals);
+
+// "gem": GEM port records of ONUs, binding lists on their slots, GEM port statistics.
+void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals);

@@ -359,6 +359,19 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
   command(tr, globals, "remove", "Remove a time range", "timerange.remove",
           {{"--id", "id", Kind::Number, "time range id"}}, {}, {"id"});
 
+  auto* onu = dev->add_subcommand("onu", "ONUs and GEM ports behind PON interfaces");
+  onu->require_subcommand(1);
+  command(onu, globals, "set", "Register an ONU or add GEM ports to it", "onu.set",
+          {{"--interface", "interface", Kind::Number, "PON interface"},
+           {"--onu", "onu", Kind::Number, "ONU id"},
+           {"--gem", "gemPorts", Kind::Numbers, "GEM ports, comma-separated"}},
+          {}, {"interface", "onu"});
+  command(onu, globals, "remove", "Remove an ONU, or one GEM port of it", "onu.remove",
+          {{"--interface", "interface", Kind::Number, "PON interface"},
+           {"--onu", "onu", Kind::Number, "ONU id"},
+           {"--gem", "gem", Kind::Number, "only this GEM port"}},
+          {}, {"interface", "onu"});
+
   command(dev, globals, "scalar", "Set a hardware scalar", "scalar.set",
           {{"--id", "id", Kind::Number, "scalar id"}, {"--value", "value", Kind::Number, "value"}},
           {}, {"id", "value"});

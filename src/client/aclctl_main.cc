@@ -30,11 +30,11 @@ int main(int argc, char** argv) {
   aclctlAddServiceCommands(app, globals);
   aclctlAddSlotCommands(app, globals);
   aclctlAddIfCommands(app, globals);
+  aclctlAddGemCommands(app, globals);
   aclctlAddAuditCommand(app, globals);
   aclctlAddSaveCommand(app, globals);
   aclctlAddLoadCommand(app, globals);
   aclctlAddBatchCommand(app, globals);
-
   aclctlAddShellCommand(app, globals);
   aclctlAddShowCommand(app, globals);
 

@@ -3,16 +3,17 @@
 // redirect rule only while its next hops are all resolved); when one is lost, just that rule is
 // taken out. Only the hardware changes: bindings, reference counts and registrations stay.
 //
-// Both scopes are visited in the same order: every interface record in interface order, each in
-// the order of the bind slots, then the global slots. Every slot that holds the list is visited on
-// its own. GEM port bindings are left out of both phases: a lost next hop could not take a rule
-// off a GEM port (the single-rule removal names no GEM key), so installing them here would leave
-// rules behind that the removal never reaches.
+// Every phase visits the bindings in the same order: every interface record in interface order,
+// each in the order of the bind slots, then every GEM port record in GEM port order (typed and
+// pre-stage slots), then the global slots. Every slot that holds the list is visited on its own.
+// GEM port bindings are in the re-installation and in the single-rule removal alike, so a rule
+// that a resolved next hop put on a GEM port is taken off it again when the next hop is lost.
 #include "control/acl_nexthop.h"
 
 #include <array>
 
 #include "hw/acl_bind_slot.h"
+#include "hw/acl_gemport_record.h"
 #include "hw/acl_glb.h"
 #include "hw/acl_if.h"
 #include "hw/acl_if_record.h"
@@ -245,6 +246,18 @@ uint32_t glbCode(const AclBindSlotDef& s) {
   return untyped(s) ? 0 : s.kind;
 }
 
+// The GEM port's slot holds the list; a GEM port has no generic slots.
+bool gemHolds(const AclGemPortEntry* e, const AclBindSlotDef& s, uint32_t lstIdx) {
+  return !untyped(s) && e->slots.*s.field == lstIdx;
+}
+
+AclGemPortEntry* firstGem() {
+  return static_cast<AclGemPortEntry*>(avl_first(&gaclGrp.gemPortTree));
+}
+AclGemPortEntry* nextGem(AclGemPortEntry* e) {
+  return static_cast<AclGemPortEntry*>(avl_next(&gaclGrp.gemPortTree, e));
+}
+
 AclIfEntry* firstIf() {
   return static_cast<AclIfEntry*>(avl_first(&gaclGrp.ifTree));
 }
@@ -274,6 +287,18 @@ int32_t installAll(uint32_t lstIdx) {
       const AclBindSlotDef& s = kAclBindSlots[i];
       if (!ifHolds(e, s, lstIdx)) continue;
       if (const int32_t ret = aclIfHwAdd(e->unit, 0, 0, lstIdx, s.dir, nullptr, s.kind); ret != 0) {
+        aclDebug(s.cls == AclSlotClass::Vfp ? ACL_LOG_IF : ACL_LOG_GLOBAL, kSlots[i].ifAddFail, id);
+        return ret;
+      }
+    }
+  }
+  for (AclGemPortEntry* e = firstGem(); e != nullptr; e = nextGem(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!gemHolds(e, s, lstIdx)) continue;
+      if (const int32_t ret = aclIfHwAdd(e->unit, e->onuId, e->gemPort, lstIdx, s.dir, nullptr,
+                                         s.kind);
+          ret != 0) {
         aclDebug(s.cls == AclSlotClass::Vfp ? ACL_LOG_IF : ACL_LOG_GLOBAL, kSlots[i].ifAddFail, id);
         return ret;
       }
@@ -323,6 +348,14 @@ int32_t aclNextHopListAdd(uint32_t lstIdx) {
       aclDebug(ACL_LOG_IF, kSlots[i].ifDel, id, static_cast<int>(e->unit), static_cast<int>(ret));
     }
   }
+  for (AclGemPortEntry* e = firstGem(); e != nullptr; e = nextGem(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!gemHolds(e, s, lstIdx)) continue;
+      ret = aclIfHwDel(e->unit, e->onuId, e->gemPort, lstIdx, s.dir, s.kind);
+      aclDebug(ACL_LOG_IF, kSlots[i].ifDel, id, static_cast<int>(e->unit), static_cast<int>(ret));
+    }
+  }
   for (size_t i = 0; i < kSlots.size(); ++i) {
     const AclBindSlotDef& s = kAclBindSlots[i];
     if (!globalHolds(s, lstIdx)) continue;
@@ -367,6 +400,17 @@ int32_t aclNextHopListRuleDel(uint32_t lstIdx, uint32_t ruleIdx) {
       const AclBindSlotDef& s = kAclBindSlots[i];
       if (!ifHolds(e, s, lstIdx)) continue;
       ret = aclIfHwDelone(e->unit, lstIdx, ruleIdx, s.dir, s.kind);
+      if (kSlots[i].ifRuleDel != nullptr) {
+        aclDebug(ACL_LOG_GLOBAL, kSlots[i].ifRuleDel, static_cast<int>(e->unit),
+                 static_cast<int>(lstIdx), ruleIdx, static_cast<int>(ret));
+      }
+    }
+  }
+  for (AclGemPortEntry* e = firstGem(); e != nullptr; e = nextGem(e)) {
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+      const AclBindSlotDef& s = kAclBindSlots[i];
+      if (!gemHolds(e, s, lstIdx)) continue;
+      ret = aclGemPortHwDelone(e->unit, e->onuId, e->gemPort, lstIdx, ruleIdx, s.dir, s.kind);
       if (kSlots[i].ifRuleDel != nullptr) {
         aclDebug(ACL_LOG_GLOBAL, kSlots[i].ifRuleDel, static_cast<int>(e->unit),
                  static_cast<int>(lstIdx), ruleIdx, static_cast<int>(ret));

@@ -55,6 +55,9 @@ int32_t _aclIfHwDelpart(uint32_t ifIndex, uint32_t parentUnit, uint16_t onuId, u
                         uint32_t kind);
 int32_t aclIfHwDelone(uint32_t ifIndex, uint32_t lstIdx, uint32_t ruleIdx, uint32_t dir,
                       uint32_t kind);
+// The same for one rule bound to a GEM port (next-hop loss on a GEM binding).
+int32_t aclGemPortHwDelone(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t lstIdx,
+                           uint32_t ruleIdx, uint32_t dir, uint32_t kind);
 
 // One rule command on the interface, or for an aggregation on the aggregation and/or each member
 // as the interface manager's mode for the command says, stopping at the first member that fails.

@@ -229,6 +229,11 @@ int32_t aclIfHwDelWithParentunit(uint32_t ifIndex, uint32_t parentUnit, uint32_t
 
 int32_t aclIfHwDelone(uint32_t ifIndex, uint32_t lstIdx, uint32_t ruleIdx, uint32_t dir,
                       uint32_t kind) {
+  return aclGemPortHwDelone(ifIndex, 0, 0, lstIdx, ruleIdx, dir, kind);
+}
+
+int32_t aclGemPortHwDelone(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t lstIdx,
+                           uint32_t ruleIdx, uint32_t dir, uint32_t kind) {
   constexpr const char* kOp = "delete rule from hw";
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr) {
@@ -240,7 +245,7 @@ int32_t aclIfHwDelone(uint32_t ifIndex, uint32_t lstIdx, uint32_t ruleIdx, uint3
   }
   Buffer buf(gaclGrp.tlvEnable == 1);
   if (!buf.ok()) return bufferFailed(kOp, lstIdx, buf.tlv());
-  const Binding b = binding(ifIndex, 0, 0, dir, kind);
+  const Binding b = binding(ifIndex, onuId, gemPort, dir, kind);
   AclRuleEntry* r = aclRuleEntryGet(list, ruleIdx);
   if (r == nullptr || !statusValid(r) || timeRangeOff(r) || hasVrf(r)) return 0;
   bool transFailed = false;

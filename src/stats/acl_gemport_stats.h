@@ -1,6 +1,6 @@
 // The GEM port statistics list: one record per counted rule bound to a GEM port (never shared),
 // kept sorted by dir, list, rule, GEM port, ONU and interface. The binding code links and unlinks
-// the records; reads and clears come with the GEM port table.
+// the records; the GEM port statistics table reads and clears them.
 #pragma once
 
 #include <cstdint>
@@ -22,3 +22,8 @@ int32_t aclGemPortStatsEntryAdd(AclStatsEntry* entry);
 AclStatsEntry* aclGemPortStatsEntryGet(const AclGemStatsIndex& index);
 // Unlinks and zeroes the matching record without freeing it; CMN_ERR_NOT_FOUND when none matches.
 int32_t aclGemPortStatsEntryDel(const AclGemStatsIndex& index);
+
+// The counter read and clear of a GEM port record: the interface counter request with the ONU id
+// (its low 8 bits) and the GEM port in it, through the PON interface.
+int32_t aclGemPortStatsGet(AclStatsEntry* entry);
+int32_t aclGemPortStatsReset(AclStatsEntry* entry);

@@ -239,6 +239,19 @@ constexpr std::array kRows = {
     // Interface statistics clears relay their buffer as a value word.
     CmdSchema{29, 2, kValueOrNull}, CmdSchema{29, 6, kValueOrNull},
     CmdSchema{30, 2, kValueOrNull}, CmdSchema{30, 6, kValueOrNull},
+    // GEM ports: the record status and every bind slot travel in a value word.
+    CmdSchema{79, 1, kValueOrNull}, CmdSchema{79, 2, kValueOrNull}, CmdSchema{79, 3, kValueOrNull}, CmdSchema{79, 4, kValueOrNull}, CmdSchema{79, 5, kValueOrNull}, CmdSchema{79, 6, kValueOrNull}, CmdSchema{79, 7, kValueOrNull},
+    CmdSchema{79, 8, kValueOrNull}, CmdSchema{79, 9, kValueOrNull}, CmdSchema{79, 10, kValueOrNull}, CmdSchema{79, 11, kValueOrNull}, CmdSchema{79, 12, kValueOrNull}, CmdSchema{79, 13, kValueOrNull}, CmdSchema{79, 21, kValueOrNull},
+    CmdSchema{79, 22, kValueOrNull}, CmdSchema{79, 23, kValueOrNull}, CmdSchema{79, 24, kValueOrNull}, CmdSchema{79, 25, kValueOrNull}, CmdSchema{79, 26, kValueOrNull},
+    CmdSchema{80, 1, kValueOrNull}, CmdSchema{80, 2, kValueOrNull}, CmdSchema{80, 3, kValueOrNull}, CmdSchema{80, 4, kValueOrNull}, CmdSchema{80, 5, kValueOrNull}, CmdSchema{80, 6, kValueOrNull}, CmdSchema{80, 7, kValueOrNull},
+    CmdSchema{80, 8, kValueOrNull}, CmdSchema{80, 9, kValueOrNull}, CmdSchema{80, 10, kValueOrNull}, CmdSchema{80, 11, kValueOrNull}, CmdSchema{80, 12, kValueOrNull}, CmdSchema{80, 13, kValueOrNull}, CmdSchema{80, 21, kValueOrNull},
+    CmdSchema{80, 22, kValueOrNull}, CmdSchema{80, 23, kValueOrNull}, CmdSchema{80, 24, kValueOrNull}, CmdSchema{80, 25, kValueOrNull}, CmdSchema{80, 26, kValueOrNull},
+    CmdSchema{81, 1, kValueOrNull}, CmdSchema{81, 2, kValueOrNull}, CmdSchema{81, 3, kValueOrNull}, CmdSchema{81, 4, kValueOrNull}, CmdSchema{81, 5, kValueOrNull}, CmdSchema{81, 6, kValueOrNull}, CmdSchema{81, 7, kValueOrNull},
+    CmdSchema{81, 8, kValueOrNull}, CmdSchema{81, 9, kValueOrNull}, CmdSchema{81, 10, kValueOrNull}, CmdSchema{81, 11, kValueOrNull}, CmdSchema{81, 12, kValueOrNull}, CmdSchema{81, 13, kValueOrNull}, CmdSchema{81, 21, kValueOrNull},
+    CmdSchema{81, 22, kValueOrNull}, CmdSchema{81, 23, kValueOrNull}, CmdSchema{81, 24, kValueOrNull}, CmdSchema{81, 25, kValueOrNull}, CmdSchema{81, 26, kValueOrNull},
+    // GEM port statistics clears relay their buffer as a value word.
+    CmdSchema{85, 2, kValueOrNull}, CmdSchema{85, 6, kValueOrNull},
+    CmdSchema{86, 2, kValueOrNull}, CmdSchema{86, 6, kValueOrNull},
 };
 
 bool keyFits(const FuncInfo& f, const Request& req, bool walk) {

@@ -149,6 +149,32 @@ void readSlot(const json& j, const std::string& place, uint32_t sys, Model* m) {
   m->slots[{sys, s.slot}] = std::move(s);
 }
 
+// "onus": [{"id": O, "gemPorts": [G, ...]}], on a PON interface; ids and GEM ports 1..65535.
+void readOnus(const json& arr, const std::string& place, Interface* i) {
+  if (i->kind() != ZOR_IF_KIND_PON) throw Bad{place, "only a PON interface (kind 4) has ONUs"};
+  if (!arr.is_array()) throw Bad{place, "expected an array of ONUs"};
+  size_t n = 0;
+  for (const json& o : arr) {
+    const std::string p = at(place, n++);
+    if (!o.is_object()) throw Bad{p, "expected an object"};
+    onlyKeys(o, p, {"id", "gemPorts"});
+    const uint32_t id = u32(o, p, "id", true);
+    if (id == 0 || id > 0xFFFF) throw Bad{at(p, "id"), "an ONU id is 1 to 65535"};
+    if (i->onus.count(id)) throw Bad{at(p, "id"), "ONU " + std::to_string(id) + " listed twice"};
+    std::set<uint32_t>& gems = i->onus[id];
+    if (!o.contains("gemPorts")) continue;
+    const std::string gp = at(p, "gemPorts");
+    if (!o.at("gemPorts").is_array()) throw Bad{gp, "expected an array of GEM ports"};
+    size_t k = 0;
+    for (const json& g : o.at("gemPorts")) {
+      const std::string gpk = at(gp, k++);
+      const auto gem = static_cast<uint32_t>(number(g, gpk, 0xFFFF));
+      if (gem == 0) throw Bad{gpk, "a GEM port is 1 to 65535"};
+      if (!gems.insert(gem).second) throw Bad{gpk, "GEM port " + std::to_string(gem) + " listed twice"};
+    }
+  }
+}
+
 Interface readInterface(const json& j, const std::string& place, bool agg, const Model& m) {
   if (agg) {
     onlyKeys(j, place,
@@ -157,7 +183,7 @@ Interface readInterface(const json& j, const std::string& place, bool agg, const
   } else {
     onlyKeys(j, place,
              {"index", "name", "system", "slot", "subslot", "port", "type", "kind", "flags13",
-              "flags10", "extra", "protocols", "ignoring"});
+              "flags10", "extra", "protocols", "ignoring", "onus"});
   }
   Interface i;
   i.index = u32(j, place, "index", true);
@@ -202,6 +228,7 @@ Interface readInterface(const json& j, const std::string& place, bool agg, const
   };
   units("protocols", &i.protocols);
   units("ignoring", &i.ignoring);
+  if (j.contains("onus")) readOnus(j.at("onus"), at(place, "onus"), &i);
   if (agg) {
     units("members", &i.members);
     if (i.members.size() > ZOR_AGG_MAX_MEMBERS) throw Bad{at(place, "members"), "more than 128"};

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -48,6 +49,8 @@ struct Interface {
   std::vector<uint32_t> members;
   std::map<uint32_t, uint8_t> modes;
   uint8_t defaultMode = 2;
+  // PON interfaces only: the ONUs registered behind it, each with its GEM ports.
+  std::map<uint32_t, std::set<uint32_t>> onus;
   uint32_t kind() const { return location[5]; }
 };
 

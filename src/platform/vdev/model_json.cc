@@ -87,6 +87,11 @@ json interfaceToJson(const Interface& i) {
   if (i.location[6] || i.location[7]) j["extra"] = {i.location[6], i.location[7]};
   if (!i.protocols.empty()) j["protocols"] = i.protocols;
   if (!i.ignoring.empty()) j["ignoring"] = i.ignoring;
+  if (!i.onus.empty()) {
+    json onus = json::array();
+    for (const auto& [id, gems] : i.onus) onus.push_back({{"id", id}, {"gemPorts", gems}});
+    j["onus"] = onus;
+  }
   if (i.kind() == 2) {
     j["members"] = i.members;
     j["mode"] = i.defaultMode;

@@ -15,6 +15,7 @@
 #include "platform/vdev/decode.h"
 #include "platform/vdev/json_text.h"
 #include "platform/vdev/model_json.h"
+#include "platform/vdev/onu.h"
 
 namespace vdev {
 
@@ -632,6 +633,9 @@ const std::map<std::string, Handler>& handlers() {
       {"system.up", systemUp},
       {"interface.reset", resetInterface},
       {"route.send", routeSend},
+
+      {"onu.set", onuSet},
+      {"onu.remove", onuRemove},
   };
   return table;
 }

@@ -1,0 +1,111 @@
+// GEM port binding through aclctl gem on the built-in PON card (interface 401), and the ONU
+// leaving through the virtual device.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <thread>
+
+#include "support/acl_e2e.h"
+
+namespace {
+
+using nlohmann::json;
+
+class GemE2e : public AclE2eTest {
+ protected:
+  static std::string ruleKey(uint32_t lst, uint32_t rule) {
+    char text[40];
+    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
+    return text;
+  }
+  void twoRuleList(uint32_t lst) {
+    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
+    for (uint32_t r : {1u, 2u}) {
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
+      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
+    }
+  }
+  // (rule -> priority) in the table of GEM key 401/5/3.
+  std::map<uint32_t, uint32_t> gemRules() {
+    std::map<uint32_t, uint32_t> out;
+    const json t =
+        run({"dev", "hw", "--scope", "gem", "--unit", "401", "--onu", "5", "--gem", "3"});
+    for (const auto& e : t["table"]["entries"]) {
+      out[e["rule"].get<uint32_t>()] = e["priority"].get<uint32_t>();
+    }
+    return out;
+  }
+  void slotsKnown() {
+    for (int i = 0; i < 100; ++i) {
+      if (run({"--json", "slot", "show"})["slots"].size() >= 4) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    FAIL() << "the line cards never arrived";
+  }
+};
+
+TEST_F(GemE2e, BindShowUnbindAndRefusals) {
+  slotsKnown();
+  twoRuleList(1001);
+  expectAuditClean();
+  run({"gem", "create", "401/5/3"});
+  run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});
+  EXPECT_EQ(gemRules(), (std::map<uint32_t, uint32_t>{{1, 1}, {2, 2}}));
+  const json shown = run({"--json", "gem", "show", "401/5/3"});
+  ASSERT_EQ(shown["gemPorts"].size(), 1u);
+  EXPECT_EQ(shown["gemPorts"][0]["slots"]["inIpv4Acl"], 1001);
+  EXPECT_EQ(shown["gemPorts"][0]["bindings"],
+            json::parse(R"([{"list":1001,"kind":"ipv4","dir":"in"}])"));
+  expectAuditClean();
+
+  // Refusals name their cause and change nothing.
+  run({"gem", "bind", "401/5/3", "in", "ipv4", "1500"}, 1);
+  run({"gem", "bind", "401/5/4", "in", "ipv4", "1001"}, 1);
+  run({"gem", "create", "401/0/0"}, 1);
+  run({"gem", "create", "401/5"}, 2);
+  run({"gem", "delete", "401/5/3"}, 1);  // a list is still bound
+  // The device refuses ONUs where there is no PON interface, and removals of what it does not have.
+  run({"dev", "onu", "set", "--interface", "201", "--onu", "5"}, 1);
+  run({"dev", "onu", "set", "--interface", "401", "--onu", "70000"}, 1);
+  run({"dev", "onu", "remove", "--interface", "401", "--onu", "9"}, 1);
+  run({"dev", "onu", "set", "--interface", "401", "--onu", "5", "--gem", "3"});
+  run({"dev", "onu", "remove", "--interface", "401", "--onu", "5", "--gem", "4"}, 1);
+  EXPECT_EQ(run({"dev", "show"})["model"]["interfaces"].back()["onus"],
+            json::parse(R"([{"id":5,"gemPorts":[3]}])"));
+  EXPECT_EQ(gemRules().size(), 2u);
+
+  run({"gem", "unbind", "401/5/3", "in", "ipv4"});
+  EXPECT_TRUE(gemRules().empty());
+  run({"gem", "delete", "401/5/3"});
+  EXPECT_EQ(run({"--json", "gem", "show"})["gemPorts"].size(), 0u);
+  expectAuditClean();
+}
+
+// Needs the event task's dispatch of message 382 to aclOnuGemPortUnregister: until then the
+// daemon does not act on the ONU's removal and the table stays.
+TEST_F(GemE2e, OnuRemovalEmptiesItsTablesAndRecords) {
+  slotsKnown();
+  twoRuleList(1001);
+  run({"dev", "onu", "set", "--interface", "401", "--onu", "5", "--gem", "3"});
+  run({"gem", "create", "401/5/3"});
+  run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});
+  EXPECT_EQ(gemRules(), (std::map<uint32_t, uint32_t>{{1, 1}, {2, 2}}));
+  expectAuditClean();
+
+  run({"dev", "onu", "remove", "--interface", "401", "--onu", "5"});
+  bool gone = false;
+  for (int i = 0; i < 100 && !gone; ++i) {
+    gone = run({"--json", "gem", "show"})["gemPorts"].empty();
+    if (!gone) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(gone) << "the daemon kept the GEM port record of the removed ONU";
+  EXPECT_TRUE(gemRules().empty());
+  // The audit holds refCnt, the bind list and the slot charge to the bindings that are left.
+  expectAuditClean();
+}
+
+}  // namespace

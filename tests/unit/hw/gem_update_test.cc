@@ -1,0 +1,199 @@
+// GEM port binding: a slot update moves hardware, refCnt, the slot ledger and the GEM bind list
+// together; an ONU that unregisters takes all of it away; counted rules keep one statistics
+// record per GEM port.
+#include "control/acl_slot.h"
+#include "diag/acl_audit.h"
+#include "hw/acl_gemport_event.h"
+#include "unit/hw/if_fixture.h"
+
+namespace iftest {
+namespace {
+
+constexpr uint32_t kBindTypeIpv4In = 1;  // ingress x 6 + the IPv4 column
+
+class GemTest : public IfTest {
+ protected:
+  void SetUp() override {
+    IfTest::SetUp();
+    // The PON interface 401 sits on slot 4 of system 1.
+    slot4 = aclSlotEntryGet(1, 4);
+    if (slot4 == nullptr) slot4 = aclSlotEntryAdd(1, 4);
+    ASSERT_NE(slot4, nullptr);
+  }
+  static uint32_t gemEntries() {
+    return static_cast<uint32_t>(avl_numnodes(&gaclGrp.gemPortListTree));
+  }
+  static std::string audit() {
+    std::string out;
+    for (const AclAuditDiff& d : aclAuditRun()) out += d.check + ": " + d.text + "\n";
+    return out;
+  }
+  AclSlotEntry* slot4 = nullptr;
+};
+
+TEST_F(GemTest, BindAndUnbindMoveEntryRefCntAndChargeTogether) {
+  AclListEntry* l = listOf(1001, {1, 2});
+  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
+  ASSERT_NE(rec, nullptr);
+  uint32_t& slot = rec->slots.inIpv4Acl;
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &slot), 0);
+  EXPECT_EQ(slot, 1001u);
+  EXPECT_EQ(l->refCnt, 1);
+  EXPECT_EQ(gemEntries(), 1u);
+  EXPECT_NE(aclGemPortListGet(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001), nullptr);
+  EXPECT_EQ(slot4->curSubRuleNum[kBindTypeIpv4In], 2u);
+  // GEM priorities carry no interface base.
+  EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}, {2, 2}}));
+  EXPECT_EQ(audit(), "");
+
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 0, &slot), 0);
+  EXPECT_EQ(slot, 0u);
+  EXPECT_EQ(l->refCnt, 0);
+  EXPECT_EQ(gemEntries(), 0u);
+  EXPECT_EQ(slot4->curSubRuleNum[kBindTypeIpv4In], 0u);
+  EXPECT_TRUE(units(2).empty());
+  EXPECT_EQ(anomalyCount(), 0u);
+  EXPECT_EQ(audit(), "");
+}
+
+TEST_F(GemTest, RefusedUpdatesChangeNothing) {
+  listOf(1001, {1});
+  listOf(1, {1});  // an L2 list
+  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
+  ASSERT_NE(rec, nullptr);
+  uint32_t unbound = 0;
+  struct Case {
+    const char* name;
+    uint16_t onu, gem;
+    uint8_t kind;
+    uint32_t lst;
+    uint32_t* slot;
+    int32_t want;
+  } cases[] = {
+      {"missing list", 5, 3, ACL_BIND_KIND_IPV4, 1999, &rec->slots.inIpv4Acl,
+       ACL_ERR_LIST_NOT_EXIST},
+      {"unbind an empty slot", 5, 3, ACL_BIND_KIND_IPV4, 0, &rec->slots.inIpv4Acl,
+       ACL_ERR_LIST_NOT_EXIST},
+      {"list of another type", 5, 3, ACL_BIND_KIND_IPV4, 1, &rec->slots.inIpv4Acl,
+       CMN_ERR_BAD_PARAM},
+      {"untyped kind", 5, 3, ACL_BIND_KIND_UNTYPED, 1001, &rec->slots.inAcl, CMN_ERR_BAD_PARAM},
+      {"no ONU and no GEM port", 0, 0, ACL_BIND_KIND_IPV4, 1001, &unbound, CMN_ERR_BAD_PARAM},
+      {"no slot", 5, 3, ACL_BIND_KIND_IPV4, 1001, nullptr, CMN_ERR_BAD_PARAM},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(aclGemPortRuleUpdate(kPon, c.onu, c.gem, c.kind, 0, c.lst, c.slot), c.want);
+    EXPECT_EQ(gemEntries(), 0u);
+    EXPECT_TRUE(units(2).empty());
+    EXPECT_TRUE(units(1).empty());
+    EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);
+  }
+  EXPECT_EQ(audit(), "");
+}
+
+TEST_F(GemTest, UnregisterTakesEveryGemPortOfTheOnuOrOne) {
+  AclListEntry* l = listOf(1001, {1, 2});
+  AclListEntry* v = listOf(1, {4});
+  for (uint16_t gem : {3, 4}) {
+    AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
+    ASSERT_NE(rec, nullptr);
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
+    // The pre-stage slot unbinds with direction 2 and its own kind.
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_VFP_L2, 2, 1, &rec->slots.inL2VfpAcl), 0);
+  }
+  AclGemPortEntry* other = aclGemPortEntryAdd(kPon, 6, 3);
+  ASSERT_NE(other, nullptr);
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 6, 3, ACL_BIND_KIND_IPV4, 0, 1001, &other->slots.inIpv4Acl),
+            0);
+  EXPECT_EQ(l->refCnt, 3);
+  EXPECT_EQ(audit(), "");
+
+  // A GEM port without a record: nothing moves.
+  const UnitView before = units(2);
+  EXPECT_EQ(aclOnuGemPortUnregister(kPon, 5, 9), ACL_ERR_IF_NOT_EXIST);
+  EXPECT_EQ(aclOnuGemPortUnregister(kPon, 7, 0), ACL_ERR_IF_NOT_EXIST);
+  EXPECT_EQ(aclGemPortDelEx(kPon, 7, 1), ACL_ERR_IF_NOT_EXIST);
+  EXPECT_EQ(units(2), before);
+  EXPECT_EQ(l->refCnt, 3);
+  EXPECT_EQ(gemEntries(), 5u);
+
+  ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 4), 0);
+  EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 4), nullptr);
+  EXPECT_NE(aclGemPortEntryGet(kPon, 5, 3), nullptr);
+  EXPECT_EQ(l->refCnt, 2);
+  EXPECT_EQ(v->refCnt, 1);
+  EXPECT_EQ(audit(), "");
+
+  ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
+  EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
+  EXPECT_EQ(l->refCnt, 1);
+  EXPECT_EQ(v->refCnt, 0);
+  EXPECT_EQ(gemEntries(), 1u);
+  UnitView left;
+  for (const auto& [k, p] : units(2)) left[k] = p;
+  EXPECT_EQ(left, expect({kPon}, 1001, {{1, 1}, {2, 2}}));  // ONU 6's binding only
+  EXPECT_EQ(slot4->curSubRuleNum[kBindTypeIpv4In], 2u);
+  EXPECT_EQ(anomalyCount(), 0u);
+  EXPECT_EQ(audit(), "");
+}
+
+// A binding the hardware refuses to give up is still given up in the books when its ONU goes.
+TEST_F(GemTest, UnregisterGivesUpWhatTheHardwareKeeps) {
+  AclListEntry* l = listOf(1001, {1});
+  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
+  ASSERT_NE(rec, nullptr);
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
+            0);
+  plat::FaultRule f;
+  f.call = "zorHwilCmdSetApi";
+  f.cmd = HWIL_CMD_GEM_DEL;
+  f.result = kHwFault;
+  plat::faultAdd(f);
+  ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
+  EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
+  EXPECT_EQ(l->refCnt, 0);
+  EXPECT_EQ(gemEntries(), 0u);
+  EXPECT_EQ(slot4->curSubRuleNum[kBindTypeIpv4In], 0u);
+}
+
+TEST_F(GemTest, CountedRuleOnTwoGemPortsKeepsTwoRecordsInGemPortOrder) {
+  listOf(1001, {}, {1});
+  for (uint16_t gem : {7, 2}) {
+    AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
+    ASSERT_NE(rec, nullptr);
+    ASSERT_EQ(
+        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
+  }
+  std::vector<uint32_t> order;
+  SilDlNode* head = &gaclGrp.gemPortStatsList;
+  for (SilDlNode* n = head->next; n != head; n = n->next) {
+    order.push_back(dlist::owner<AclStatsEntry>(n, offsetof(AclStatsEntry, gemNode))->gemPortId);
+  }
+  EXPECT_EQ(order, (std::vector<uint32_t>{2, 7}));
+  EXPECT_EQ(statsCount(&gaclGrp.ifStatsList), 0u);
+  ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
+  EXPECT_EQ(statsCount(head), 0u);
+  EXPECT_EQ(used(gaclGrp.statsPool), 0u);
+}
+
+// An ONU that comes up gets every GEM port record's bindings back into the hardware.
+TEST_F(GemTest, OnuUpReinstallsEveryRecord) {
+  listOf(1001, {1});
+  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
+  ASSERT_NE(rec, nullptr);
+  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
+            0);
+  {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    d.journal.hw.clear();  // the ONU was reset and lost its rules
+  }
+  ASSERT_EQ(aclOnuGemPortUp(kPon, 5), 0);
+  EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}}));
+  EXPECT_EQ(audit(), "");
+}
+
+}  // namespace
+}  // namespace iftest
