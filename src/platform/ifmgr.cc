@@ -71,7 +71,10 @@ int zorIndexTrans(uintptr_t in, uint32_t type, void* out) {
   Device& d = device();
   std::lock_guard lock(d.mutex);
   auto it = d.model.interfaces.find(static_cast<uint32_t>(in));
-  if (it == d.model.interfaces.end()) return kErrNotFound;
+  if (it == d.model.interfaces.end()) {
+    it = d.model.departed.find(static_cast<uint32_t>(in));
+    if (it == d.model.departed.end()) return kErrNotFound;
+  }
   std::span<uint8_t> loc(static_cast<uint8_t*>(out), kLocationLen);
   for (size_t w = 0; w < ZOR_LOC_WORDS; ++w) be::store32(loc, 4 * w, it->second.location[w]);
   return 0;
@@ -154,7 +157,10 @@ int zorIfUnit2Name(uint32_t unit, char* buf, uint32_t len) {
   Device& d = device();
   std::lock_guard lock(d.mutex);
   auto it = d.model.interfaces.find(unit);
-  if (it == d.model.interfaces.end()) return kErrNotFound;
+  if (it == d.model.interfaces.end()) {
+    it = d.model.departed.find(unit);
+    if (it == d.model.departed.end()) return kErrNotFound;
+  }
   const size_t n = std::min<size_t>(it->second.name.size(), len - 1);
   std::memcpy(buf, it->second.name.data(), n);
   buf[n] = '\0';

@@ -152,6 +152,11 @@ struct Model {
   std::vector<uint32_t> systems;
   std::map<std::pair<uint32_t, uint32_t>, Slot> slots;
   std::map<uint32_t, Interface> interfaces;
+  // Interfaces removed since the model was loaded. An index names its location on this platform,
+  // so the index translation still answers for them: a module that handles the removal message
+  // after the interface went can still find the unit and slot of what it programmed there. Not
+  // part of the device file; an interface added again under the same index leaves this map.
+  std::map<uint32_t, Interface> departed;
   std::vector<Neighbour> neighbours;
   std::vector<DetectEntry> detectList;
   std::map<uint32_t, TimeRange> timeRanges;

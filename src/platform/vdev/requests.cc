@@ -158,6 +158,13 @@ json editModel(const std::string& what, const std::function<std::string(json&)>&
       throw RequestError{err};
     }
     out = changeMessages(d.model, m, what);
+    if (what != "model.load") {
+      m.departed = d.model.departed;
+      for (const auto& [index, i] : d.model.interfaces) {
+        if (!m.interfaces.count(index)) m.departed[index] = i;
+      }
+      for (const auto& [index, i] : m.interfaces) m.departed.erase(index);
+    }
     if (extra != nullptr && m.announce) out.insert(out.end(), extra->begin(), extra->end());
     d.model = std::move(m);
   }
@@ -633,7 +640,6 @@ const std::map<std::string, Handler>& handlers() {
       {"system.up", systemUp},
       {"interface.reset", resetInterface},
       {"route.send", routeSend},
-
       {"onu.set", onuSet},
       {"onu.remove", onuRemove},
   };
