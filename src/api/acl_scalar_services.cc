@@ -1,11 +1,12 @@
 // The one place where scalar set reaches the services of other subsystems: CPU defend, NAT, the
-// blacklist and (when built) the global traffic-policy operations.
+// blacklist and the global traffic-policy operations.
 #include <array>
 
 #include "api/acl_scalar_api.h"
 #include "services/acl_blacklist.h"
 #include "services/acl_cpudefend.h"
 #include "services/acl_nat.h"
+#include "services/acl_traffic_policy.h"
 
 namespace {
 
@@ -16,13 +17,13 @@ constexpr std::array<AclScalarService, 13> kScalarServices = {{
     {ACL_SCALAR_CPUDEFEND_DEL, _aclCpudefendGlobaldelEx, nullptr, nullptr},
     {ACL_SCALAR_NAT_ADD, _aclNatGlobaladdEx, nullptr, nullptr},
     {ACL_SCALAR_NAT_DEL, _aclNatGlobaldelEx, nullptr, nullptr},
-    {53, nullptr, nullptr, nullptr},                        // aclTrafficGlobalLoopback
-    {54, nullptr, nullptr, nullptr},                        // aclTrafficGlobalRedirect
-    {55, nullptr, nullptr, nullptr},                        // aclTrafficGlobalFilter
-    {56, nullptr, nullptr, nullptr},                        // aclTrafficGlobalRemark
-    {57, nullptr, nullptr, nullptr},                        // aclTrafficGlobalMirror
-    {58, nullptr, nullptr, nullptr},                        // aclTrafficGlobalLimit
-    {59, nullptr, nullptr, nullptr},                        // aclTrafficGlobalStatistic
+    {53, nullptr, [](const void* r) { return aclTrafficGlobalLoopback(static_cast<const uint8_t*>(r)); }, nullptr},
+    {54, nullptr, [](const void* r) { return aclTrafficGlobalRedirect(static_cast<const uint8_t*>(r)); }, nullptr},
+    {55, nullptr, [](const void* r) { return aclTrafficGlobalFilter(static_cast<const uint8_t*>(r)); }, nullptr},
+    {56, nullptr, [](const void* r) { return aclTrafficGlobalRemark(static_cast<const uint8_t*>(r)); }, nullptr},
+    {57, nullptr, [](const void* r) { return aclTrafficGlobalMirror(static_cast<const uint8_t*>(r)); }, nullptr},
+    {58, nullptr, [](const void* r) { return aclTrafficGlobalLimit(static_cast<const uint8_t*>(r)); }, nullptr},
+    {59, nullptr, [](const void* r) { return aclTrafficGlobalStatistic(static_cast<const uint8_t*>(r)); }, nullptr},
     {ACL_SCALAR_BLACKLIST_ADD, nullptr, nullptr, aclBlackListAdd},
     {ACL_SCALAR_BLACKLIST_DEL, nullptr, nullptr, aclBlackListDel},
 }};

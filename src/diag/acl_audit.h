@@ -23,5 +23,10 @@ std::vector<AclAuditDiff> aclAuditRun();
 // the ACL module has not started.
 nlohmann::json aclAuditReply();
 
-// Registers the "audit" op on the device's control socket; called once after aclInit.
+// The answer of the "bindlist" control op: {"ok": true, "entries": [{ifIndex, kind, dir, list,
+// rule, owner ("acl", "pbr", "trafficpolicy"), refcount}...]} in bind-list order.
+nlohmann::json aclBindListReply();
+
+// Registers the "audit" and "bindlist" ops on the device's control socket; called once after
+// aclInit.
 void aclAuditRegister();

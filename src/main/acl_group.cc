@@ -18,7 +18,9 @@
 #include "platform/hwil.h"
 #include "platform/proc.h"
 #include "platform/rtbus.h"
+#include "hw/acl_policy.h"
 #include "services/acl_blacklist_record.h"
+#include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "wire/be.h"
 
@@ -248,5 +250,7 @@ void aclResetForTest() {
   std::memset(&gaclGrp, 0, sizeof gaclGrp);
   counterResetForTest();
   meterResetForTest();
+  aclTrafficResetForTest();
+  aclHqosResetForTest();
   plat::resetForTest();
 }
