@@ -43,3 +43,7 @@ void aclctlAddAuditCommand(CLI::App& app, AclctlGlobals& globals);
 void aclctlAddSlotCommands(CLI::App& app, AclctlGlobals& globals);
 // "if": interface records, binding lists on their slots, interface statistics.
 void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals);
+// "if hqos" and "if pbr" under the "if" command.
+void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals);
+// "policy": traffic policies applied and removed on an interface or globally.
+void aclctlAddPolicyCommands(CLI::App& app, AclctlGlobals& globals);

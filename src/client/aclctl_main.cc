@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
   aclctlAddServiceCommands(app, globals);
   aclctlAddSlotCommands(app, globals);
   aclctlAddIfCommands(app, globals);
+  aclctlAddPolicyCommands(app, globals);
   aclctlAddAuditCommand(app, globals);
 
   try {
