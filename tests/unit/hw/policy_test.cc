@@ -1,6 +1,7 @@
 // HQoS binding and policy-based redirect on an interface: priorities, the HQoS id kept in the
 // rules, owner conflicts, the redirect's next-hop items, and removals of what does not exist.
 #include "api/acl_if_api.h"
+#include "control/acl_slot.h"
 #include "diag/acl_audit.h"
 #include "hw/acl_policy.h"
 #include "platform/logging.h"
@@ -16,6 +17,21 @@ constexpr uint32_t kList = 1001;
 
 class PolicyTest : public IfTest {
  protected:
+  // Port 201 sits on slot 2 of system 1, with room for every bind type.
+  static void slotReady() {
+    AclSlotEntry* s = aclSlotEntryGet(1, 2);
+    if (s == nullptr) s = aclSlotEntryAdd(1, 2);
+    ASSERT_NE(s, nullptr);
+    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
+  }
+  void SetUp() override {
+    IfTest::SetUp();
+    slotReady();
+  }
+  void fresh(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
+    restart(opts);
+    slotReady();
+  }
   static void expectAuditClean() {
     for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
   }
@@ -37,12 +53,13 @@ class PolicyTest : public IfTest {
     std::vector<std::pair<uint32_t, uint32_t>> out;
     if (it == t.entries.end() || !it->second.tlv) return out;
     const Bytes& m = it->second.data;
-    const uint32_t actionAt = acldev::kTlvHeaderLen + be::load16(m.data() + acldev::kTlvHeaderLen);
-    const uint32_t end = actionAt + be::load16(m.data() + actionAt);
-    for (uint32_t at = actionAt + 2; at + 4 <= end;) {
-      const uint32_t type = be::load16(m.data() + at), len = be::load16(m.data() + at + 2);
+    const uint32_t actionAt = acldev::kTlvHeaderLen + be::load16(m, acldev::kTlvHeaderLen);
+    const uint32_t end = actionAt + be::load16(m, actionAt);
+    // Items: a type byte, a length byte, the value.
+    for (uint32_t at = actionAt + 2; at + 2 <= end && at + 2 <= m.size();) {
+      const uint32_t type = m[at], len = m[at + 1];
       out.emplace_back(type, len);
-      at += 4 + len;
+      at += 2 + len;
     }
     return out;
   }
@@ -95,7 +112,7 @@ TEST_F(PolicyTest, HqosRefusalsAndRollback) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    restart();
+    fresh();
     listOf(kList, {1, 2});
     c.setup();
     EXPECT_EQ(_aclHqosIfAdd(c.ifIndex, c.lst, 0, 5), c.want);
@@ -142,7 +159,7 @@ TEST_F(PolicyTest, PbrRedirectItemsAndRemoval) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    restart();
+    fresh();
     AclListEntry* l = listOf(c.lst, {1});
     const Bytes req = pbr(c.lst, c.code, c.param);
     ASSERT_EQ(aclPbrIfAdd(req.data()), 0);

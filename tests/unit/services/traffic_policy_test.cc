@@ -1,5 +1,6 @@
 // Traffic policies on an interface and globally: what each operation puts in the hardware, the
 // undo of a partial application, the bind-list accounting and the audit afterwards.
+#include "control/acl_slot.h"
 #include "diag/acl_audit.h"
 #include "hw/acl_if_record.h"
 #include "platform/logging.h"
@@ -16,6 +17,21 @@ constexpr uint32_t kList = 1001;
 
 class TrafficPolicyTest : public IfTest {
  protected:
+  // Port 201 sits on slot 2 of system 1, with room for every bind type.
+  static void slotReady() {
+    AclSlotEntry* s = aclSlotEntryGet(1, 2);
+    if (s == nullptr) s = aclSlotEntryAdd(1, 2);
+    ASSERT_NE(s, nullptr);
+    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
+  }
+  void SetUp() override {
+    IfTest::SetUp();
+    slotReady();
+  }
+  void fresh(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
+    restart(opts);
+    slotReady();
+  }
   // A request for every rule of kList (or one), inbound, apply or remove.
   static Bytes request(uint8_t op, uint32_t rule = 0, Bytes data = {}) {
     Bytes r(ACL_TRAFFIC_REQ_LEN, 0);
@@ -82,7 +98,7 @@ TEST_F(TrafficPolicyTest, EachOperationInstallsItsActionsAndRemovesThem) {
   };
   for (const Op& op : ops) {
     SCOPED_TRACE(op.name);
-    restart();
+    fresh();
     // Filters take valid rules; the other operations take rules not made valid yet.
     const bool filter = op.fn == aclTrafficIfFilter;
     AclListEntry* l = rules(3, filter ? ACL_RULE_STATUS_VALID : ACL_RULE_STATUS_CREATED);
@@ -159,7 +175,7 @@ TEST_F(TrafficPolicyTest, RefusalsLeaveNothingBehind) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    restart();
+    fresh();
     AclListEntry* l = rules(3, ACL_RULE_STATUS_VALID);
     c.setup(l);
     const UnitView before = units();
@@ -195,7 +211,7 @@ TEST_F(TrafficPolicyTest, OneRuleEntryCountsItsUsers) {
 TEST_F(TrafficPolicyTest, GlobalPoliciesInBothForms) {
   for (const char* tlv : {"false", "true"}) {
     SCOPED_TRACE(tlv);
-    restart({{"acl.tlvenable", tlv}});
+    fresh({{"acl.tlvenable", tlv}});
     AclListEntry* l = rules(3, ACL_RULE_STATUS_VALID);
     const Bytes apply = request(1);
     ASSERT_EQ(aclTrafficGlobalFilter(apply.data()), 0);
