@@ -161,7 +161,7 @@ class Audit {
     eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
       const int32_t want = held.contains(l.lstIdx) ? held[l.lstIdx] : 0;
       if (l.refCnt != want) {
-        diff("refCnt", "list %u has refCnt %d, its bindings hold it %d time(s)", l.lstIdx,
+        diff("refCnt", "list %u has refCnt %d, its bind slots hold it %d time(s)", l.lstIdx,
              l.refCnt, want);
       }
     });
@@ -409,7 +409,7 @@ class Audit {
         if (e->tlv != wantTlv) {
           diff("hardware", "%s holds list %u rule %u dir %u as a %s, %s calls for a %s",
                scopeName(k).c_str(), lst, rule, dir, e->tlv ? "TLV message" : "rule record",
-               w.by.c_str(), wantTlv ? "TLV message" : "rule record");
+               w.tlv < 0 ? "tlvEnable" : w.by.c_str(), wantTlv ? "TLV message" : "rule record");
         }
       }
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "hw/acl_dev_traffic.h"
+#include "wire/acl_ret_traffic.h"
 
 struct AclListEntry;
 struct AclRuleEntry;
@@ -25,9 +26,6 @@ constexpr uint32_t ACL_TRAFFIC_REQ_DATA = 16;  // the operation's data
 constexpr uint32_t ACL_TRAFFIC_REQ_LEN = 56;
 constexpr uint8_t ACL_TRAFFIC_OP_APPLY = 1;
 
-// Result codes of the policies.
-constexpr int32_t ACL_ERR_TRAFFIC_RULE_VALID = 0x03EA0049;
-constexpr int32_t ACL_ERR_FILTER_NO_ACTION = 0x03EA004B;
 // A global hardware step could not have its buffer.
 constexpr int32_t ACL_TRAFFIC_GLOBAL_NO_BUFFER = 12;
 
