@@ -10,6 +10,12 @@
 
 namespace {
 
+// A global traffic-policy operation as the table hands it its record.
+template <int32_t (*Op)(const uint8_t*)>
+int32_t record(const void* r) {
+  return Op(static_cast<const uint8_t*>(r));
+}
+
 // Each entry names its function in the member its payload calls for: withBuf for 22 to 25,
 // withRecord for 53 to 59, withWords for 67 and 68. A service not built yet keeps all three null.
 constexpr std::array<AclScalarService, 13> kScalarServices = {{
@@ -17,13 +23,13 @@ constexpr std::array<AclScalarService, 13> kScalarServices = {{
     {ACL_SCALAR_CPUDEFEND_DEL, _aclCpudefendGlobaldelEx, nullptr, nullptr},
     {ACL_SCALAR_NAT_ADD, _aclNatGlobaladdEx, nullptr, nullptr},
     {ACL_SCALAR_NAT_DEL, _aclNatGlobaldelEx, nullptr, nullptr},
-    {53, nullptr, [](const void* r) { return aclTrafficGlobalLoopback(static_cast<const uint8_t*>(r)); }, nullptr},
-    {54, nullptr, [](const void* r) { return aclTrafficGlobalRedirect(static_cast<const uint8_t*>(r)); }, nullptr},
-    {55, nullptr, [](const void* r) { return aclTrafficGlobalFilter(static_cast<const uint8_t*>(r)); }, nullptr},
-    {56, nullptr, [](const void* r) { return aclTrafficGlobalRemark(static_cast<const uint8_t*>(r)); }, nullptr},
-    {57, nullptr, [](const void* r) { return aclTrafficGlobalMirror(static_cast<const uint8_t*>(r)); }, nullptr},
-    {58, nullptr, [](const void* r) { return aclTrafficGlobalLimit(static_cast<const uint8_t*>(r)); }, nullptr},
-    {59, nullptr, [](const void* r) { return aclTrafficGlobalStatistic(static_cast<const uint8_t*>(r)); }, nullptr},
+    {53, nullptr, record<aclTrafficGlobalLoopback>, nullptr},
+    {54, nullptr, record<aclTrafficGlobalRedirect>, nullptr},
+    {55, nullptr, record<aclTrafficGlobalFilter>, nullptr},
+    {56, nullptr, record<aclTrafficGlobalRemark>, nullptr},
+    {57, nullptr, record<aclTrafficGlobalMirror>, nullptr},
+    {58, nullptr, record<aclTrafficGlobalLimit>, nullptr},
+    {59, nullptr, record<aclTrafficGlobalStatistic>, nullptr},
     {ACL_SCALAR_BLACKLIST_ADD, nullptr, nullptr, aclBlackListAdd},
     {ACL_SCALAR_BLACKLIST_DEL, nullptr, nullptr, aclBlackListDel},
 }};

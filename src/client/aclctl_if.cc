@@ -242,8 +242,8 @@ struct BindEntry {
 void ownersOf(const AclctlGlobals& g, std::vector<BindEntry>& entries) {
   nlohmann::json reply;
   std::string err;
-  if (!aclclient::devRequest(aclclient::devSocketPath(g.runDir), {{"op", "bindlist"}}, &reply,
-                             &err, 2000) ||
+  if (!aclclient::devRequest(aclclient::devSocketPath(g.runDir), {{"op", "bindlist"}}, &reply, &err,
+                             2000) ||
       !reply.value("ok", false) || !reply["entries"].is_array()) {
     return;
   }

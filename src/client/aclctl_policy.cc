@@ -30,8 +30,8 @@ constexpr uint32_t kIfSet = 19;
 constexpr uint32_t kReqLen = 56;
 constexpr uint32_t kPbrLen = 80;
 
-const char* const kOps[] = {"loopback", "redirect", "filter", "remark", "mirror", "limit",
-                            "statistic"};
+const char* const kOps[] = {"loopback", "redirect", "filter",   "remark",
+                            "mirror",   "limit",    "statistic"};
 const char* const kDirs[] = {"in", "out", "vfp"};
 
 [[noreturn]] void usage(const std::string& text) {
@@ -172,7 +172,8 @@ void fillData(const PolicyArgs& a, std::vector<uint8_t>& req) {
     be::store16(d, 4, static_cast<uint16_t>(a.outActions));
     const auto words = a.outParam.empty() ? std::vector<std::string>() : split(a.outParam);
     if (words.size() > 6) usage("--out-param takes at most 6 words");
-    for (size_t i = 0; i < words.size(); ++i) be::store32(d, 16 + 4 * i, number(words[i], "--out-param"));
+    for (size_t i = 0; i < words.size(); ++i)
+      be::store32(d, 16 + 4 * i, number(words[i], "--out-param"));
   } else if (a.op == "loopback") {
     if (!a.saMac.empty()) {
       const auto m = mac(a.saMac, "--sa-mac");
@@ -221,9 +222,10 @@ void runPolicy(const AclctlGlobals& g, const PolicyArgs& a, bool apply) {
                       {"rule", a.rule},
                       {"dir", a.dir}};
   if (a.ifIndex) out["ifIndex"] = *a.ifIndex;
-  aclclient::reportResult(g, std::string(apply ? "apply " : "remove ") + a.op + " " + target + " " +
-                                 a.dir + " " + where,
-                          ret, out);
+  aclclient::reportResult(
+      g,
+      std::string(apply ? "apply " : "remove ") + a.op + " " + target + " " + a.dir + " " + where,
+      ret, out);
 }
 
 void addPolicyVerb(CLI::App* cmd, AclctlGlobals& globals, bool apply) {
@@ -240,7 +242,8 @@ void addPolicyVerb(CLI::App* cmd, AclctlGlobals& globals, bool apply) {
   sub->add_option("--rule", a->rule, "one rule of the list (default: every rule)");
   sub->add_option("--dir", a->dir, "in, out or vfp (default in)");
   sub->add_flag("--keep-bind-list", a->keep, "leave the interface's bind-list entries alone");
-  sub->add_option("--action", a->action, "filter: action code or name (default: the rule's own permit or deny)");
+  sub->add_option("--action", a->action,
+                  "filter: action code or name (default: the rule's own permit or deny)");
   sub->add_option("--to", a->to, "redirect: cpu, port:N, nexthop:IPV4 or nexthop6:IPV6");
   sub->add_option("--inner-dot1p", a->innerDot1p, "remark: inner 802.1p");
   sub->add_option("--outer-dot1p", a->outerDot1p, "remark: outer 802.1p");
@@ -286,7 +289,8 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
   const std::string rest = colon == std::string::npos ? "" : a.to.substr(colon + 1);
   auto hops = [&](size_t len, size_t max) {
     const auto parts = split(rest);
-    if (parts.empty() || parts.size() > max) usage("--to " + kind + " takes 1 to " + std::to_string(max) + " addresses");
+    if (parts.empty() || parts.size() > max)
+      usage("--to " + kind + " takes 1 to " + std::to_string(max) + " addresses");
     for (size_t i = 0; i < parts.size(); ++i) {
       const auto addr = ip(parts[i], len);
       std::copy(addr.begin(), addr.end(), req.begin() + 16 + static_cast<ptrdiff_t>(i * len));
@@ -308,7 +312,8 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
     req[9] = RULE_ACTION_IP6OUTPUT_MULTIHOP;
     hops(16, 4);
   } else {
-    usage("--to is port:N, nexthop:IPV4, multihop:IPV4[,...], nexthop6:IPV6 or multihop6:IPV6[,...]");
+    usage(
+        "--to is port:N, nexthop:IPV4, multihop:IPV4[,...], nexthop6:IPV6 or multihop6:IPV6[,...]");
   }
   return req;
 }
@@ -317,7 +322,8 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
 
 void aclctlAddPolicyCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* cmd = app.add_subcommand(
-      "policy", "Traffic policies on a list's rules, on an interface (--if) or globally (--global)");
+      "policy",
+      "Traffic policies on a list's rules, on an interface (--if) or globally (--global)");
   cmd->require_subcommand(1);
   addPolicyVerb(cmd, globals, true);
   addPolicyVerb(cmd, globals, false);
@@ -363,12 +369,14 @@ void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals) {
   pbr->require_subcommand(1);
   for (const bool add : {true, false}) {
     auto a = std::make_shared<PbrArgs>();
-    auto* sub = pbr->add_subcommand(add ? "add" : "del", add ? "Redirect" : "Take the redirect off");
+    auto* sub =
+        pbr->add_subcommand(add ? "add" : "del", add ? "Redirect" : "Take the redirect off");
     sub->add_option("ifindex", a->ifIndex, "interface index")->required();
     sub->add_option("dir", a->dir, "in, out or vfp")->required();
     sub->add_option("list", a->lst, "list number")->required();
-    sub->add_option("--to", a->to,
-                    "port:N, nexthop:IPV4, multihop:IPV4[,...], nexthop6:IPV6, multihop6:IPV6[,...]")
+    sub->add_option(
+           "--to", a->to,
+           "port:N, nexthop:IPV4, multihop:IPV4[,...], nexthop6:IPV6, multihop6:IPV6[,...]")
         ->required();
     sub->add_option("--vrf", a->vrf, "VRF id (0: none)");
     sub->add_option("--precedence", a->precedence, "precedence value (0: none)");

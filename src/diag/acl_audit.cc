@@ -31,9 +31,9 @@
 #include "hw/acl_if_record.h"
 #include "hw/acl_policy.h"
 #include "main/acl_group.h"
-#include "services/acl_traffic_policy.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/model.h"
+#include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
@@ -186,12 +186,13 @@ class Audit {
       }
       // A policy's entry names one rule and has a user; a redirect's names the whole list.
       if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC && (e.ruleIdx == 0 || e.refcount == 0)) {
-        diff("bindList", "traffic-policy entry (interface %u, list %u, rule %u, dir %u) has refcount %u",
+        diff("bindList",
+             "traffic-policy entry (interface %u, list %u, rule %u, dir %u) has refcount %u",
              e.ifIndex, e.lstIdx, e.ruleIdx, unsigned{e.dir}, unsigned{e.refcount});
       }
       if (e.bindOwner == ACL_BIND_OWNER_PBR && e.ruleIdx != 0) {
-        diff("bindList", "redirect entry (interface %u, list %u, dir %u) names rule %u",
-             e.ifIndex, e.lstIdx, unsigned{e.dir}, e.ruleIdx);
+        diff("bindList", "redirect entry (interface %u, list %u, dir %u) names rule %u", e.ifIndex,
+             e.lstIdx, unsigned{e.dir}, e.ruleIdx);
       }
     });
     eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {

@@ -59,7 +59,8 @@ void statsGive(const AclRuleEntry* r, uint32_t dir) {
   const AclStatsIndex k = statsKey(r, dir);
   AclStatsEntry* s = aclStatsGetEntry(k);
   if (s == nullptr) {
-    aclDebug(ACL_LOG_IF, "ACL interface [hqos del] error. (Reason=[filter %d/%u stats delete ERROR])\r\n",
+    aclDebug(ACL_LOG_IF,
+             "ACL interface [hqos del] error. (Reason=[filter %d/%u stats delete ERROR])\r\n",
              num(r->lstIdx), r->ruleIdx);
     return;
   }
@@ -75,16 +76,16 @@ bool counts(const AclRuleEntry* r) {
 }
 
 // Translates the rule and sends it to the interface.
-int32_t send(Buffer& buf, AclRuleEntry* r, const AclListEntry* list, uint32_t ifIndex,
-             uint32_t dir, bool remove, bool* transFailed) {
+int32_t send(Buffer& buf, AclRuleEntry* r, const AclListEntry* list, uint32_t ifIndex, uint32_t dir,
+             bool remove, bool* transFailed) {
   *transFailed = false;
   std::fill(buf.data(), buf.data() + buf.len(), 0);
   const auto dir8 = static_cast<uint8_t>(dir);
   if (buf.tlv()) {
     uint16_t len = 0;
     const uint32_t ret =
-        aclDevTransNew(r, dir8, remove ? 1 : 0, list->counterShared, list->meterShared,
-                       r->priority, 0, list->activeRuleNum, 0, 0, 0, buf.data(), &len);
+        aclDevTransNew(r, dir8, remove ? 1 : 0, list->counterShared, list->meterShared, r->priority,
+                       0, list->activeRuleNum, 0, 0, 0, buf.data(), &len);
     if (ret != 0) {
       *transFailed = true;
       return static_cast<int32_t>(ret);
@@ -134,7 +135,8 @@ int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
   }
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr) {
-    aclDebug(ACL_LOG_IF, "ACL interface [hqos add] error. (Reason=[filter-list %d entry is NULL])\r\n",
+    aclDebug(ACL_LOG_IF,
+             "ACL interface [hqos add] error. (Reason=[filter-list %d entry is NULL])\r\n",
              num(lstIdx));
     return ACL_ERR_LIST_NOT_EXIST;
   }
@@ -145,7 +147,8 @@ int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
     return ACL_ERR_LIST_EMPTY;
   }
   if (const int32_t ret = aclRuleStatusCheck(list); ret != 0) {
-    aclDebug(ACL_LOG_IF, "ACL interface [hqos add] error. (Reason=[filter-list %d status is ERROR])\r\n",
+    aclDebug(ACL_LOG_IF,
+             "ACL interface [hqos add] error. (Reason=[filter-list %d status is ERROR])\r\n",
              num(lstIdx));
     return ret;
   }
@@ -190,7 +193,8 @@ int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
       continue;
     }
     if (transFailed) {
-      aclDebug(ACL_LOG_IF, "ACL interface [hqos add] error. (Reason=[filter %d/%u dev trans error])\r\n",
+      aclDebug(ACL_LOG_IF,
+               "ACL interface [hqos add] error. (Reason=[filter %d/%u dev trans error])\r\n",
                num(r->lstIdx), r->ruleIdx);
     } else {
       aclDebug(ACL_LOG_IF,
@@ -213,7 +217,8 @@ int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
 int32_t _aclHqosIfDel(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t /*hqosId*/) {
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr) {
-    aclDebug(ACL_LOG_IF, "ACL interface [hqos del] error. (Reason=[filter-list %d entry is NULL])\r\n",
+    aclDebug(ACL_LOG_IF,
+             "ACL interface [hqos del] error. (Reason=[filter-list %d entry is NULL])\r\n",
              num(lstIdx));
     return ACL_ERR_LIST_NOT_EXIST;
   }
@@ -231,7 +236,8 @@ int32_t _aclHqosIfDel(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
     bool transFailed = false;
     const int32_t ret = send(buf, r, list, ifIndex, dir, true, &transFailed);
     if (transFailed) {
-      aclDebug(ACL_LOG_IF, "ACL interface [hqos del] error. (Reason=[filter %d/%u dev trans error])\r\n",
+      aclDebug(ACL_LOG_IF,
+               "ACL interface [hqos del] error. (Reason=[filter %d/%u dev trans error])\r\n",
                num(r->lstIdx), r->ruleIdx);
       return ret;
     }
@@ -276,7 +282,8 @@ int32_t aclHqosIfDel(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t h
 std::vector<AclHqosBinding> aclHqosBindings() {
   std::vector<AclHqosBinding> out;
   for (const auto& [k, n] : held()) {
-    for (uint32_t i = 0; i < n; ++i) out.push_back({std::get<0>(k), std::get<1>(k), std::get<2>(k)});
+    for (uint32_t i = 0; i < n; ++i)
+      out.push_back({std::get<0>(k), std::get<1>(k), std::get<2>(k)});
   }
   return out;
 }

@@ -40,8 +40,13 @@ struct Pbr {
 
 Pbr readPbr(const uint8_t* req) {
   std::span<const uint8_t> r(req, ACL_PBR_REQ_LEN);
-  return {be::load32(r, ACL_PBR_IF), be::load32(r, ACL_PBR_LST),  r[ACL_PBR_DIR], r[ACL_PBR_CODE],
-          r.subspan(ACL_PBR_PRECEDENCE, 4), be::load32(r, ACL_PBR_VRF), r.subspan(ACL_PBR_PARAM, 64)};
+  return {be::load32(r, ACL_PBR_IF),
+          be::load32(r, ACL_PBR_LST),
+          r[ACL_PBR_DIR],
+          r[ACL_PBR_CODE],
+          r.subspan(ACL_PBR_PRECEDENCE, 4),
+          be::load32(r, ACL_PBR_VRF),
+          r.subspan(ACL_PBR_PARAM, 64)};
 }
 
 bool knownCode(uint8_t code) {
@@ -140,7 +145,8 @@ int32_t aclPbrIfAdd(const uint8_t* req) {
   if (!knownCode(p.code)) return CMN_ERR_NOT_SUPPORTED;
   int32_t ret = aclIfListConflict(p.ifIndex, p.lstIdx, p.dir, ACL_BIND_OWNER_PBR);
   // The same redirect twice would count the binding twice under one entry.
-  if (ret == 0 && aclIfListGet(p.ifIndex, static_cast<uint8_t>(type), p.dir, p.lstIdx, 0) != nullptr) {
+  if (ret == 0 &&
+      aclIfListGet(p.ifIndex, static_cast<uint8_t>(type), p.dir, p.lstIdx, 0) != nullptr) {
     ret = ACL_ERR_SHARED_IN_USE;
   }
   if (ret != 0) {

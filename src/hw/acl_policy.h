@@ -9,13 +9,13 @@
 
 // The PBR request (big-endian), 80 bytes.
 constexpr uint32_t ACL_PBR_REQ_LEN = 80;
-constexpr uint32_t ACL_PBR_IF = 0;          // u32
-constexpr uint32_t ACL_PBR_LST = 4;         // u32
-constexpr uint32_t ACL_PBR_DIR = 8;         // u8
-constexpr uint32_t ACL_PBR_CODE = 9;        // u8: 4, 7, 8, 46 or 50
-constexpr uint32_t ACL_PBR_PRECEDENCE = 10; // 4 bytes, used when the first is not 0
-constexpr uint32_t ACL_PBR_VRF = 12;        // u32, 0 = none
-constexpr uint32_t ACL_PBR_PARAM = 16;      // 64 bytes of redirect parameters
+constexpr uint32_t ACL_PBR_IF = 0;           // u32
+constexpr uint32_t ACL_PBR_LST = 4;          // u32
+constexpr uint32_t ACL_PBR_DIR = 8;          // u8
+constexpr uint32_t ACL_PBR_CODE = 9;         // u8: 4, 7, 8, 46 or 50
+constexpr uint32_t ACL_PBR_PRECEDENCE = 10;  // 4 bytes, used when the first is not 0
+constexpr uint32_t ACL_PBR_VRF = 12;         // u32, 0 = none
+constexpr uint32_t ACL_PBR_PARAM = 16;       // 64 bytes of redirect parameters
 
 // The HQoS request: three big-endian words lstIdx, direction, HQoS id.
 constexpr uint32_t ACL_HQOS_REQ_LEN = 12;

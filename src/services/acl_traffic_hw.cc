@@ -10,8 +10,8 @@
 #include "main/acl_log.h"
 #include "services/acl_traffic_policy.h"
 #include "store/acl_rule_trans.h"
-#include "wire/acl_dev_layout.h"
 #include "wire/acl_bits.h"
+#include "wire/acl_dev_layout.h"
 #include "wire/acl_ret.h"
 
 namespace {
@@ -32,8 +32,8 @@ struct Texts {
   const char* prefix;
   uint32_t cls;
   const char* allocOp;
-  const char* transOp;      // TLV translation
-  const char* recTransOp;   // record translation
+  const char* transOp;     // TLV translation
+  const char* recTransOp;  // record translation
   const char* sendOp;
 };
 
@@ -66,9 +66,9 @@ int32_t step(const Step& s, const uint8_t* req, AclListEntry* list, AclRuleEntry
   int32_t ret = 0;
   if (tlv) {
     uint16_t len = 0;
-    if (const uint32_t tr = aclTrafficDevTransTlv(&policy, copy, s.add ? 2 : 3,
-                                                  list->counterShared, list->meterShared,
-                                                  copy->priority, counter, meter, buf.data(), &len);
+    if (const uint32_t tr = aclTrafficDevTransTlv(&policy, copy, s.add ? 2 : 3, list->counterShared,
+                                                  list->meterShared, copy->priority, counter, meter,
+                                                  buf.data(), &len);
         tr != 0) {
       aclDebug(t.cls, "%s [%s] error. (Reason=[filter %d/%u dev trans error])\r\n", t.prefix,
                t.transOp, num(copy->lstIdx), copy->ruleIdx);
@@ -95,11 +95,10 @@ int32_t step(const Step& s, const uint8_t* req, AclListEntry* list, AclRuleEntry
   }
   if (ret != 0) {
     if (s.global) {
-      aclDebug(t.cls, "%s [%s] error. (Reason=[filter %d/%u add error. (dir = %d)])\r\n",
-               t.prefix, t.sendOp, num(copy->lstIdx), copy->ruleIdx, dir);
+      aclDebug(t.cls, "%s [%s] error. (Reason=[filter %d/%u add error. (dir = %d)])\r\n", t.prefix,
+               t.sendOp, num(copy->lstIdx), copy->ruleIdx, dir);
     } else {
-      aclDebug(t.cls,
-               "%s [%s] error. (Reason=[filter %d/%u add error. (dir = %d, unit = %d)])\r\n",
+      aclDebug(t.cls, "%s [%s] error. (Reason=[filter %d/%u add error. (dir = %d, unit = %d)])\r\n",
                t.prefix, t.sendOp, num(copy->lstIdx), copy->ruleIdx, dir, num(s.ifIndex));
     }
     return ret;

@@ -37,9 +37,12 @@ struct Request {
 
 Request readRequest(const uint8_t* req) {
   std::span<const uint8_t> r(req, ACL_TRAFFIC_REQ_LEN);
-  return {be::load32(r, ACL_TRAFFIC_REQ_LST),  be::load32(r, ACL_TRAFFIC_REQ_RULE),
-          r[ACL_TRAFFIC_REQ_DIR],              r[ACL_TRAFFIC_REQ_OP] == ACL_TRAFFIC_OP_APPLY,
-          be::load32(r, ACL_TRAFFIC_REQ_KEEP), r};
+  return {be::load32(r, ACL_TRAFFIC_REQ_LST),
+          be::load32(r, ACL_TRAFFIC_REQ_RULE),
+          r[ACL_TRAFFIC_REQ_DIR],
+          r[ACL_TRAFFIC_REQ_OP] == ACL_TRAFFIC_OP_APPLY,
+          be::load32(r, ACL_TRAFFIC_REQ_KEEP),
+          r};
 }
 
 struct OpInfo {
@@ -153,8 +156,10 @@ int32_t buildActions(AclTrafficOp op, const Request& q, AclRuleEntry* stored, Ac
       pick(RULE_ACTION_DSCP, [&] { add32(RULE_ACTION_DSCP, 9, d[9]); });
       pick(RULE_ACTION_DA_REWRITE, [&] { add(RULE_ACTION_DA_REWRITE, 42, d.subspan(10, 6)); });
       pick(RULE_ACTION_PRECEDENCE, [&] { add32(RULE_ACTION_PRECEDENCE, 39, d[16]); });
-      pick(RULE_ACTION_REPLACE_OVID, [&] { add32(RULE_ACTION_REPLACE_OVID, 5, be::load16(d, 20)); });
-      pick(RULE_ACTION_REPLACE_IVID, [&] { add32(RULE_ACTION_REPLACE_IVID, 6, be::load16(d, 22)); });
+      pick(RULE_ACTION_REPLACE_OVID,
+           [&] { add32(RULE_ACTION_REPLACE_OVID, 5, be::load16(d, 20)); });
+      pick(RULE_ACTION_REPLACE_IVID,
+           [&] { add32(RULE_ACTION_REPLACE_IVID, 6, be::load16(d, 22)); });
       break;
     }
     case AclTrafficOp::Mirror:
@@ -268,8 +273,8 @@ int32_t run(const Scope& s, AclTrafficOp op, const uint8_t* req) {
   const char* glbArea = s.global && op == AclTrafficOp::Limit ? "statistic" : area;
   AclListEntry* list = aclListEntryGet(q.lstIdx);
   if (list == nullptr) {
-    aclDebug(s.cls, "%s [%s] error. (Reason=[filter-list %d entry is NULL])\r\n", s.prefix,
-             glbArea, num(q.lstIdx));
+    aclDebug(s.cls, "%s [%s] error. (Reason=[filter-list %d entry is NULL])\r\n", s.prefix, glbArea,
+             num(q.lstIdx));
     return ACL_ERR_LIST_NOT_EXIST;
   }
   if (list->ruleNum == 0) {
@@ -281,8 +286,8 @@ int32_t run(const Scope& s, AclTrafficOp op, const uint8_t* req) {
   if (q.ruleIdx != 0) {
     only = aclRuleEntryGet(list, q.ruleIdx);
     if (only == nullptr) {
-      aclDebug(s.cls, "%s [%s] error. (Reason=[filter %d/%u entry is NULL])\r\n", s.prefix,
-               glbArea, num(q.lstIdx), q.ruleIdx);
+      aclDebug(s.cls, "%s [%s] error. (Reason=[filter %d/%u entry is NULL])\r\n", s.prefix, glbArea,
+               num(q.lstIdx), q.ruleIdx);
       return CMN_ERR_NOT_FOUND;
     }
   }
@@ -457,7 +462,8 @@ int32_t aclTrafficIfByCmd(uint32_t ifIndex, uint32_t ifCmd, const uint8_t* req) 
 std::vector<AclTrafficGlobalRule> aclTrafficGlobalRules() {
   std::vector<AclTrafficGlobalRule> out;
   for (const auto& [k, n] : globalHeld()) {
-    for (uint32_t i = 0; i < n; ++i) out.push_back({std::get<0>(k), std::get<1>(k), std::get<2>(k)});
+    for (uint32_t i = 0; i < n; ++i)
+      out.push_back({std::get<0>(k), std::get<1>(k), std::get<2>(k)});
   }
   return out;
 }

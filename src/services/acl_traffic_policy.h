@@ -16,10 +16,10 @@ struct AclListEntry;
 struct AclRuleEntry;
 
 // The request record (big-endian), as a client hands it by address.
-constexpr uint32_t ACL_TRAFFIC_REQ_LST = 0;   // u32
-constexpr uint32_t ACL_TRAFFIC_REQ_RULE = 4;  // u32, 0 = every rule
-constexpr uint32_t ACL_TRAFFIC_REQ_DIR = 8;   // u8
-constexpr uint32_t ACL_TRAFFIC_REQ_OP = 9;    // u8, 1 apply, anything else remove
+constexpr uint32_t ACL_TRAFFIC_REQ_LST = 0;    // u32
+constexpr uint32_t ACL_TRAFFIC_REQ_RULE = 4;   // u32, 0 = every rule
+constexpr uint32_t ACL_TRAFFIC_REQ_DIR = 8;    // u8
+constexpr uint32_t ACL_TRAFFIC_REQ_OP = 9;     // u8, 1 apply, anything else remove
 constexpr uint32_t ACL_TRAFFIC_REQ_KEEP = 12;  // u32, non-zero: leave the bind-list entries alone
 constexpr uint32_t ACL_TRAFFIC_REQ_DATA = 16;  // the operation's data
 // The longest record any operation reads (the limit's out-action block ends at 56).

@@ -29,7 +29,8 @@ class PolicyE2e : public AclE2eTest {
   }
   json storedActions() {
     json out = json::array();
-    for (const auto& r : run({"--json", "rule", "show", "1001"})["rules"]) out.push_back(r["actions"]);
+    for (const auto& r : run({"--json", "rule", "show", "1001"})["rules"])
+      out.push_back(r["actions"]);
     return out;
   }
 };
@@ -64,11 +65,23 @@ TEST_F(PolicyE2e, FilterOnAPortShowsTheCopiesAndLeavesTheRulesAlone) {
 TEST_F(PolicyE2e, RawInterfaceSetAndRefusalsByCode) {
   twoRules();
   // The traffic-policy record by address, as another module sends it: interface set 36.
-  std::string rec = "p:000003e9" "00000000" "0001" "0000" "00000000" "00000000";
+  std::string rec =
+      "p:000003e9"
+      "00000000"
+      "0001"
+      "0000"
+      "00000000"
+      "00000000";
   EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
   EXPECT_EQ(port201().size(), 2u);
   expectAuditClean();
-  rec = "p:000003e9" "00000000" "0002" "0000" "00000000" "00000000";
+  rec =
+      "p:000003e9"
+      "00000000"
+      "0002"
+      "0000"
+      "00000000"
+      "00000000";
   EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
   EXPECT_TRUE(port201().empty());
 
@@ -76,9 +89,8 @@ TEST_F(PolicyE2e, RawInterfaceSetAndRefusalsByCode) {
   EXPECT_EQ(run({"call", "aclIfSetApi", "201", "20", "dlen:40"})["ret"], 0x03E8000D);
   EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", "p:"})["ret"], 0x03E8001A);
   // Redirect code 8 is not a traffic-policy redirect.
-  const json j = run({"--json", "policy", "apply", "redirect", "--global", "--list", "1001",
-                      "--to", "8"},
-                     1);
+  const json j =
+      run({"--json", "policy", "apply", "redirect", "--global", "--list", "1001", "--to", "8"}, 1);
   EXPECT_EQ(j["ret_hex"], "0x03EA0049");  // the rules are valid: refused before the code
   expectAuditClean();
 }

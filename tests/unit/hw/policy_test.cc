@@ -125,9 +125,9 @@ TEST_F(PolicyTest, PbrRefusedOnAListBoundByTheAcl) {
   gaclGrp.debugFlags |= 0x02;
   listOf(kList, {1});
   ASSERT_NE(aclIfEntryAdd(kPort), nullptr);
-  ASSERT_EQ(aclIfRuleUpdate(kPort, ACL_LIST_TYPE_IPV4, 0, kList,
-                            &aclIfEntryGet(kPort)->slots.inIpv4Acl),
-            0);
+  ASSERT_EQ(
+      aclIfRuleUpdate(kPort, ACL_LIST_TYPE_IPV4, 0, kList, &aclIfEntryGet(kPort)->slots.inIpv4Acl),
+      0);
   const Bytes req = pbr(kList, RULE_ACTION_OUTPUT_NEXTHOP, ip4("10.0.0.1"));
   EXPECT_EQ(aclPbrIfAdd(req.data()), ACL_ERR_SHARED_IN_USE);
   EXPECT_TRUE(logged("[pbr redirect add] error. (Reason=[filter-list 1001 binded])"));
@@ -152,10 +152,18 @@ TEST_F(PolicyTest, PbrRedirectItemsAndRemoval) {
     uint32_t priority;
   };
   const std::vector<Case> cases = {
-      {"IPv6 multi-hop", 3001, RULE_ACTION_IP6OUTPUT_MULTIHOP, hop6,
-       {{46, 16}, {47, 16}, {48, 16}, {49, 16}}, 1},
-      {"IPv4 next hop on a hybrid list", 2001, RULE_ACTION_OUTPUT_NEXTHOP, ip4("10.0.0.1"),
-       {{7, 4}}, 1025},
+      {"IPv6 multi-hop",
+       3001,
+       RULE_ACTION_IP6OUTPUT_MULTIHOP,
+       hop6,
+       {{46, 16}, {47, 16}, {48, 16}, {49, 16}},
+       1},
+      {"IPv4 next hop on a hybrid list",
+       2001,
+       RULE_ACTION_OUTPUT_NEXTHOP,
+       ip4("10.0.0.1"),
+       {{7, 4}},
+       1025},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -192,8 +200,7 @@ TEST_F(PolicyTest, InterfaceSetPayloads) {
   EXPECT_EQ(aclIfSetApi(kPort, 20, reinterpret_cast<uintptr_t>(&shortDesc)), CMN_ERR_BUFFER_SHORT);
   EXPECT_EQ(aclIfSetApi(kPort, 21, reinterpret_cast<uintptr_t>(&noData)), CMN_ERR_BAD_PARAM);
   for (uint32_t cmd : {18u, 19u, 34u, 36u, 40u}) {
-    EXPECT_EQ(aclIfSetApi(kPort, cmd, reinterpret_cast<uintptr_t>(&nullRecord)),
-              CMN_ERR_BAD_PARAM)
+    EXPECT_EQ(aclIfSetApi(kPort, cmd, reinterpret_cast<uintptr_t>(&nullRecord)), CMN_ERR_BAD_PARAM)
         << cmd;
   }
   EXPECT_EQ(aclHqosIfAdd(kPort, kList, 0, 9), 0);

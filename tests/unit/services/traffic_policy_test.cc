@@ -89,11 +89,16 @@ TEST_F(TrafficPolicyTest, EachOperationInstallsItsActionsAndRemovesThem) {
   const std::vector<Op> ops = {
       {"filter (rule's own)", aclTrafficIfFilter, {}, bits({RULE_ACTION_PERMIT})},
       {"filter deny", aclTrafficIfFilter, num(RULE_ACTION_DENY, 4), bits({RULE_ACTION_DENY})},
-      {"redirect cpu", aclTrafficIfRedirect, {RULE_ACTION_OUTPUT_CPU}, bits({RULE_ACTION_OUTPUT_CPU})},
+      {"redirect cpu",
+       aclTrafficIfRedirect,
+       {RULE_ACTION_OUTPUT_CPU},
+       bits({RULE_ACTION_OUTPUT_CPU})},
       {"remark dscp", aclTrafficIfRemark, remark, bits({RULE_ACTION_DSCP})},
       {"mirror", aclTrafficIfMirror, num(3, 4), bits({RULE_ACTION_MIRROR_GROUP})},
       {"statistic", aclTrafficIfStatistic, {1, 2}, bits({RULE_ACTION_AWARE})},
-      {"loopback swap", aclTrafficIfLoopback, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
+      {"loopback swap",
+       aclTrafficIfLoopback,
+       {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
        bits({RULE_ACTION_LOOPBACK, RULE_ACTION_MAC_SWAP})},
   };
   for (const Op& op : ops) {
@@ -150,7 +155,9 @@ TEST_F(TrafficPolicyTest, RefusalsLeaveNothingBehind) {
        [](AclListEntry*) {
          for (uint32_t r = 1; r <= 3; ++r) aclRuleEntryGetByIndex(kList, r)->status = 3;
        },
-       [] { return aclTrafficIfRedirect(kPort, request(1, 0, {RULE_ACTION_OUTPUT_MULTIHOP}).data()); },
+       [] {
+         return aclTrafficIfRedirect(kPort, request(1, 0, {RULE_ACTION_OUTPUT_MULTIHOP}).data());
+       },
        CMN_ERR_NOT_SUPPORTED},
       {"mirror of a valid rule", [](AclListEntry*) {},
        [] { return aclTrafficIfMirror(kPort, request(1, 0, num(1, 4)).data()); },
