@@ -127,6 +127,7 @@ void undo(Buffer& buf, AclListEntry* list, uint32_t ifIndex, uint32_t dir,
 }  // namespace
 
 int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t hqosId) {
+  if (dir > 2) return CMN_ERR_BAD_PARAM;
   std::array<uint8_t, 4 * ZOR_LOC_WORDS> location{};
   if (zorIndexTrans(ifIndex, ZOR_TRANS_LOCATION, location.data()) != 0) {
     aclDebug(ACL_LOG_IF, "ACL interface [hqos add] error. (Reason=[unit %d get ERROR])\r\n",
@@ -215,6 +216,7 @@ int32_t _aclHqosIfAdd(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t 
 }
 
 int32_t _aclHqosIfDel(uint32_t ifIndex, uint32_t lstIdx, uint32_t dir, uint32_t /*hqosId*/) {
+  if (dir > 2) return CMN_ERR_BAD_PARAM;
   AclListEntry* list = aclListEntryGet(lstIdx);
   if (list == nullptr) {
     aclDebug(ACL_LOG_IF,

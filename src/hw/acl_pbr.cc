@@ -124,6 +124,7 @@ AclRuleEntry* nextRule(AclListEntry* l, AclRuleEntry* r) {
 int32_t aclPbrIfAdd(const uint8_t* req) {
   if (req == nullptr) return CMN_ERR_BAD_PARAM;
   const Pbr p = readPbr(req);
+  if (p.dir > 2) return CMN_ERR_BAD_PARAM;
   const AclIfName name = aclIfName(p.ifIndex, kAclIfNameLenBind);
   const uint32_t type = aclListTypeGetByIndex(p.lstIdx);
   if (type == ACL_LIST_TYPE_NONE) return CMN_ERR_NOT_SUPPORTED;
@@ -200,6 +201,7 @@ int32_t aclPbrIfAdd(const uint8_t* req) {
 int32_t aclPbrIfDel(const uint8_t* req) {
   if (req == nullptr) return CMN_ERR_BAD_PARAM;
   const Pbr p = readPbr(req);
+  if (p.dir > 2) return CMN_ERR_BAD_PARAM;
   const uint32_t type = aclListTypeGetByIndex(p.lstIdx);
   if (type == ACL_LIST_TYPE_NONE) return CMN_ERR_NOT_SUPPORTED;
   AclListEntry* list = aclListEntryGet(p.lstIdx);

@@ -259,6 +259,8 @@ void globalNote(const AclRuleEntry* r, uint8_t dir, bool add) {
 int32_t run(const Scope& s, AclTrafficOp op, const uint8_t* req) {
   if (req == nullptr) return CMN_ERR_BAD_PARAM;
   const Request q = readRequest(req);
+  // Directions are in, out and the ingress pre-stage; no table or ledger column has another.
+  if (q.dir > 2) return CMN_ERR_BAD_PARAM;
   const char* area = info(op).area;
   if (!s.global) {
     if (aclListTypeGetByIndex(q.lstIdx) == ACL_LIST_TYPE_NONE) return CMN_ERR_NOT_SUPPORTED;

@@ -166,6 +166,13 @@ TEST_F(TrafficPolicyTest, RefusalsLeaveNothingBehind) {
        [] { return aclTrafficIfFilter(kPort, request(1).data()); }, -1},
       {"hardware refuses rule 2", [](AclListEntry*) { failOn(kPort, HWIL_CMD_IF_ADD, kList, 2); },
        [] { return aclTrafficIfFilter(kPort, request(1).data()); }, kHwFault},
+      {"direction 7", [](AclListEntry*) {},
+       [] {
+         Bytes r = request(1);
+         r[ACL_TRAFFIC_REQ_DIR] = 7;
+         return aclTrafficIfFilter(kPort, r.data());
+       },
+       CMN_ERR_BAD_PARAM},
       {"no request", [](AclListEntry*) {}, [] { return aclTrafficIfFilter(kPort, nullptr); },
        CMN_ERR_BAD_PARAM},
       {"unknown interface", [](AclListEntry*) {},
