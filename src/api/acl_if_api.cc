@@ -385,8 +385,9 @@ int32_t _aclIfSetApi(uintptr_t key, uintptr_t cmdArg, uintptr_t buf, uint32_t mo
   aclDebug(ACL_LOG_API, "ACL config [if set api] info=[index:=%d cmd:=%d]", num(ifIndex), num(cmd));
   if (unknownCmd(cmd)) return ACL_RET_UNKNOWN;
   if (buf == 0) return CMN_ERR_BAD_PARAM;
-  // The HQoS, redirect and traffic-policy commands have no owner in this build.
-  if (foreignCmd(cmd)) return CMN_ERR_NOT_SUPPORTED;
+  // HQoS, policy-based redirect and the traffic policies need no interface record and are never
+  // relayed.
+  if (foreignCmd(cmd)) return aclIfPolicySet(ifIndex, cmd, buf);
   AclIfEntry* rec = aclIfEntryGet(ifIndex);
   if (rec == nullptr && cmd != ACL_IF_CMD_ROW_STATUS) {
     aclDebug(ACL_LOG_API, "ACL config [if set api] error. (Reason=[if %d entry is NULL])",

@@ -18,6 +18,15 @@ constexpr uint32_t ACL_IF_CMD_IN_CTRL = 2;
 constexpr uint32_t ACL_IF_CMD_IN_ACL = 3;
 constexpr uint32_t ACL_IF_CMD_OUT_ACL = 4;
 constexpr uint32_t ACL_IF_CMD_ROW_STATUS = 17;
+// Set only: HQoS (a word holding the address of three words), policy-based redirect (an 80-byte
+// descriptor) and the traffic policies 34 loopback .. 40 statistic (a word holding a record's
+// address).
+constexpr uint32_t ACL_IF_CMD_HQOS_ADD = 18;
+constexpr uint32_t ACL_IF_CMD_HQOS_DEL = 19;
+constexpr uint32_t ACL_IF_CMD_PBR_ADD = 20;
+constexpr uint32_t ACL_IF_CMD_PBR_DEL = 21;
+constexpr uint32_t ACL_IF_CMD_TRAFFIC_FIRST = 34;
+constexpr uint32_t ACL_IF_CMD_TRAFFIC_LAST = 40;
 
 // rowStatus values a Set takes.
 constexpr uint32_t ACL_IF_ROW_ACTIVE = 1;
@@ -39,6 +48,9 @@ int32_t aclIfSyncApi(uintptr_t ifIndex, uintptr_t cmd, uintptr_t buf);
 // The body of both: switches, list indexes, record status and bind-slot updates, with the relay
 // to the hardware layer ordered by whether the interface is on this system.
 int32_t _aclIfSetApi(uintptr_t ifIndex, uintptr_t cmd, uintptr_t buf, uint32_t mode);
+// Set commands 18 to 21 and 34 to 40 (HQoS, policy-based redirect, traffic policies), under the
+// lock, with buf not null.
+int32_t aclIfPolicySet(uint32_t ifIndex, uint32_t cmd, uintptr_t buf);
 
 // Interface statistics: the 28-byte statistics index (api/acl_stats_api.h) with ifIndex and the
 // ifIndex filter bit; cmd 1 reads, 2 clears one record, 6 clears every record of the index's

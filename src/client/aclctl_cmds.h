@@ -50,3 +50,7 @@ void aclctlAddBatchCommand(CLI::App& app, AclctlGlobals& globals);
 
 // "gem": GEM port records of ONUs, binding lists on their slots, GEM port statistics.
 void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals);
+// "if hqos" and "if pbr" under the "if" command.
+void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals);
+// "policy": traffic policies applied and removed on an interface or globally.
+void aclctlAddPolicyCommands(CLI::App& app, AclctlGlobals& globals);

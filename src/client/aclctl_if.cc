@@ -234,7 +234,31 @@ void unbind(const AclctlGlobals& g, const IfArgs& a) {
 
 struct BindEntry {
   uint32_t lst, dir, ifIndex, kind, rule;
+  std::string owner = "?";
+  uint32_t refcount = 0;
 };
+
+// Who made each entry and its users, which the walk's key does not carry: asked of the daemon's
+// control socket.
+void ownersOf(const AclctlGlobals& g, std::vector<BindEntry>& entries) {
+  nlohmann::json reply;
+  std::string err;
+  if (!aclclient::devRequest(aclclient::devSocketPath(g.runDir), {{"op", "bindlist"}}, &reply, &err,
+                             2000) ||
+      !reply.value("ok", false) || !reply["entries"].is_array()) {
+    return;
+  }
+  for (BindEntry& e : entries) {
+    for (const auto& o : reply["entries"]) {
+      if (o.value("ifIndex", 0u) == e.ifIndex && o.value("kind", 0u) == e.kind &&
+          o.value("dir", 0u) == e.dir && o.value("list", 0u) == e.lst &&
+          o.value("rule", 0u) == e.rule) {
+        e.owner = o.value("owner", std::string("?"));
+        e.refcount = o.value("refcount", 0u);
+      }
+    }
+  }
+}
 
 std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
   std::vector<BindEntry> out;
@@ -278,8 +302,12 @@ ordered_json describe(aclclient::TableSession& s, uint32_t ifIndex,
   ordered_json binds = ordered_json::array();
   for (const BindEntry& e : entries) {
     if (e.ifIndex != ifIndex) continue;
-    binds.push_back(
-        {{"list", e.lst}, {"rule", e.rule}, {"kind", kindName(e.kind)}, {"dir", dirName(e.dir)}});
+    binds.push_back({{"list", e.lst},
+                     {"rule", e.rule},
+                     {"kind", kindName(e.kind)},
+                     {"dir", dirName(e.dir)},
+                     {"owner", e.owner},
+                     {"refcount", e.refcount}});
   }
   j["bindings"] = binds;
   return j;
@@ -306,7 +334,8 @@ void show(const AclctlGlobals& g, const IfArgs& a) {
   } else {
     ifs = s.walk(kFuncIfGetFirst, kFuncIfGetNext);
   }
-  const std::vector<BindEntry> entries = bindEntries(s);
+  std::vector<BindEntry> entries = bindEntries(s);
+  ownersOf(g, entries);
   std::vector<ordered_json> rows;
   for (uint32_t i : ifs) rows.push_back(describe(s, i, entries));
   if (a.ifOpt && rows[0].contains("error")) {
@@ -326,9 +355,10 @@ void show(const AclctlGlobals& g, const IfArgs& a) {
       std::printf("  %-15s list %u\n", name.c_str(), v.get<uint32_t>());
     }
     for (const auto& b : r["bindings"]) {
-      std::printf("  bound: list %u rule %u  %s %s\n", b["list"].get<uint32_t>(),
-                  b["rule"].get<uint32_t>(), b["kind"].get<std::string>().c_str(),
-                  b["dir"].get<std::string>().c_str());
+      std::printf("  bound: list %u rule %u  %s %s  owner %s refcount %u\n",
+                  b["list"].get<uint32_t>(), b["rule"].get<uint32_t>(),
+                  b["kind"].get<std::string>().c_str(), b["dir"].get<std::string>().c_str(),
+                  b["owner"].get<std::string>().c_str(), b["refcount"].get<uint32_t>());
     }
   }
 }
@@ -466,4 +496,6 @@ void aclctlAddIfCommands(CLI::App& app, AclctlGlobals& globals) {
   sclear->add_option("ifindex", a->ifOpt, "interface index");
   sclear->add_flag("--all", a->all, "every interface");
   sclear->callback([&globals, a] { statsClear(globals, *a); });
+
+  aclctlAddIfPolicyCommands(*cmd, globals);
 }

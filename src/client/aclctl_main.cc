@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
   aclctlAddSlotCommands(app, globals);
   aclctlAddIfCommands(app, globals);
   aclctlAddGemCommands(app, globals);
+  aclctlAddPolicyCommands(app, globals);
   aclctlAddAuditCommand(app, globals);
   aclctlAddSaveCommand(app, globals);
   aclctlAddLoadCommand(app, globals);

@@ -5,6 +5,7 @@
 
 #include "client/aclctl_cmds.h"
 #include "wire/acl_ret.h"
+#include "wire/acl_ret_traffic.h"
 #include "wire/be.h"
 #include "wire/func_table.h"
 
@@ -35,6 +36,8 @@ constexpr RetName kRetNames[] = {
     {ACL_ERR_STATS_NOT_EXIST, "ACL_ERR_STATS_NOT_EXIST"},
     {ACL_ERR_IFSTATS_NOT_EXIST, "ACL_ERR_IFSTATS_NOT_EXIST"},
     {ACL_ERR_SHARED_IN_USE, "ACL_ERR_SHARED_IN_USE"},
+    {ACL_ERR_TRAFFIC_RULE_VALID, "ACL_ERR_TRAFFIC_RULE_VALID"},
+    {ACL_ERR_FILTER_NO_ACTION, "ACL_ERR_FILTER_NO_ACTION"},
     {ACL_ERR_LIST_NOT_EXIST, "ACL_ERR_LIST_NOT_EXIST"},
     {ACL_ERR_IF_NOT_EXIST, "ACL_ERR_IF_NOT_EXIST"},
     {ACL_ERR_MULTI_REDIRECT, "ACL_ERR_MULTI_REDIRECT"},

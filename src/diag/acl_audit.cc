@@ -12,7 +12,12 @@
 // - the hardware holds, for each binding, exactly its eligible rules (valid, next hops all
 //   learned, no VRF field, and its time range active as the service says, so a rule whose range
 //   is off is on no binding), with the binding's priority, in the form tlvEnable selects, on the
-//   units the aggregation mode names; and nothing else.
+//   units the aggregation mode names; and nothing else;
+// - the bindings without a bind slot count too: an interface traffic policy's per-rule entries
+//   (owner trafficpolicy) add their refcount to the list's refCnt and hold their rule with priority
+//   ruleIdx; a policy-based redirect's whole-list entry (owner pbr) adds one and holds every rule
+//   of the list as a TLV message; an HQoS binding adds one and holds the valid rules; a global
+//   traffic policy holds its rules in the global table and adds nothing to refCnt.
 #include "diag/acl_audit.h"
 
 #include <array>
@@ -28,9 +33,11 @@
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
+#include "hw/acl_policy.h"
 #include "main/acl_group.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/model.h"
+#include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
@@ -184,6 +191,11 @@ class Audit {
         diff("refCnt", "%s holds list %u, which does not exist", where(b).c_str(), b.lstIdx);
       }
     }
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      if (e.bindOwner == ACL_BIND_OWNER_PBR) ++held[e.lstIdx];
+      if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC) held[e.lstIdx] += e.refcount;
+    });
+    for (const AclHqosBinding& h : aclHqosBindings()) ++held[h.lstIdx];
     eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
       const int32_t want = held.contains(l.lstIdx) ? held[l.lstIdx] : 0;
       if (l.refCnt != want) {
@@ -209,6 +221,16 @@ class Audit {
     eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
       if (e.ruleIdx == 0 && e.bindOwner == ACL_BIND_OWNER_ACL) {
         ifHave.insert({e.ifIndex, e.listType, e.dir, e.lstIdx});
+      }
+      // A policy's entry names one rule and has a user; a redirect's names the whole list.
+      if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC && (e.ruleIdx == 0 || e.refcount == 0)) {
+        diff("bindList",
+             "traffic-policy entry (interface %u, list %u, rule %u, dir %u) has refcount %u",
+             e.ifIndex, e.lstIdx, e.ruleIdx, unsigned{e.dir}, unsigned{e.refcount});
+      }
+      if (e.bindOwner == ACL_BIND_OWNER_PBR && e.ruleIdx != 0) {
+        diff("bindList", "redirect entry (interface %u, list %u, dir %u) names rule %u", e.ifIndex,
+             e.lstIdx, unsigned{e.dir}, e.ruleIdx);
       }
     });
     eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {
@@ -275,6 +297,23 @@ class Audit {
     eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
       if (e.ruleIdx == 0 && e.listType != ACL_BIND_KIND_UNTYPED) reach(e.ifIndex, e.lstIdx, e.dir, true);
     });
+    // Single rules bound where their whole list is not charge one each, once per slot.
+    std::map<AclSlotEntry*, std::set<std::tuple<uint32_t, uint32_t, uint32_t>>> singles;
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      if (e.ruleIdx == 0) return;
+      const vdev::Interface* i = iface(e.ifIndex);
+      const AclListEntry* l = aclListEntryGet(e.lstIdx);
+      if (i == nullptr || l == nullptr ||
+          aclRuleEntryGet(const_cast<AclListEntry*>(l), e.ruleIdx) == nullptr) {
+        return;
+      }
+      const bool allSlot = i->kind() == kKindAggregation || i->kind() == kKindAllSlot;
+      for (AclSlotEntry* s : records) {
+        if (allSlot || (s->sys == i->location[0] && s->slot == i->location[1])) {
+          singles[s].insert({e.lstIdx, e.ruleIdx, e.dir});
+        }
+      }
+    });
     eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {
       reach(e.ifIndex, e.lstIdx, e.dir, false);
     });
@@ -284,6 +323,10 @@ class Audit {
         const int bt = bindType(aclListTypeGetByIndex(lst), dir);
         const AclListEntry* l = aclListEntryGet(lst);
         if (bt >= 0 && l != nullptr) want[static_cast<size_t>(bt)] += l->ruleNum;
+      }
+      for (const auto& [lst, rule, dir] : singles[e]) {
+        const int bt = bindType(aclListTypeGetByIndex(lst), dir);
+        if (bt >= 0 && !charged[e].contains({lst, dir})) ++want[static_cast<size_t>(bt)];
       }
       for (size_t bt = 0; bt < ACL_BIND_TYPE_NUM; ++bt) {
         if (e->curSubRuleNum[bt] != want[bt]) {
@@ -344,6 +387,7 @@ class Audit {
   struct Want {
     std::set<uint32_t> priorities;  // one binding each; two bindings may share an entry
     std::string by;
+    int tlv = -1;  // 1 a TLV message, 0 a rule record, -1 as tlvEnable says
   };
   using Entries = std::map<std::tuple<uint32_t, uint32_t, uint32_t>, Want>;
 
@@ -351,16 +395,19 @@ class Audit {
   std::vector<vdev::ScopeKey> scopes(const Binding& b, uint32_t cmd) {
     if (b.scope == Scope::Global) return {vdev::ScopeKey{0, 0, 0, 0}};
     if (b.scope == Scope::Gem) return {vdev::ScopeKey{2, b.unit, b.onu, b.gem}};
-    const vdev::Interface* i = iface(b.unit);
+    return unitScopes(b.unit, cmd, where(b));
+  }
+  std::vector<vdev::ScopeKey> unitScopes(uint32_t unit, uint32_t cmd, const std::string& by) {
+    const vdev::Interface* i = iface(unit);
     if (i == nullptr) {
-      diff("hardware", "%s: interface %u is unknown to the device", where(b).c_str(), b.unit);
+      diff("hardware", "%s: interface %u is unknown to the device", by.c_str(), unit);
       return {};
     }
-    if (i->kind() != kKindAggregation) return {vdev::ScopeKey{1, b.unit, 0, 0}};
+    if (i->kind() != kKindAggregation) return {vdev::ScopeKey{1, unit, 0, 0}};
     auto m = i->modes.find(cmd);
     const uint8_t mode = m == i->modes.end() ? i->defaultMode : m->second;
     std::vector<vdev::ScopeKey> out;
-    if (mode & kModeAggregation) out.push_back({1, b.unit, 0, 0});
+    if (mode & kModeAggregation) out.push_back({1, unit, 0, 0});
     if (mode & kModeMembers) {
       for (size_t n = 0; n < i->members.size() && n < kMaxMembers; ++n) {
         out.push_back({1, i->members[n], 0, 0});
@@ -399,6 +446,7 @@ class Audit {
         });
       }
     }
+    policyWant(want);
     for (const auto& [k, entries] : want) {
       auto t = hw_.find(k);
       for (const auto& [key, w] : entries) {
@@ -418,10 +466,11 @@ class Audit {
                scopeName(k).c_str(), lst, rule, dir, e->priority, w.by.c_str(),
                *w.priorities.begin());
         }
-        if (e->tlv != tlv) {
-          diff("hardware", "%s holds list %u rule %u dir %u as a %s, tlvEnable calls for a %s",
+        const bool wantTlv = w.tlv < 0 ? tlv : w.tlv == 1;
+        if (e->tlv != wantTlv) {
+          diff("hardware", "%s holds list %u rule %u dir %u as a %s, %s calls for a %s",
                scopeName(k).c_str(), lst, rule, dir, e->tlv ? "TLV message" : "rule record",
-               tlv ? "TLV message" : "rule record");
+               w.tlv < 0 ? "tlvEnable" : w.by.c_str(), wantTlv ? "TLV message" : "rule record");
         }
       }
     }
@@ -432,6 +481,56 @@ class Audit {
         diff("hardware", "%s holds list %u rule %u dir %u that no binding calls for",
              scopeName(k).c_str(), e.list, e.rule, e.dir);
       }
+    }
+  }
+
+  // What the bindings without a bind slot hold in the hardware.
+  void policyWant(std::map<vdev::ScopeKey, Entries>& want) {
+    const bool tlv = gaclGrp.tlvEnable == 1;
+    auto put = [&](const vdev::ScopeKey& k, uint32_t lst, uint32_t rule, uint32_t dir,
+                   uint32_t prio, int form, const std::string& by) {
+      Want& w = want[k][{lst, rule, dir}];
+      w.priorities.insert(prio);
+      if (w.by.empty()) w.by = by;
+      if (w.tlv < 0) w.tlv = form;
+    };
+    auto noVrf = [](const AclRuleEntry& r) { return !aclBitTest(r.fieldBits, RULE_BIT_VRFID); };
+    char by[96];
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      AclListEntry* l = aclListEntryGet(e.lstIdx);
+      if (l == nullptr) return;
+      if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC) {
+        AclRuleEntry* r = aclRuleEntryGet(l, e.ruleIdx);
+        if (r == nullptr || !noVrf(*r)) return;
+        std::snprintf(by, sizeof by, "traffic policy on interface %u", e.ifIndex);
+        for (const auto& k : unitScopes(e.ifIndex, tlv ? kIfTlv : kIfAdd, by)) {
+          put(k, e.lstIdx, e.ruleIdx, e.dir, e.ruleIdx, -1, by);
+        }
+      } else if (e.bindOwner == ACL_BIND_OWNER_PBR) {
+        std::snprintf(by, sizeof by, "redirect on interface %u", e.ifIndex);
+        const uint32_t base = aclListTypeGetByIndex(e.lstIdx) == ACL_LIST_TYPE_HYBRID ? 1024 : 0;
+        for (const auto& k : unitScopes(e.ifIndex, kIfTlv, by)) {
+          eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
+            put(k, e.lstIdx, r.ruleIdx, e.dir, base + r.ruleIdx, 1, by);
+          });
+        }
+      }
+    });
+    for (const AclHqosBinding& h : aclHqosBindings()) {
+      AclListEntry* l = aclListEntryGet(h.lstIdx);
+      if (l == nullptr) continue;
+      std::snprintf(by, sizeof by, "HQoS on interface %u", h.ifIndex);
+      for (const auto& k : unitScopes(h.ifIndex, tlv ? kIfTlv : kIfAdd, by)) {
+        eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
+          if (r.status == ACL_RULE_STATUS_VALID && noVrf(r)) {
+            put(k, h.lstIdx, r.ruleIdx, h.dir, r.ruleIdx, -1, by);
+          }
+        });
+      }
+    }
+    for (const AclTrafficGlobalRule& g : aclTrafficGlobalRules()) {
+      put(vdev::ScopeKey{0, 0, 0, 0}, g.lstIdx, g.ruleIdx, g.dir, g.ruleIdx, -1,
+          "global traffic policy");
     }
   }
 
@@ -483,8 +582,28 @@ json aclRuleStateReply(const json& req) {
   return out;
 }
 
+// Every interface bind-list entry with who made it and how many users it has, which the command
+// table's bind-list walk does not carry.
+json aclBindListReply() {
+  if (!aclStarted()) return {{"ok", false}, {"error", "the ACL module is not running"}};
+  static const char* const kOwners[] = {"acl", "pbr", "trafficpolicy"};
+  json entries = json::array();
+  AclLockGuard lock;
+  eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+    entries.push_back({{"ifIndex", e.ifIndex},
+                       {"kind", e.listType},
+                       {"dir", e.dir},
+                       {"list", e.lstIdx},
+                       {"rule", e.ruleIdx},
+                       {"owner", e.bindOwner < 3 ? kOwners[e.bindOwner] : "unknown"},
+                       {"refcount", e.refcount}});
+  });
+  return {{"ok", true}, {"entries", entries}};
+}
+
 void aclAuditRegister() {
   vdev::registerControlOp("audit", [](const json&) { return aclAuditReply(); });
   vdev::registerControlOp("rule-state", [](const json& req) { return aclRuleStateReply(req); });
   vdev::registerControlOp("events", [](const json&) { return aclEventCountersReply(); });
+  vdev::registerControlOp("bindlist", [](const json&) { return aclBindListReply(); });
 }

@@ -29,6 +29,10 @@ nlohmann::json aclAuditReply();
 // missing list or rule, a malformed request or an ACL module that has not started.
 nlohmann::json aclRuleStateReply(const nlohmann::json& req);
 
-// Registers the daemon's ops on the device's control socket ("audit", "rule-state", and "events"
-// for the event task's counters); called once after aclInit.
+// The answer of the "bindlist" control op: {"ok": true, "entries": [{ifIndex, kind, dir, list,
+// rule, owner ("acl", "pbr", "trafficpolicy"), refcount}...]} in bind-list order.
+nlohmann::json aclBindListReply();
+
+// Registers the daemon's ops on the device's control socket ("audit", "rule-state", "bindlist",
+// and "events" for the event task's counters); called once after aclInit.
 void aclAuditRegister();

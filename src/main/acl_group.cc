@@ -10,6 +10,7 @@
 #include "counter/counter.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
+#include "hw/acl_policy.h"
 #include "main/acl_log.h"
 #include "main/acl_pools.h"
 #include "main/acl_task.h"
@@ -20,6 +21,7 @@
 #include "platform/proc.h"
 #include "platform/rtbus.h"
 #include "services/acl_blacklist_record.h"
+#include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "wire/be.h"
 
@@ -290,5 +292,7 @@ void aclResetForTest() {
   std::memset(&gaclGrp, 0, sizeof gaclGrp);
   counterResetForTest();
   meterResetForTest();
+  aclTrafficResetForTest();
+  aclHqosResetForTest();
   plat::resetForTest();
 }

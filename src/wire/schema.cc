@@ -15,6 +15,10 @@ constexpr BufRule kDescOrNull = {bufMask(BufShape::Desc) | bufMask(BufShape::Non
 // own answer. The blacklist record is three words.
 constexpr BufRule kPtrOrNull = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, kMaxRecordLen};
 constexpr BufRule kBlackListRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 12, 12};
+// Interface HQoS (three words) and traffic-policy records by address: the server pads a shorter
+// record with zeros to the full length, which is what the function reads.
+constexpr BufRule kHqosRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, 12};
+constexpr BufRule kTrafficRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, 64};
 
 // One row per command whose payload is fixed more exactly than its function's default.
 constexpr std::array kRows = {
@@ -236,6 +240,21 @@ constexpr std::array kRows = {
     CmdSchema{20, 32, kValueOrNull}, CmdSchema{20, 33, kValueOrNull}, CmdSchema{20, 41, kValueOrNull},
     CmdSchema{20, 42, kValueOrNull}, CmdSchema{20, 43, kValueOrNull}, CmdSchema{20, 44, kValueOrNull},
     CmdSchema{20, 45, kValueOrNull}, CmdSchema{20, 46, kValueOrNull},
+    // Interface HQoS (18, 19) and traffic policies (34 to 40) take a word holding a record's
+    // address; policy-based redirect (20, 21) its 80-byte record in a descriptor, whose length the
+    // function checks itself.
+    CmdSchema{19, 18, kHqosRecord}, CmdSchema{19, 19, kHqosRecord},
+    CmdSchema{19, 20, kDescOrNull}, CmdSchema{19, 21, kDescOrNull},
+    CmdSchema{19, 34, kTrafficRecord}, CmdSchema{19, 35, kTrafficRecord},
+    CmdSchema{19, 36, kTrafficRecord}, CmdSchema{19, 37, kTrafficRecord},
+    CmdSchema{19, 38, kTrafficRecord}, CmdSchema{19, 39, kTrafficRecord},
+    CmdSchema{19, 40, kTrafficRecord},
+    CmdSchema{20, 18, kHqosRecord}, CmdSchema{20, 19, kHqosRecord},
+    CmdSchema{20, 20, kDescOrNull}, CmdSchema{20, 21, kDescOrNull},
+    CmdSchema{20, 34, kTrafficRecord}, CmdSchema{20, 35, kTrafficRecord},
+    CmdSchema{20, 36, kTrafficRecord}, CmdSchema{20, 37, kTrafficRecord},
+    CmdSchema{20, 38, kTrafficRecord}, CmdSchema{20, 39, kTrafficRecord},
+    CmdSchema{20, 40, kTrafficRecord},
     // Interface statistics clears relay their buffer as a value word.
     CmdSchema{29, 2, kValueOrNull}, CmdSchema{29, 6, kValueOrNull},
     CmdSchema{30, 2, kValueOrNull}, CmdSchema{30, 6, kValueOrNull},

@@ -1,0 +1,122 @@
+// Traffic policies, HQoS and policy-based redirect through the daemon's command table with aclctl:
+// what the port's table holds, who owns each bind-list entry, the stored rules left as they were,
+// and the audit after each step.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/acl_e2e.h"
+
+namespace {
+
+using nlohmann::json;
+
+class PolicyE2e : public AclE2eTest {
+ protected:
+  // List 1001 with valid rules 1 and 2, rule 1 permitting and rule 2 denying.
+  void twoRules() {
+    run({"list", "create", "1001"});
+    for (const char* r : {"1", "2"}) {
+      run({"rule", "create", "1001", r});
+      run({"rule", "set", "1001", r, std::string("dst=10.0.0.") + r});
+      run({"rule", "action", "1001", r, r[0] == '1' ? "permit" : "deny"});
+      run({"rule", "valid", "1001", r});
+    }
+    run({"if", "create", "201"});
+  }
+  json port201() {
+    const json t = run({"--json", "dev", "hw", "--scope", "unit", "--unit", "201"});
+    return t["table"]["entries"];
+  }
+  json storedActions() {
+    json out = json::array();
+    for (const auto& r : run({"--json", "rule", "show", "1001"})["rules"])
+      out.push_back(r["actions"]);
+    return out;
+  }
+};
+
+TEST_F(PolicyE2e, FilterOnAPortShowsTheCopiesAndLeavesTheRulesAlone) {
+  twoRules();
+  const json before = storedActions();
+  run({"policy", "apply", "filter", "--if", "201", "--list", "1001", "--action", "deny"});
+
+  const json entries = port201();
+  ASSERT_EQ(entries.size(), 2u);
+  for (const auto& e : entries) {
+    EXPECT_EQ(e["decoded"]["actions"], json::parse(R"([{"name":"RULE_ACTION_DENY"}])")) << e;
+    EXPECT_EQ(e["priority"], e["rule"]);
+  }
+  const json ifs = run({"--json", "if", "show", "201"})["interfaces"];
+  ASSERT_EQ(ifs.size(), 1u);
+  ASSERT_EQ(ifs[0]["bindings"].size(), 2u);
+  for (const auto& b : ifs[0]["bindings"]) {
+    EXPECT_EQ(b["owner"], "trafficpolicy");
+    EXPECT_EQ(b["refcount"], 1);
+  }
+  EXPECT_EQ(storedActions(), before);
+  expectAuditClean();
+
+  run({"policy", "remove", "filter", "--if", "201", "--list", "1001"});
+  EXPECT_TRUE(port201().empty());
+  EXPECT_TRUE(run({"--json", "if", "show", "201"})["interfaces"][0]["bindings"].empty());
+  expectAuditClean();
+}
+
+TEST_F(PolicyE2e, RawInterfaceSetAndRefusalsByCode) {
+  twoRules();
+  // The traffic-policy record by address, as another module sends it: interface set 36.
+  std::string rec =
+      "p:000003e9"
+      "00000000"
+      "0001"
+      "0000"
+      "00000000"
+      "00000000";
+  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
+  EXPECT_EQ(port201().size(), 2u);
+  expectAuditClean();
+  rec =
+      "p:000003e9"
+      "00000000"
+      "0002"
+      "0000"
+      "00000000"
+      "00000000";
+  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
+  EXPECT_TRUE(port201().empty());
+
+  // A 40-byte redirect descriptor is short; a null record is a bad parameter.
+  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "20", "dlen:40"})["ret"], 0x03E8000D);
+  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", "p:"})["ret"], 0x03E8001A);
+  // Redirect code 8 is not a traffic-policy redirect.
+  const json j =
+      run({"--json", "policy", "apply", "redirect", "--global", "--list", "1001", "--to", "8"}, 1);
+  EXPECT_EQ(j["ret_hex"], "0x03EA0049");  // the rules are valid: refused before the code
+  expectAuditClean();
+}
+
+TEST_F(PolicyE2e, HqosAndRedirectThroughAclctl) {
+  twoRules();
+  run({"if", "hqos", "add", "201", "in", "1001", "7"});
+  EXPECT_EQ(port201().size(), 2u);
+  expectAuditClean();
+  run({"if", "hqos", "del", "201", "in", "1001", "7"});
+  EXPECT_TRUE(port201().empty());
+
+  run({"if", "pbr", "add", "201", "in", "1001", "--to", "multihop6:fe80::1,fe80::2"});
+  const json entries = port201();
+  ASSERT_EQ(entries.size(), 2u);
+  const json ifs = run({"--json", "if", "show", "201"})["interfaces"];
+  ASSERT_EQ(ifs[0]["bindings"].size(), 1u);
+  EXPECT_EQ(ifs[0]["bindings"][0]["owner"], "pbr");
+  // An ACL binding of the same list and direction is refused while the redirect holds it.
+  run({"if", "bind", "201", "in", "ipv4", "1001"}, 1);
+  expectAuditClean();
+  run({"if", "pbr", "del", "201", "in", "1001", "--to", "multihop6:fe80::1"});
+  EXPECT_TRUE(port201().empty());
+  // Taking off a redirect that is not there answers 0.
+  run({"if", "pbr", "del", "201", "in", "1001", "--to", "port:3"});
+  expectAuditClean();
+}
+
+}  // namespace
