@@ -29,8 +29,9 @@ class PolicyE2e : public AclE2eTest {
   }
   json storedActions() {
     json out = json::array();
-    for (const auto& r : run({"--json", "rule", "show", "1001"})["rules"])
-      out.push_back(r["actions"]);
+    // Kept in a local: a range over a member of the temporary would outlive it.
+    const json rules = run({"--json", "rule", "show", "1001"})["rules"];
+    for (const auto& r : rules) out.push_back(r["actions"]);
     return out;
   }
 };

@@ -262,8 +262,17 @@ json setCard(const json& req) {
           slots.push_back({{"slot", slot}});
           sl = &slots.back();
         }
-        if (req.contains("properties")) (*sl)["properties"] = req.at("properties");
+        // A card seated without saying otherwise comes up and ready, in a slot that is up and
+        // ready, as the built-in chassis's cards are: the daemon then synchronises it.
+        if (req.contains("properties")) {
+          (*sl)["properties"] = req.at("properties");
+        } else if (!sl->contains("properties")) {
+          (*sl)["properties"] = {{"0x01F4002B", 1}, {"0x01F40032", 0}};
+        }
         if (req.contains("resources")) (*sl)["resources"] = req.at("resources");
+        if (!sl->contains("card") && !req.at("card").contains("properties")) {
+          (*sl)["card"] = {{"properties", {{"0x02EE002A", 1}, {"0x02EE002B", 0}}}};
+        }
         if (sl->contains("card")) {
           (*sl)["card"].merge_patch(req.at("card"));
         } else {
