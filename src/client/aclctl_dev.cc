@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "client/aclctl.h"
+#include "client/aclctl_classify.h"
 #include "client/aclctl_cmds.h"
 #include "client/call_args.h"
 #include "client/dev_client.h"
@@ -196,6 +197,7 @@ void aclctlAddDevCommands(CLI::App& app, AclctlGlobals& globals) {
            {"--unit", "unit", Kind::Number, "unit of a unit or GEM scope"},
            {"--onu", "onu", Kind::Number, "ONU id of a GEM scope"},
            {"--gem", "gem", Kind::Number, "GEM port of a GEM scope"}});
+  aclctlAddDevClassify(dev, globals);
   journalCommand(dev, globals, "relays", "The relay log");
   journalCommand(dev, globals, "announcements", "Announcements sent to message groups");
   journalCommand(dev, globals, "anomalies", "Double installs and removals of missing entries");

@@ -21,9 +21,12 @@ std::string trim(const std::string& s) {
   return s.substr(b, e - b + 1);
 }
 
+// A key is read back by C callers through its NUL-terminated name, so a key holding a NUL or
+// another control byte could never be asked for: such a line is refused rather than stored.
 bool validKey(const std::string& key) {
   return !key.empty() && std::none_of(key.begin(), key.end(), [](char c) {
-    return c == ' ' || c == '\t' || c == '=' || c == '#';
+    const auto u = static_cast<unsigned char>(c);
+    return c == ' ' || c == '\t' || c == '=' || c == '#' || u < 0x20 || u == 0x7F;
   });
 }
 

@@ -11,6 +11,7 @@
 #include "platform/rtbus.h"
 #include "platform/vdev/announce.h"
 #include "platform/vdev/calls.h"
+#include "platform/vdev/classify.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/decode.h"
 #include "platform/vdev/json_text.h"
@@ -547,6 +548,49 @@ json hw(const json& req) {
   return {{"ok", true}, {"table", out}};
 }
 
+// Classifies a frame (hex bytes, spaces and colons allowed between them) against one scope's
+// table for one direction (ingress unless "dir" says otherwise).
+json classify(const json& req) {
+  if (!req.contains("frame") || !req.at("frame").is_string()) {
+    throw RequestError{"\"frame\" must be a string of hex bytes"};
+  }
+  std::vector<uint8_t> bytes;
+  int high = -1;
+  for (char c : req.at("frame").get<std::string>()) {
+    if (c == ' ' || c == ':' || c == '-') continue;
+    int v = -1;
+    if (c >= '0' && c <= '9') v = c - '0';
+    if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
+    if (v < 0) throw RequestError{"\"frame\" holds a character that is not a hex digit"};
+    if (high < 0) {
+      high = v;
+    } else {
+      bytes.push_back(static_cast<uint8_t>(high << 4 | v));
+      high = -1;
+    }
+  }
+  if (high >= 0) throw RequestError{"\"frame\" has an odd number of hex digits"};
+  Frame f;
+  std::string err;
+  if (!decodeFrame(bytes, &f, &err)) throw RequestError{err};
+  const auto scope = scopeNumber(req);
+  ScopeKey key;
+  key.scope = scope.value_or(0);
+  if (key.scope >= 1) key.unit = needU32(req, "unit");
+  if (key.scope == 2) {
+    key.onu = needU32(req, "onu");
+    key.gem = needU32(req, "gem");
+  }
+  const uint32_t dir = optU32(req, "dir").value_or(0);
+  Device& d = device();
+  std::lock_guard lock(d.mutex);
+  json out = classifyFrame(d.journal, key, dir, f);
+  out["ok"] = true;
+  out["scope"] = scopeToJson(key);
+  return out;
+}
+
 // The entries of a journal log after since, as many as fit in one answer. When some are left
 // over, "more" is true and "last" is the last entry's sequence number, which the client passes as
 // "since" for the next page; otherwise "last" is the journal's latest sequence number.
@@ -608,6 +652,7 @@ const std::map<std::string, Handler>& handlers() {
   static const std::map<std::string, Handler> table = {
       {"show", [](const json&) { return show(); }},
       {"hw", hw},
+      {"classify", classify},
       {"relays", [](const json& r) { return journalList(r, "relays", &Journal::relays); }},
       {"announcements",
        [](const json& r) { return journalList(r, "announcements", &Journal::announcements); }},

@@ -71,6 +71,10 @@ TEST_F(OptionsTest, MalformedFileIsRefusedWholeNamingTheLine) {
   EXPECT_NE(err.find("/nonexistent/acl.conf"), std::string::npos);
   EXPECT_FALSE(plat::optParseOverride("novalue", &err));
   EXPECT_FALSE(plat::optParseOverride("=5", &err));
+  // A key with a NUL or control byte could never be asked for by name: the line is refused.
+  EXPECT_FALSE(plat::optLoadFile(file(std::string("acl.max\0lstnum = 5\n", 19)), &err));
+  EXPECT_FALSE(plat::optLoadFile(file("acl.\x01enable = false\n"), &err));
+  EXPECT_FALSE(plat::optParseOverride(std::string("a\0b=1", 5), &err));
 }
 
 TEST(LoggingTest, EachCallIsOneLineInTheRingWithoutLineEnd) {
