@@ -15,6 +15,7 @@
 #include "main/acl_log.h"
 #include "platform/hwil.h"
 #include "platform/ifmgr.h"
+#include "services/acl_traffic_policy.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
 
@@ -191,6 +192,23 @@ class GemSet {
   bool local_ = true;
 };
 
+// The traffic policies (14 to 20, in the order of the interface table's 34 to 40) act on the GEM
+// port's PON interface: the operation is the interface one with the key's ifIndex, and needs no
+// GEM port record. The buffer is a word holding the address of a record the command server owns;
+// like the interface's, the command is not relayed, since that address means nothing elsewhere.
+int32_t gemPolicySet(const GemKey& k, uint32_t cmd, uintptr_t buf) {
+  std::array<uint8_t, 4 * ZOR_LOC_WORDS> location{};
+  if (zorIndexTrans(k.ifIndex, ZOR_TRANS_LOCATION, location.data()) != 0) {
+    aclDebug(ACL_LOG_API,
+             "ACL config [onu set api] error. (Reason=[Failed to get interface phy num]");
+    return ACL_RET_IF_NO_LOCATION;
+  }
+  const auto* record = reinterpret_cast<const uint8_t*>(*reinterpret_cast<const uintptr_t*>(buf));
+  if (record == nullptr) return CMN_ERR_BAD_PARAM;
+  return aclTrafficIfByCmd(k.ifIndex, ACL_IF_CMD_TRAFFIC_FIRST + (cmd - ACL_GEM_CMD_FIRST_TRAFFIC),
+                           record);
+}
+
 }  // namespace
 
 int32_t aclGemPortLstGetFirst(uintptr_t keyAddr, uintptr_t, uintptr_t) {
@@ -311,11 +329,10 @@ int32_t _aclGemPortSetApi(uintptr_t keyAddr, uintptr_t cmdArg, uintptr_t buf, ui
   aclDebug(ACL_LOG_API, "ACL config [onu set api] info=[index:=%d cmd:=%d]", num(k.ifIndex),
            num(cmd));
   if (cmd == 0 || cmd > ACL_GEM_CMD_LAST) return ACL_RET_UNKNOWN;
-  // The traffic-policy commands have no owner in this build.
-  if (cmd >= ACL_GEM_CMD_FIRST_TRAFFIC && cmd <= ACL_GEM_CMD_LAST_TRAFFIC) {
-    return CMN_ERR_NOT_SUPPORTED;
-  }
   if (buf == 0) return CMN_ERR_BAD_PARAM;
+  if (cmd >= ACL_GEM_CMD_FIRST_TRAFFIC && cmd <= ACL_GEM_CMD_LAST_TRAFFIC) {
+    return gemPolicySet(k, cmd, buf);
+  }
   AclGemPortEntry* rec = aclGemPortEntryGet(k.ifIndex, k.onuId, k.gemPort);
   if (rec == nullptr && cmd != ACL_GEM_CMD_ROW_STATUS) {
     aclDebug(ACL_LOG_API,

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "client/aclctl.h"
 
@@ -50,6 +51,8 @@ void aclctlAddBatchCommand(CLI::App& app, AclctlGlobals& globals);
 
 // "gem": GEM port records of ONUs, binding lists on their slots, GEM port statistics.
 void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals);
+// The 12-byte GEM port table key of IFINDEX/ONU/GEMPORT; a usage error when it does not read.
+std::vector<uint8_t> aclctlGemKey(const std::string& text);
 // "if hqos" and "if pbr" under the "if" command.
 void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals);
 // "policy": traffic policies applied and removed on an interface or globally.

@@ -403,6 +403,10 @@ void statsClear(const AclctlGlobals& glob, const GemArgs& a) {
 
 }  // namespace
 
+std::vector<uint8_t> aclctlGemKey(const std::string& text) {
+  return keyOf(parseGem(text));
+}
+
 void aclctlAddGemCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* cmd =
       app.add_subcommand("gem", "GEM port records of ONUs, their bind slots and statistics");

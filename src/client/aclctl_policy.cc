@@ -27,6 +27,7 @@ using nlohmann::ordered_json;
 
 constexpr uint32_t kScalarSet = 2;
 constexpr uint32_t kIfSet = 19;
+constexpr uint32_t kGemSet = 80;
 constexpr uint32_t kReqLen = 56;
 constexpr uint32_t kPbrLen = 80;
 
@@ -87,6 +88,7 @@ uint32_t actionCode(const std::string& text) {
 struct PolicyArgs {
   std::string op;
   std::optional<uint32_t> ifIndex;
+  std::optional<std::string> gem;  // IFINDEX/ONU/GEMPORT
   bool global = false;
   uint32_t lst = 0;
   uint32_t rule = 0;
@@ -189,7 +191,9 @@ void fillData(const PolicyArgs& a, std::vector<uint8_t>& req) {
 }
 
 void runPolicy(const AclctlGlobals& g, const PolicyArgs& a, bool apply) {
-  if (a.global == a.ifIndex.has_value()) usage("give --if IFINDEX or --global");
+  if ((a.global ? 1 : 0) + (a.ifIndex ? 1 : 0) + (a.gem ? 1 : 0) != 1) {
+    usage("give --if IFINDEX, --gem IFINDEX/ONU/GEMPORT or --global");
+  }
   const auto it = std::find(std::begin(kOps), std::end(kOps), a.op);
   if (it == std::end(kOps)) {
     usage("operation is filter, redirect, remark, mirror, statistic, limit or loopback, not '" +
@@ -209,11 +213,19 @@ void runPolicy(const AclctlGlobals& g, const PolicyArgs& a, bool apply) {
   r.cmd = (a.global ? 53 : 34) + opIdx;
   r.keyShape = a.global ? wire::KeyShape::None : wire::KeyShape::Value;
   r.keyValue = a.ifIndex.value_or(0);
+  if (a.gem) {
+    r.funcId = kGemSet;
+    r.cmd = 14 + opIdx;
+    r.keyShape = wire::KeyShape::Bytes;
+    r.key = aclctlGemKey(*a.gem);
+  }
   r.bufShape = wire::BufShape::Ptr;
   r.data = req;
   aclclient::TableSession s(g);
   const int32_t ret = s.call(r).result;
-  const std::string where = a.global ? "globally" : "on interface " + std::to_string(*a.ifIndex);
+  const std::string where = a.global ? "globally"
+                            : a.gem  ? "on GEM port " + *a.gem
+                                     : "on interface " + std::to_string(*a.ifIndex);
   const std::string target =
       "list " + std::to_string(a.lst) + (a.rule != 0 ? " rule " + std::to_string(a.rule) : "");
   ordered_json out = {{"policy", a.op},
@@ -222,6 +234,7 @@ void runPolicy(const AclctlGlobals& g, const PolicyArgs& a, bool apply) {
                       {"rule", a.rule},
                       {"dir", a.dir}};
   if (a.ifIndex) out["ifIndex"] = *a.ifIndex;
+  if (a.gem) out["gem"] = *a.gem;
   aclclient::reportResult(
       g,
       std::string(apply ? "apply " : "remove ") + a.op + " " + target + " " + a.dir + " " + where,
@@ -237,6 +250,7 @@ void addPolicyVerb(CLI::App* cmd, AclctlGlobals& globals, bool apply) {
                   "filter, redirect, remark, mirror, statistic, limit or loopback")
       ->required();
   sub->add_option("--if", a->ifIndex, "interface index");
+  sub->add_option("--gem", a->gem, "GEM port IFINDEX/ONU/GEMPORT (acts on its PON interface)");
   sub->add_flag("--global", a->global, "the whole system");
   sub->add_option("--list", a->lst, "list number")->required();
   sub->add_option("--rule", a->rule, "one rule of the list (default: every rule)");
@@ -323,7 +337,8 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
 void aclctlAddPolicyCommands(CLI::App& app, AclctlGlobals& globals) {
   auto* cmd = app.add_subcommand(
       "policy",
-      "Traffic policies on a list's rules, on an interface (--if) or globally (--global)");
+      "Traffic policies on a list's rules, on an interface (--if), a GEM port's PON interface "
+      "(--gem) or globally (--global)");
   cmd->require_subcommand(1);
   addPolicyVerb(cmd, globals, true);
   addPolicyVerb(cmd, globals, false);

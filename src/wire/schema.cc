@@ -268,6 +268,16 @@ constexpr std::array kRows = {
     CmdSchema{81, 1, kValueOrNull}, CmdSchema{81, 2, kValueOrNull}, CmdSchema{81, 3, kValueOrNull}, CmdSchema{81, 4, kValueOrNull}, CmdSchema{81, 5, kValueOrNull}, CmdSchema{81, 6, kValueOrNull}, CmdSchema{81, 7, kValueOrNull},
     CmdSchema{81, 8, kValueOrNull}, CmdSchema{81, 9, kValueOrNull}, CmdSchema{81, 10, kValueOrNull}, CmdSchema{81, 11, kValueOrNull}, CmdSchema{81, 12, kValueOrNull}, CmdSchema{81, 13, kValueOrNull}, CmdSchema{81, 21, kValueOrNull},
     CmdSchema{81, 22, kValueOrNull}, CmdSchema{81, 23, kValueOrNull}, CmdSchema{81, 24, kValueOrNull}, CmdSchema{81, 25, kValueOrNull}, CmdSchema{81, 26, kValueOrNull},
+    // GEM port traffic policies (14 to 20) take a word holding a record's address, as the
+    // interface's do.
+    CmdSchema{80, 14, kTrafficRecord}, CmdSchema{80, 15, kTrafficRecord},
+    CmdSchema{80, 16, kTrafficRecord}, CmdSchema{80, 17, kTrafficRecord},
+    CmdSchema{80, 18, kTrafficRecord}, CmdSchema{80, 19, kTrafficRecord},
+    CmdSchema{80, 20, kTrafficRecord},
+    CmdSchema{81, 14, kTrafficRecord}, CmdSchema{81, 15, kTrafficRecord},
+    CmdSchema{81, 16, kTrafficRecord}, CmdSchema{81, 17, kTrafficRecord},
+    CmdSchema{81, 18, kTrafficRecord}, CmdSchema{81, 19, kTrafficRecord},
+    CmdSchema{81, 20, kTrafficRecord},
     // GEM port statistics clears relay their buffer as a value word.
     CmdSchema{85, 2, kValueOrNull}, CmdSchema{85, 6, kValueOrNull},
     CmdSchema{86, 2, kValueOrNull}, CmdSchema{86, 6, kValueOrNull},

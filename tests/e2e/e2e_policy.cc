@@ -63,6 +63,20 @@ TEST_F(PolicyE2e, FilterOnAPortShowsTheCopiesAndLeavesTheRulesAlone) {
   expectAuditClean();
 }
 
+// A GEM port's policy goes to its PON interface's table.
+TEST_F(PolicyE2e, GemPortPolicyActsOnThePonInterface) {
+  twoRules();
+  run({"policy", "apply", "filter", "--gem", "401/5/3", "--list", "1001", "--action", "deny"});
+  const auto pon = [&] {
+    return run({"--json", "dev", "hw", "--scope", "unit", "--unit", "401"})["table"]["entries"];
+  };
+  EXPECT_EQ(pon().size(), 2u);
+  expectAuditClean();
+  run({"policy", "remove", "filter", "--gem", "401/5/3", "--list", "1001"});
+  EXPECT_TRUE(pon().empty());
+  expectAuditClean();
+}
+
 TEST_F(PolicyE2e, RawInterfaceSetAndRefusalsByCode) {
   twoRules();
   // The traffic-policy record by address, as another module sends it: interface set 36.

@@ -5,7 +5,10 @@
 
 #include "api/acl_gemport_api.h"
 #include "control/acl_slot.h"
+#include "diag/acl_audit.h"
+#include "services/acl_traffic_policy.h"
 #include "unit/hw/if_fixture.h"
+#include "wire/acl_dev_layout.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
 
@@ -64,7 +67,6 @@ TEST_F(GemApiTest, AnswersToEachRequest) {
   const Case cases[] = {
       {"command 0", 5, 3, 0, 1, ACL_RET_UNKNOWN},
       {"command past the table", 5, 3, 27, 1, ACL_RET_UNKNOWN},
-      {"traffic-policy command", 5, 3, 15, 0, CMN_ERR_NOT_SUPPORTED},
       {"null buffer", 5, 3, kIpv4InCmd, std::nullopt, CMN_ERR_BAD_PARAM},
       {"missing record", 5, 4, kIpv4InCmd, 1001, ACL_ERR_IF_NOT_EXIST},
       {"unbind on a missing record", 5, 4, kIpv4InCmd, 0, 0},
@@ -189,6 +191,128 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
   EXPECT_EQ(aclGemPortStatsSetApi(reinterpret_cast<uintptr_t>(index.data()), 2,
                                   reinterpret_cast<uintptr_t>(word)),
             ACL_ERR_IFSTATS_NOT_EXIST);
+}
+
+// The traffic policies of a GEM port act on its PON interface: each command reaches its operation
+// with the key's ifIndex, whether or not the GEM port has a record.
+class GemPolicyTest : public IfTest {
+ protected:
+  static constexpr uint32_t kList = 1001;
+  static void slotReady() {
+    AclSlotEntry* s = aclSlotEntryGet(1, 4);
+    if (s == nullptr) s = aclSlotEntryAdd(1, 4);
+    ASSERT_NE(s, nullptr);
+    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
+  }
+  void SetUp() override {
+    IfTest::SetUp();
+    slotReady();
+  }
+  // The set as the command server makes it: buf points at a word holding the record's address.
+  static int32_t policy(uint16_t onu, uint16_t gem, uint32_t cmd, const uint8_t* record) {
+    auto k = key(kPon, onu, gem);
+    const auto word = reinterpret_cast<uintptr_t>(record);
+    return aclGemPortSetApi(reinterpret_cast<uintptr_t>(k.data()), cmd,
+                            reinterpret_cast<uintptr_t>(&word));
+  }
+  static Bytes request(bool apply, const Bytes& data) {
+    Bytes r(ACL_TRAFFIC_REQ_LEN, 0);
+    be::store32(r.data(), kList);
+    r[ACL_TRAFFIC_REQ_OP] = apply ? ACL_TRAFFIC_OP_APPLY : 2;
+    std::copy(data.begin(), data.end(), r.begin() + ACL_TRAFFIC_REQ_DATA);
+    return r;
+  }
+  static Bytes actionsOn(uint32_t unit, uint32_t rule) {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    const auto& t = d.journal.hw[vdev::ScopeKey{1, unit, 0, 0}];
+    auto it = t.entries.find({kList, rule, 0});
+    if (it == t.entries.end()) return {};
+    const Bytes& dev = it->second.data;
+    return Bytes(dev.begin() + acldev::kAction, dev.begin() + acldev::kAction + 8);
+  }
+  static Bytes bits(std::initializer_list<uint32_t> codes) {
+    Bytes b(8, 0);
+    for (uint32_t c : codes) aclBitSet(b, c);
+    return b;
+  }
+  static void expectAuditClean() {
+    for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
+  }
+};
+
+TEST_F(GemPolicyTest, EachCommandReachesItsOperationOnThePonInterface) {
+  struct Case {
+    const char* name;
+    uint32_t cmd;
+    Bytes data;
+    Bytes want;
+  };
+  const Bytes remark = [] {
+    Bytes d(24, 0);
+    aclBitSet(std::span<uint8_t>(d.data(), 8), RULE_ACTION_DSCP);
+    d[9] = 46;
+    return d;
+  }();
+  const Case cases[] = {
+      {"loopback", 14, {}, bits({RULE_ACTION_LOOPBACK})},
+      {"redirect", 15, {RULE_ACTION_OUTPUT_CPU}, bits({RULE_ACTION_OUTPUT_CPU})},
+      {"filter", 16, num(RULE_ACTION_DENY, 4), bits({RULE_ACTION_DENY})},
+      {"remark", 17, remark, bits({RULE_ACTION_DSCP})},
+      {"mirror", 18, num(3, 4), bits({RULE_ACTION_MIRROR_GROUP})},
+      {"limit", 19, {}, {}},
+      {"statistic", 20, {1, 2}, bits({RULE_ACTION_AWARE})},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    restart();
+    slotReady();
+    // Only the filter takes valid rules; the others take rules still being made.
+    AclListEntry* l = list(kList);
+    for (uint32_t i = 1; i <= 2; ++i) {
+      AclRuleEntry* r = rule(kList, i);
+      r->status = c.cmd == 16 ? ACL_RULE_STATUS_VALID : ACL_RULE_STATUS_CREATED;
+      action(r, RULE_ACTION_PERMIT, ACL_ACTION_NO_SLOT, {});
+    }
+    const Bytes apply = request(true, c.data);
+    ASSERT_EQ(policy(5, 3, c.cmd, apply.data()), 0);
+    EXPECT_EQ(units(), expect({kPon}, kList, {{1, 1}, {2, 2}}));
+    EXPECT_TRUE(units(2).empty());
+    // The limit without meter or out-actions sends the rule with no action of its own.
+    EXPECT_EQ(actionsOn(kPon, 2), c.want.empty() ? Bytes(8, 0) : c.want);
+    EXPECT_EQ(l->refCnt, 2);
+    const AclIfListEntry* e = aclIfListGet(kPon, ACL_LIST_TYPE_IPV4, 0, kList, 2);
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->bindOwner, ACL_BIND_OWNER_TRAFFIC);
+    EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
+    expectAuditClean();
+
+    const Bytes remove = request(false, c.data);
+    ASSERT_EQ(policy(5, 3, c.cmd, remove.data()), 0);
+    EXPECT_TRUE(units().empty());
+    EXPECT_EQ(l->refCnt, 0);
+    EXPECT_EQ(aclIfListGet(kPon, ACL_LIST_TYPE_IPV4, 0, kList, 2), nullptr);
+    expectAuditClean();
+  }
+}
+
+TEST_F(GemPolicyTest, MissingRecordAddressOrUnlocatedInterfaceChangesNothing) {
+  listOf(kList, {1, 2});
+  const Bytes apply = request(true, num(RULE_ACTION_DENY, 4));
+  auto k = key(kPon, 5, 3);
+  const auto keyAddr = reinterpret_cast<uintptr_t>(k.data());
+  const uintptr_t nullWord = 0;
+  EXPECT_EQ(aclGemPortSetApi(keyAddr, 16, 0), CMN_ERR_BAD_PARAM);
+  EXPECT_EQ(aclGemPortSetApi(keyAddr, 16, reinterpret_cast<uintptr_t>(&nullWord)),
+            CMN_ERR_BAD_PARAM);
+  auto nowhere = key(9999, 5, 3);
+  const auto word = reinterpret_cast<uintptr_t>(apply.data());
+  EXPECT_EQ(aclGemPortSetApi(reinterpret_cast<uintptr_t>(nowhere.data()), 16,
+                             reinterpret_cast<uintptr_t>(&word)),
+            ACL_RET_IF_NO_LOCATION);
+  EXPECT_TRUE(units().empty());
+  EXPECT_EQ(aclListEntryGet(kList)->refCnt, 0);
+  expectAuditClean();
 }
 
 }  // namespace

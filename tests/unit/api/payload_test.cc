@@ -152,6 +152,11 @@ const std::vector<Case> kCases = {
     {68, 1, desc(64), 0, 8},
     {68, 1, val(), kRefused},
     {69, 1, desc(100), 0, 63},
+    // GEM port traffic policies: a word holding a record's address, or nothing.
+    {80, 16, none(), BAD},
+    {80, 16, val(), kRefused},
+    {80, 16, desc(8), kRefused},
+    {81, 20, none(), BAD},
 };
 
 class Payload : public storetest::StoreTest {
