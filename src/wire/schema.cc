@@ -21,7 +21,8 @@ constexpr BufRule kHqosRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None
 constexpr BufRule kTrafficRecord = {bufMask(BufShape::Ptr) | bufMask(BufShape::None), 0, 64};
 
 // One row per command whose payload is fixed more exactly than its function's default.
-constexpr std::array kRows = {
+// A plain array: deducing a std::array from this many rows is past what some compilers allow.
+constexpr CmdSchema kRows[] = {
     // Statistics reads answer through a descriptor whose data address they take as given; a
     // missing descriptor has no answer of its own, so nothing but a descriptor may reach them.
     CmdSchema{23, 1, {bufMask(BufShape::Desc), 0, kMaxDataLen}},
@@ -321,10 +322,10 @@ std::span<const CmdSchema> cmdSchemas() {
 }
 
 BufRule bufRuleFor(uint32_t funcId, uint32_t cmd) {
-  const auto it = std::find_if(kRows.begin(), kRows.end(), [&](const CmdSchema& r) {
+  const auto it = std::find_if(std::begin(kRows), std::end(kRows), [&](const CmdSchema& r) {
     return r.funcId == funcId && r.cmd == cmd;
   });
-  return it != kRows.end() ? it->buf : kDefaultBuf;
+  return it != std::end(kRows) ? it->buf : kDefaultBuf;
 }
 
 Status checkRequest(const Request& req) {
