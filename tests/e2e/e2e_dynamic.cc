@@ -24,11 +24,6 @@ class DynamicE2e : public AclE2eTest {
     acl_ = AclProcess::start(o);
     ASSERT_NE(acl_, nullptr);
   }
-  static std::string key(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
   // The tables of ports 201 and 202 and the global table that hold rule `rule` of list 1001.
   std::set<std::string> tablesWith(uint32_t rule) {
     std::set<std::string> out;
@@ -44,13 +39,6 @@ class DynamicE2e : public AclE2eTest {
     look({"--scope", "unit", "--unit", "202"}, "unit 202");
     look({"--scope", "global"}, "global");
     return out;
-  }
-  void slotsKnown() {
-    for (int i = 0; i < 100; ++i) {
-      if (run({"--json", "slot", "show"})["slots"].size() >= 4) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "the line cards never arrived";
   }
 };
 
@@ -81,11 +69,11 @@ TEST_F(DynamicE2e, NewRuleReachesEveryBindingAndARefusedOneIsUndone) {
   run({"dev", "fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit", "--unit", "202",
        "--cmd", "65536398", "--list", "1001", "--rule", "3", "--result", "0x3E80099"});
   run({"rule", "create", "1001", "3"});
-  EXPECT_EQ(run({"call", "aclRuleSetApi", key(1001, 3), "57", "u32:1"})["ret"], 0x3E80099);
+  EXPECT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, 3), "57", "u32:1"})["ret"], 0x3E80099);
   EXPECT_NE(acl_->logText().find("Filter 1001/3 add to interface ge-1/2/2 IPV4 IN direction "
                                  "ERROR. Need to delete related filter manual."),
             std::string::npos);
-  EXPECT_EQ(run({"call", "aclRuleGetApi", key(1001, 3), "57", "u32:0"})["buf"]["u32"], 3);
+  EXPECT_EQ(run({"call", "aclRuleGetApi", ruleKey(1001, 3), "57", "u32:0"})["buf"]["u32"], 3);
   EXPECT_TRUE(tablesWith(3).empty());
   ASSERT_EQ(acl_->aclctl({"rule", "show", "1001", "3"}, &out), 0);
   EXPECT_NE(out.find("interface 201 inIpv4Acl -> unit 201: not installed (not valid)"),

@@ -17,23 +17,6 @@ using nlohmann::json;
 
 class EventE2e : public AclE2eTest {
  protected:
-  static std::string ruleKey(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
-  // List lst with valid IPv4 rules 1 and 2; rule 2 follows time range tr when tr is not 0.
-  void twoRuleList(uint32_t lst, uint32_t tr = 0) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    for (uint32_t r : {1u, 2u}) {
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
-      if (r == 2 && tr != 0) {
-        run({"rule", "attach", std::to_string(lst), "2", "--time-range", std::to_string(tr)});
-      }
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
-    }
-  }
   int32_t ifSet(uint32_t ifIndex, uint32_t cmd, uint32_t v) {
     return run({"call", "aclIfSetApi", std::to_string(ifIndex), std::to_string(cmd),
                 "u32:" + std::to_string(v)})["ret"]
@@ -44,14 +27,6 @@ class EventE2e : public AclE2eTest {
     if (scope == "unit") args.insert(args.end(), {"--unit", std::to_string(unit)});
     return run(args)["table"]["entries"];
   }
-  // Rules of list lst in a unit's table.
-  std::map<uint32_t, uint32_t> unitRules(uint32_t unit, uint32_t lst) {
-    std::map<uint32_t, uint32_t> out;
-    for (const auto& e : table("unit", unit)) {
-      if (e["list"] == lst) out[e["rule"].get<uint32_t>()] = e["priority"].get<uint32_t>();
-    }
-    return out;
-  }
   // Polls until done() holds; the daemon acts on a route message shortly after it is sent.
   static bool within(const std::function<bool()>& done) {
     for (int i = 0; i < 100; ++i) {
@@ -60,15 +35,12 @@ class EventE2e : public AclE2eTest {
     }
     return done();
   }
-  void slotsKnown() {
-    ASSERT_TRUE(within([&] { return run({"--json", "slot", "show"})["slots"].size() >= 4; }));
-  }
 };
 
 TEST_F(EventE2e, APortJoiningAnAggregationInMemberModeTakesItsListsAndLeavingDropsThem) {
   slotsKnown();
   run({"dev", "agg", "set", "--index", "1001", "--members", "203,204,303", "--mode", "1"});
-  twoRuleList(1001);
+  validRules(1001, 2);
   ASSERT_EQ(ifSet(1001, 17, 2), 0);
   ASSERT_EQ(ifSet(1001, 24, 1001), 0);
   std::map<uint32_t, json> before;
@@ -87,7 +59,7 @@ TEST_F(EventE2e, APortJoiningAnAggregationInMemberModeTakesItsListsAndLeavingDro
 
 TEST_F(EventE2e, AnInterfaceRemovedByTheDeviceLosesItsEntriesRecordBindingsAndCharge) {
   slotsKnown();
-  twoRuleList(1001);
+  validRules(1001, 2);
   const json idle = run({"--json", "slot", "show"});
   run({"if", "create", "201"});
   run({"if", "bind", "201", "in", "ipv4", "1001"});
@@ -104,7 +76,7 @@ TEST_F(EventE2e, AnInterfaceRemovedByTheDeviceLosesItsEntriesRecordBindingsAndCh
 
 TEST_F(EventE2e, ACardComingUpGetsTheBindingsThatConcernItAndItsSlotIsCharged) {
   slotsKnown();
-  twoRuleList(1001);
+  validRules(1001, 2);
   run({"global", "bind", "in", "ipv4", "1001"});
   run({"dev", "if", "set", "--index", "4001", "--name", "vlanif-1", "--system", "1", "--slot", "0",
        "--kind", "3"});
@@ -145,7 +117,7 @@ TEST_F(EventE2e, ACardComingUpGetsTheBindingsThatConcernItAndItsSlotIsCharged) {
 
 TEST_F(EventE2e, ATimeRangeSwitchedByTheDeviceMovesItsRuleOnEveryScope) {
   slotsKnown();
-  twoRuleList(1001, 2);  // time range 2 "night" is inactive on the built-in device
+  validRules(1001, 2, 2);  // time range 2 "night" is inactive on the built-in device
   run({"if", "create", "201"});
   run({"if", "bind", "201", "in", "ipv4", "1001"});
   run({"global", "bind", "in", "ipv4", "1001"});

@@ -16,19 +16,6 @@ using nlohmann::json;
 
 class GemE2e : public AclE2eTest {
  protected:
-  static std::string ruleKey(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
-  void twoRuleList(uint32_t lst) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    for (uint32_t r : {1u, 2u}) {
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
-    }
-  }
   // (rule -> priority) in the table of GEM key 401/5/3.
   std::map<uint32_t, uint32_t> gemRules() {
     std::map<uint32_t, uint32_t> out;
@@ -39,18 +26,11 @@ class GemE2e : public AclE2eTest {
     }
     return out;
   }
-  void slotsKnown() {
-    for (int i = 0; i < 100; ++i) {
-      if (run({"--json", "slot", "show"})["slots"].size() >= 4) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "the line cards never arrived";
-  }
 };
 
 TEST_F(GemE2e, BindShowUnbindAndRefusals) {
   slotsKnown();
-  twoRuleList(1001);
+  validRules(1001, 2);
   expectAuditClean();
   run({"gem", "create", "401/5/3"});
   run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});
@@ -89,7 +69,7 @@ TEST_F(GemE2e, BindShowUnbindAndRefusals) {
 // daemon does not act on the ONU's removal and the table stays.
 TEST_F(GemE2e, OnuRemovalEmptiesItsTablesAndRecords) {
   slotsKnown();
-  twoRuleList(1001);
+  validRules(1001, 2);
   run({"dev", "onu", "set", "--interface", "401", "--onu", "5", "--gem", "3"});
   run({"gem", "create", "401/5/3"});
   run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});

@@ -21,33 +21,10 @@ using nlohmann::json;
 
 class IfE2e : public AclE2eTest {
  protected:
-  static std::string ruleKey(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
-  // List lst with valid IPv4 rules 1 and 2.
-  void twoRuleList(uint32_t lst) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    for (uint32_t r : {1u, 2u}) {
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
-    }
-  }
   int32_t ifSet(uint32_t ifIndex, uint32_t cmd, uint32_t v) {
     return run({"call", "aclIfSetApi", std::to_string(ifIndex), std::to_string(cmd),
                 "u32:" + std::to_string(v)})["ret"]
         .get<int32_t>();
-  }
-  // (rule -> priority) of list lst on one unit.
-  std::map<uint32_t, uint32_t> unitRules(uint32_t unit, uint32_t lst) {
-    std::map<uint32_t, uint32_t> out;
-    const json t = run({"dev", "hw", "--scope", "unit", "--unit", std::to_string(unit)});
-    for (const auto& e : t["table"]["entries"]) {
-      if (e["list"] == lst) out[e["rule"].get<uint32_t>()] = e["priority"].get<uint32_t>();
-    }
-    return out;
   }
   // What aclctl printed on both streams (its refusals go to stderr).
   std::string said(const std::vector<std::string>& args) {
@@ -63,20 +40,12 @@ class IfE2e : public AclE2eTest {
     }
     return text;
   }
-  // The daemon learns its line cards from the device's replay after start-up.
-  void slotsKnown() {
-    for (int i = 0; i < 100; ++i) {
-      if (run({"--json", "slot", "show"})["slots"].size() >= 4) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "the line cards never arrived";
-  }
 };
 
 TEST_F(IfE2e, AggregationMembersCarryTheListAndARefusalLeavesNone) {
   slotsKnown();
   run({"dev", "agg", "set", "--index", "1001", "--members", "203,204,303", "--mode", "1"});
-  twoRuleList(1001);
+  validRules(1001, 2);
   ASSERT_EQ(ifSet(1001, 17, 2), 0);
   ASSERT_EQ(ifSet(1001, 24, 1001), 0);
   const std::map<uint32_t, uint32_t> both = {{1, 4097}, {2, 4098}};
@@ -105,7 +74,7 @@ TEST_F(IfE2e, AggregationMembersCarryTheListAndARefusalLeavesNone) {
 
 TEST_F(IfE2e, AclctlIfBindsShowsAndNamesRefusals) {
   slotsKnown();
-  twoRuleList(1001);
+  validRules(1001, 2);
   run({"if", "create", "201"});
   std::string out;
   EXPECT_EQ(acl_->aclctl({"if", "bind", "201", "in", "ipv4", "1500"}, &out), 1);
@@ -182,7 +151,7 @@ TEST_F(IfSlotE2e, ACardOptionCapsTheSlotAndARefusedBindLeavesNothing) {
     return json();
   };
   ASSERT_FALSE(ipv4In().is_null());
-  for (uint32_t lst : {1001u, 1002u}) twoRuleList(lst);
+  for (uint32_t lst : {1001u, 1002u}) validRules(lst, 2);
   run({"if", "create", "201"});
   run({"if", "create", "202"});
   run({"if", "bind", "201", "in", "ipv4", "1001"});

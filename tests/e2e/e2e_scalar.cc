@@ -15,23 +15,8 @@ namespace {
 
 using nlohmann::json;
 
-std::string ruleKey(uint32_t lst, uint32_t rule) {
-  char text[40];
-  std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-  return text;
-}
-
 class ScalarE2e : public AclE2eTest {
  protected:
-  // An IPv4 list with valid rules 1..n.
-  void makeList(uint32_t lst, uint32_t rules) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    for (uint32_t r = 1; r <= rules; ++r) {
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:2"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "19", "u32:46"})["ret"], 0);
-      ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:1"})["ret"], 0);
-    }
-  }
   json globalEntries() { return run({"dev", "hw", "--scope", "global"})["table"]["entries"]; }
   json scalarSet(uint32_t cmd, uint32_t v) {
     return run({"call", "aclScalarSetApi", "-", std::to_string(cmd), "u32:" + std::to_string(v)});
@@ -42,7 +27,7 @@ class ScalarE2e : public AclE2eTest {
 };
 
 TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {
-  makeList(1001, 2);
+  validRules(1001, 2);
   EXPECT_EQ(scalarSet(28, 1001)["ret"], 0);
   json e = globalEntries();
   ASSERT_EQ(e.size(), 2u) << e.dump();
@@ -87,8 +72,8 @@ TEST_F(ScalarE2e, GlobalSlotInstallsRemovesAndFailsCleanly) {
 }
 
 TEST_F(ScalarE2e, FriendlyGlobalCommands) {
-  makeList(1001, 1);
-  makeList(1002, 1);
+  validRules(1001, 1);
+  validRules(1002, 1);
   json r = run({"--json", "global", "bind", "in", "ipv4", "1001"});
   EXPECT_TRUE(r["ok"]);
   run({"global", "set-generic", "out", "1002"});
@@ -128,16 +113,17 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
 }
 
 TEST_F(ScalarE2e, AuditNamesHardwareClearedBehindTheDaemonsBack) {
-  makeList(1001, 2);
+  validRules(1001, 2);
   ASSERT_EQ(scalarSet(28, 1001)["ret"], 0);  // inIpv4Acl
   expectAuditClean();
   run({"dev", "clear", "--what", "hw"});
   std::string out;
   EXPECT_EQ(acl_->aclctl({"audit"}, &out), 1);
-  EXPECT_EQ(out,
-            "hardware: global table lacks list 1001 rule 1 dir 0 (global inIpv4Acl, priority 8193)\n"
-            "hardware: global table lacks list 1001 rule 2 dir 0 (global inIpv4Acl, priority 8194)\n"
-            "2 difference(s)\n");
+  EXPECT_EQ(
+      out,
+      "hardware: global table lacks list 1001 rule 1 dir 0 (global inIpv4Acl, priority 8193)\n"
+      "hardware: global table lacks list 1001 rule 2 dir 0 (global inIpv4Acl, priority 8194)\n"
+      "2 difference(s)\n");
   json j = run({"--json", "audit"}, 1);
   EXPECT_EQ(j["clean"], false);
   ASSERT_EQ(j["differences"].size(), 2u);
@@ -165,8 +151,8 @@ class SmallStatsPoolE2e : public ScalarE2e {
 // CMN_ERR_NO_RESOURCE and changes nothing: not the hardware, not the slot (a slot that was
 // replacing a list has that list again), not what an unbinding answers afterwards.
 TEST_F(SmallStatsPoolE2e, BindingTooBigForTheStatisticsPoolIsRefusedAndChangesNothing) {
-  makeList(1001, 3);
-  makeList(1002, 1);
+  validRules(1001, 3);
+  validRules(1002, 1);
   for (auto [lst, r] : {std::pair{1001, 1}, {1001, 2}, {1001, 3}, {1002, 1}}) {
     // Counted rules (action AWARE) take a record per binding direction.
     ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, r), "57", "u32:3"})["ret"], 0);

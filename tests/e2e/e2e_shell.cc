@@ -26,18 +26,6 @@ class ShellE2e : public AclE2eTest {
     EXPECT_EQ(acl_->aclctl(all, &out), expectStatus) << out;
     return out;
   }
-  static std::string ruleKey(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
-  // List lst with one valid rule.
-  void oneRuleList(uint32_t lst) {
-    ASSERT_EQ(run({"call", "aclLstSetApi", std::to_string(lst), "9", "u32:2"})["ret"], 0);
-    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "57", "u32:2"})["ret"], 0);
-    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "19", "u32:46"})["ret"], 0);
-    ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(lst, 1), "57", "u32:1"})["ret"], 0);
-  }
   // The ledger as aclSlotShow prints it, from what slot show answers.
   static std::string ledgerText(const json& slots) {
     std::string out = "\r\n--------------------------\r\n";
@@ -63,8 +51,8 @@ TEST_F(ShellE2e, HelpAndTheBindListOfOneList) {
             " aclDynamicBindSet(enable)\n\r aclRedirectMultiSet(enable)\n\r"
             " aclRuleSetVxlanParam(lstIdx, ruleIdx, vxlanFlag, vxlanTransit, vlanTag, "
             "vxlanVni)\n\r aclIfListShow(uint32_t listNum, uint32_t ifUnit)\n\r");
-  oneRuleList(2001);
-  oneRuleList(1001);
+  validRules(2001, 1);
+  validRules(1001, 1);
   for (const char* i : {"201", "202", "203"}) run({"if", "create", i});
   run({"if", "bind", "201", "in", "hybrid", "2001"});
   run({"if", "bind", "202", "out", "hybrid", "2001"});

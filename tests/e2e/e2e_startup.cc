@@ -110,7 +110,8 @@ TEST_F(StartupE2e, VersionAndHelp) {
   Spawned h = spawnAcl({"--help"}, dir.path());
   EXPECT_EQ(waitExit(h.pid, 5000), 0);
   const std::string help = slurp(h.errPath);
-  for (const char* opt : {"--options", "--opt", "--run-dir", "--device", "--log-file", "--syslog"}) {
+  for (const char* opt :
+       {"--options", "--opt", "--run-dir", "--device", "--log-file", "--syslog"}) {
     EXPECT_NE(help.find(opt), std::string::npos) << opt;
   }
 }
@@ -128,9 +129,9 @@ TEST_F(StartupE2e, ServiceSwitchedOffStaysAliveWithoutCommandSocket) {
 TEST_F(StartupE2e, FailedStartupStaysAliveIdle) {
   const std::string run = dir.path() + "/run";
   // A bind-list pool past 32 bits of entries cannot be made.
-  Spawned s = spawnAcl({"--run-dir", run, "--opt", "acl.maxifnum=100000", "--opt",
-                        "acl.maxrulenum=100000"},
-                       dir.path());
+  Spawned s =
+      spawnAcl({"--run-dir", run, "--opt", "acl.maxifnum=100000", "--opt", "acl.maxrulenum=100000"},
+               dir.path());
   EXPECT_EQ(waitExit(s.pid, 1000), -1);
   EXPECT_FALSE(exists(run + "/aclcmd.socket"));
   EXPECT_NE(slurp(s.errPath).find("not started"), std::string::npos) << slurp(s.errPath);

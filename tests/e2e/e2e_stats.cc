@@ -13,11 +13,6 @@ using nlohmann::json;
 
 class StatsE2e : public AclE2eTest {
  protected:
-  static std::string ruleKey(uint32_t lst, uint32_t rule) {
-    char text[40];
-    std::snprintf(text, sizeof text, "x:%08x%08x%08x", lst, rule, 0u);
-    return text;
-  }
   // Valid IPv4 rules 1 and 2 of list 1001 counting with counter 12 (type 2, color 1: set 1 for
   // packets and bytes), the list bound to the global ingress IPv4 slot.
   void countedRulesBound() {
@@ -66,7 +61,8 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
   EXPECT_NE(text.find("b1=700"), std::string::npos) << text;
 
   // Clear one: its counters go, the other record keeps its own.
-  EXPECT_EQ(run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "in"})["ret"], 0);
+  EXPECT_EQ(
+      run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "in"})["ret"], 0);
   rows = run({"--json", "stats", "show"})["stats"];
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0]["p1"], 0);
@@ -74,12 +70,13 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
   EXPECT_EQ(run({"dev", "relays"})["relays"].back()["cmd"], 0x0AC08002);
 
   // A record that does not exist, or the wrong direction, is refused.
-  json refused = run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "out"}, 1);
+  json refused =
+      run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "out"}, 1);
   EXPECT_EQ(refused["ret_hex"], "0x03EA0007");
 
   // Clear all, after a failure on rule 2 stops it.
-  run({"dev", "fault", "add", "--call", "zorScalarSetApi", "--cmd", "216", "--rule", "2", "--result",
-       "0x0ABC0002"});
+  run({"dev", "fault", "add", "--call", "zorScalarSetApi", "--cmd", "216", "--rule", "2",
+       "--result", "0x0ABC0002"});
   EXPECT_EQ(run({"--json", "stats", "clear", "--all"}, 1)["ret_hex"], "0x0ABC0002");
   EXPECT_EQ(run({"--json", "stats", "show"})["stats"][1]["p1"], 9);
   EXPECT_EQ(run({"--json", "stats", "clear", "--all"})["ret"], 0);
