@@ -198,15 +198,9 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
 class GemPolicyTest : public IfTest {
  protected:
   static constexpr uint32_t kList = 1001;
-  static void slotReady() {
-    AclSlotEntry* s = aclSlotEntryGet(1, 4);
-    if (s == nullptr) s = aclSlotEntryAdd(1, 4);
-    ASSERT_NE(s, nullptr);
-    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
-  }
   void SetUp() override {
     IfTest::SetUp();
-    slotReady();
+    slotRoom(4);
   }
   // The set as the command server makes it: buf points at a word holding the record's address.
   static int32_t policy(uint16_t onu, uint16_t gem, uint32_t cmd, const uint8_t* record) {
@@ -221,23 +215,6 @@ class GemPolicyTest : public IfTest {
     r[ACL_TRAFFIC_REQ_OP] = apply ? ACL_TRAFFIC_OP_APPLY : 2;
     std::copy(data.begin(), data.end(), r.begin() + ACL_TRAFFIC_REQ_DATA);
     return r;
-  }
-  static Bytes actionsOn(uint32_t unit, uint32_t rule) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    const auto& t = d.journal.hw[vdev::ScopeKey{1, unit, 0, 0}];
-    auto it = t.entries.find({kList, rule, 0});
-    if (it == t.entries.end()) return {};
-    const Bytes& dev = it->second.data;
-    return Bytes(dev.begin() + acldev::kAction, dev.begin() + acldev::kAction + 8);
-  }
-  static Bytes bits(std::initializer_list<uint32_t> codes) {
-    Bytes b(8, 0);
-    for (uint32_t c : codes) aclBitSet(b, c);
-    return b;
-  }
-  static void expectAuditClean() {
-    for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
   }
 };
 
@@ -255,18 +232,18 @@ TEST_F(GemPolicyTest, EachCommandReachesItsOperationOnThePonInterface) {
     return d;
   }();
   const Case cases[] = {
-      {"loopback", 14, {}, bits({RULE_ACTION_LOOPBACK})},
-      {"redirect", 15, {RULE_ACTION_OUTPUT_CPU}, bits({RULE_ACTION_OUTPUT_CPU})},
-      {"filter", 16, num(RULE_ACTION_DENY, 4), bits({RULE_ACTION_DENY})},
-      {"remark", 17, remark, bits({RULE_ACTION_DSCP})},
-      {"mirror", 18, num(3, 4), bits({RULE_ACTION_MIRROR_GROUP})},
+      {"loopback", 14, {}, actionBits({RULE_ACTION_LOOPBACK})},
+      {"redirect", 15, {RULE_ACTION_OUTPUT_CPU}, actionBits({RULE_ACTION_OUTPUT_CPU})},
+      {"filter", 16, num(RULE_ACTION_DENY, 4), actionBits({RULE_ACTION_DENY})},
+      {"remark", 17, remark, actionBits({RULE_ACTION_DSCP})},
+      {"mirror", 18, num(3, 4), actionBits({RULE_ACTION_MIRROR_GROUP})},
       {"limit", 19, {}, {}},
-      {"statistic", 20, {1, 2}, bits({RULE_ACTION_AWARE})},
+      {"statistic", 20, {1, 2}, actionBits({RULE_ACTION_AWARE})},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     restart();
-    slotReady();
+    slotRoom(4);
     // Only the filter takes valid rules; the others take rules still being made.
     AclListEntry* l = list(kList);
     for (uint32_t i = 1; i <= 2; ++i) {
@@ -279,7 +256,7 @@ TEST_F(GemPolicyTest, EachCommandReachesItsOperationOnThePonInterface) {
     EXPECT_EQ(units(), expect({kPon}, kList, {{1, 1}, {2, 2}}));
     EXPECT_TRUE(units(2).empty());
     // The limit without meter or out-actions sends the rule with no action of its own.
-    EXPECT_EQ(actionsOn(kPon, 2), c.want.empty() ? Bytes(8, 0) : c.want);
+    EXPECT_EQ(inActionsOn(kPon, kList, 2), c.want.empty() ? Bytes(8, 0) : c.want);
     EXPECT_EQ(l->refCnt, 2);
     const AclIfListEntry* e = aclIfListGet(kPon, ACL_LIST_TYPE_IPV4, 0, kList, 2);
     ASSERT_NE(e, nullptr);

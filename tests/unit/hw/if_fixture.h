@@ -5,6 +5,8 @@
 
 #include <set>
 
+#include "control/acl_slot.h"
+#include "diag/acl_audit.h"
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if.h"
@@ -12,6 +14,8 @@
 #include "platform/ifmgr.h"
 #include "stats/acl_gemport_stats.h"
 #include "unit/hw/glb_fixture.h"
+#include "wire/acl_bits.h"
+#include "wire/acl_dev_layout.h"
 
 namespace iftest {
 
@@ -27,6 +31,31 @@ using UnitView = std::map<UnitKey, uint32_t>;
 
 class IfTest : public GlbTest {
  protected:
+  // Slot `slot` of system 1 known to the ledger, with room for every bind type.
+  static void slotRoom(uint32_t slot) {
+    AclSlotEntry* s = aclSlotEntryGet(1, slot);
+    if (s == nullptr) s = aclSlotEntryAdd(1, slot);
+    ASSERT_NE(s, nullptr);
+    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
+  }
+  // The in-action bit set a unit's table holds for one inbound rule; empty when it holds none.
+  static Bytes inActionsOn(uint32_t unit, uint32_t lst, uint32_t rule) {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    const auto& t = d.journal.hw[vdev::ScopeKey{1, unit, 0, 0}];
+    auto it = t.entries.find({lst, rule, 0});
+    if (it == t.entries.end()) return {};
+    const Bytes& dev = it->second.data;
+    return Bytes(dev.begin() + acldev::kAction, dev.begin() + acldev::kAction + 8);
+  }
+  static Bytes actionBits(std::initializer_list<uint32_t> codes) {
+    Bytes b(8, 0);
+    for (uint32_t c : codes) aclBitSet(b, c);
+    return b;
+  }
+  static void expectAuditClean() {
+    for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
+  }
   // A fresh process for one case of a table, still holding aclMutex as the fixture does.
   void restart(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
     aclUnlock();

@@ -17,23 +17,13 @@ constexpr uint32_t kList = 1001;
 
 class PolicyTest : public IfTest {
  protected:
-  // Port 201 sits on slot 2 of system 1, with room for every bind type.
-  static void slotReady() {
-    AclSlotEntry* s = aclSlotEntryGet(1, 2);
-    if (s == nullptr) s = aclSlotEntryAdd(1, 2);
-    ASSERT_NE(s, nullptr);
-    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
-  }
   void SetUp() override {
     IfTest::SetUp();
-    slotReady();
+    slotRoom(2);
   }
   void fresh(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
     restart(opts);
-    slotReady();
-  }
-  static void expectAuditClean() {
-    for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
+    slotRoom(2);
   }
   static Bytes pbr(uint32_t lst, uint8_t code, const Bytes& param, uint32_t vrf = 0) {
     Bytes r(ACL_PBR_REQ_LEN, 0);

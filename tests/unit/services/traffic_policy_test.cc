@@ -17,20 +17,13 @@ constexpr uint32_t kList = 1001;
 
 class TrafficPolicyTest : public IfTest {
  protected:
-  // Port 201 sits on slot 2 of system 1, with room for every bind type.
-  static void slotReady() {
-    AclSlotEntry* s = aclSlotEntryGet(1, 2);
-    if (s == nullptr) s = aclSlotEntryAdd(1, 2);
-    ASSERT_NE(s, nullptr);
-    for (uint32_t& m : s->maxSubRuleNum) m = 1024;
-  }
   void SetUp() override {
     IfTest::SetUp();
-    slotReady();
+    slotRoom(2);
   }
   void fresh(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
     restart(opts);
-    slotReady();
+    slotRoom(2);
   }
   // A request for every rule of kList (or one), inbound, apply or remove.
   static Bytes request(uint8_t op, uint32_t rule = 0, Bytes data = {}) {
@@ -51,24 +44,6 @@ class TrafficPolicyTest : public IfTest {
     }
     return l;
   }
-  // The in-action bit set of what the unit holds for one rule.
-  static Bytes actionsOnUnit(uint32_t unit, uint32_t rule) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    const auto& t = d.journal.hw[vdev::ScopeKey{1, unit, 0, 0}];
-    auto it = t.entries.find({kList, rule, 0});
-    if (it == t.entries.end()) return {};
-    const Bytes& dev = it->second.data;
-    return Bytes(dev.begin() + acldev::kAction, dev.begin() + acldev::kAction + 8);
-  }
-  static Bytes bits(std::initializer_list<uint32_t> codes) {
-    Bytes b(8, 0);
-    for (uint32_t c : codes) aclBitSet(b, c);
-    return b;
-  }
-  static void expectAuditClean() {
-    for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
-  }
 };
 
 // Each operation puts its own actions on the copies and leaves the stored rule's alone; removing
@@ -87,19 +62,19 @@ TEST_F(TrafficPolicyTest, EachOperationInstallsItsActionsAndRemovesThem) {
     return d;
   }();
   const std::vector<Op> ops = {
-      {"filter (rule's own)", aclTrafficIfFilter, {}, bits({RULE_ACTION_PERMIT})},
-      {"filter deny", aclTrafficIfFilter, num(RULE_ACTION_DENY, 4), bits({RULE_ACTION_DENY})},
+      {"filter (rule's own)", aclTrafficIfFilter, {}, actionBits({RULE_ACTION_PERMIT})},
+      {"filter deny", aclTrafficIfFilter, num(RULE_ACTION_DENY, 4), actionBits({RULE_ACTION_DENY})},
       {"redirect cpu",
        aclTrafficIfRedirect,
        {RULE_ACTION_OUTPUT_CPU},
-       bits({RULE_ACTION_OUTPUT_CPU})},
-      {"remark dscp", aclTrafficIfRemark, remark, bits({RULE_ACTION_DSCP})},
-      {"mirror", aclTrafficIfMirror, num(3, 4), bits({RULE_ACTION_MIRROR_GROUP})},
-      {"statistic", aclTrafficIfStatistic, {1, 2}, bits({RULE_ACTION_AWARE})},
+       actionBits({RULE_ACTION_OUTPUT_CPU})},
+      {"remark dscp", aclTrafficIfRemark, remark, actionBits({RULE_ACTION_DSCP})},
+      {"mirror", aclTrafficIfMirror, num(3, 4), actionBits({RULE_ACTION_MIRROR_GROUP})},
+      {"statistic", aclTrafficIfStatistic, {1, 2}, actionBits({RULE_ACTION_AWARE})},
       {"loopback swap",
        aclTrafficIfLoopback,
        {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
-       bits({RULE_ACTION_LOOPBACK, RULE_ACTION_MAC_SWAP})},
+       actionBits({RULE_ACTION_LOOPBACK, RULE_ACTION_MAC_SWAP})},
   };
   for (const Op& op : ops) {
     SCOPED_TRACE(op.name);
@@ -114,7 +89,7 @@ TEST_F(TrafficPolicyTest, EachOperationInstallsItsActionsAndRemovesThem) {
     const Bytes apply = request(ACL_TRAFFIC_OP_APPLY, 0, op.data);
     ASSERT_EQ(op.fn(kPort, apply.data()), 0);
     EXPECT_EQ(units(), expect({kPort}, kList, {{1, 1}, {2, 2}, {3, 3}}));
-    EXPECT_EQ(actionsOnUnit(kPort, 2), op.want);
+    EXPECT_EQ(inActionsOn(kPort, kList, 2), op.want);
     EXPECT_EQ(Bytes(aclRuleEntryGet(l, 2)->actionBits, aclRuleEntryGet(l, 2)->actionBits + 8),
               stored);
     EXPECT_EQ(l->refCnt, refBefore + 3);
