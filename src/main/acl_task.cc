@@ -70,9 +70,7 @@ void aclTask(uintptr_t, uintptr_t) {
       continue;
     }
 
-    aclLock();
-    silTimerListCheck(&gaclGrp.timerList);
-    aclUnlock();
+    aclTimersRun();
 
     if (!FD_ISSET(fd, &readSet)) continue;
     const int got = zor_recv(fd, buf, sizeof buf, 0);
@@ -89,6 +87,19 @@ void aclTask(uintptr_t, uintptr_t) {
     ++(ret == 0 ? gaclGrp.rtMsgOkCnt : gaclGrp.rtMsgErrCnt);
     aclUnlock();
   }
+}
+
+int aclTimersRun() {
+  aclLockForQuery();
+  const bool due = silTimerListNextTimeout(&gaclGrp.timerList) == 0;
+  aclUnlock();
+  if (!due) return 0;
+  // Another task may stop or re-arm a timer between the two holds; the check looks again and runs
+  // only what is still due, so nothing runs that would not have run under one hold.
+  aclLock();
+  const int fired = silTimerListCheck(&gaclGrp.timerList);
+  aclUnlock();
+  return fired;
 }
 
 timeval aclTaskWait(int32_t ms) {

@@ -16,6 +16,9 @@ int32_t aclSocketInit();
 void aclTask(uintptr_t arg1, uintptr_t arg2);
 // How long the task waits in select when the next timer is due in ms (-1: none).
 timeval aclTaskWait(int32_t ms);
+// Runs the expired timers of the task's list; the number run. aclMutex is taken as a change only
+// when one is due: the idle wake-up looks as a query does, so the compiled lists stay.
+int aclTimersRun();
 // Walks the messages of one read and dispatches each; always 0.
 int32_t aclRtMsgRecv(std::span<const uint8_t> data);
 // The walk itself: calls visit(type, message, bytes from the message to the end of the read) for

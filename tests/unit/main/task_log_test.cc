@@ -13,6 +13,7 @@
 #include "main/acl_log.h"
 #include "main/acl_task.h"
 #include "platform/logging.h"
+#include "platform/proc.h"
 #include "platform/rtbus.h"
 #include "support/run_dir.h"
 #include "wire/be.h"
@@ -94,8 +95,9 @@ class EventTaskTest : public ::testing::Test {
     sa.sun_family = AF_UNIX;
     const std::string path = plat::busDir() + "/route.sock";
     std::strncpy(sa.sun_path, path.c_str(), sizeof sa.sun_path - 1);
-    ASSERT_EQ(sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&sa), sizeof sa),
-              static_cast<ssize_t>(bytes.size()));
+    ASSERT_EQ(
+        sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&sa), sizeof sa),
+        static_cast<ssize_t>(bytes.size()));
     close(fd);
   }
   template <typename Pred>
@@ -157,7 +159,7 @@ TEST(AclLogTest, LinesAreWrittenOnlyUnderTheirGuardBit) {
   aclDebug(ACL_LOG_RULE, "rule %d\r\n", 2);
   aclDebug(ACL_LOG_WORKMODE, "workmode\r\n");
   aclDebug(ACL_LOG_IF, "if\r\n");
-  aclDebug(ACL_LOG_STATS, "stats\r\n");  // 0x08 is not set
+  aclDebug(ACL_LOG_STATS, "stats\r\n");      // 0x08 is not set
   aclDebug(ACL_LOG_COUNTER, "counter\r\n");  // its own module's flag, never this one
   auto lines = plat::logRecent(start);
   ASSERT_EQ(lines.size(), 3u);
@@ -190,6 +192,45 @@ TEST(AclLogTest, LinesAreWrittenOnlyUnderTheirGuardBit) {
   EXPECT_EQ(lines[0].tag, 0x3EA000Cu);
   EXPECT_EQ(lines[0].priority, 5u);
   gaclGrp.debugFlags = 0;
+}
+
+int gTimerFired = 0;
+void countFired(uintptr_t) {
+  ++gTimerFired;
+}
+
+// The task's timer run takes the lock as a change only when a timer is due, so an idle wake-up
+// leaves the store generation (and every compiled list with it) where it was.
+TEST_F(EventTaskTest, TimerRunMovesTheStoreGenerationOnlyWhenATimerIsDue) {
+  plat::stopAllTasksForTest();  // the test plays the event task itself
+  const struct {
+    const char* what;
+    int32_t armMs;  // -1: nothing armed
+    int fired;
+    bool moves;
+  } cases[] = {
+      {"nothing armed", -1, 0, false},
+      {"armed for later", 60000, 0, false},
+      {"due now", 0, 1, true},
+  };
+  for (const auto& c : cases) {
+    SilTimer timer{};
+    gTimerFired = 0;
+    if (c.armMs >= 0) {
+      aclLock();
+      ASSERT_EQ(silTimerStart(&gaclGrp.timerList, &timer, 0, static_cast<uint32_t>(c.armMs),
+                              countFired, 0, 0, 0),
+                0);
+      aclUnlock();
+    }
+    const uint64_t before = aclStoreGen();
+    EXPECT_EQ(aclTimersRun(), c.fired) << c.what;
+    EXPECT_EQ(gTimerFired, c.fired) << c.what;
+    EXPECT_EQ(aclStoreGen() != before, c.moves) << c.what;
+    aclLock();
+    silTimerStop(&gaclGrp.timerList, &timer);
+    aclUnlock();
+  }
 }
 
 }  // namespace
