@@ -3,8 +3,12 @@
 // then GEM port records in GEM port order, then the global scope. Callers hold aclMutex.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <unordered_map>
+#include <vector>
 
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
@@ -69,6 +73,66 @@ bool aclBindWalk(uint32_t lstIdx, Pick pick, Fn fn) {
   auto holds = [&](const AclBindSlotDef& s) { return aclGlbSlotHolds(s, lstIdx); };
   return visitRecord(AclBindScope::Global, 0, 0, 0, holds);
 }
+
+// Every binding of every list, gathered in one walk of the records, for passes over many lists
+// (a time-range switch visits every list): of(lstIdx) is exactly what aclBindWalk(lstIdx, pick,
+// ...) visits, in the same order, without walking every record once per list. It holds while no
+// record or slot changes; the binding calls themselves change neither.
+class AclBindIndex {
+ public:
+  template <typename Pick>
+  explicit AclBindIndex(Pick pick) {
+    std::vector<uint32_t> lists;
+    // Runs pick once per list the record names, each list's visits appended to its own entry.
+    auto record = [&](AclBindScope scope, uint32_t unit, uint16_t onu, uint16_t gem, auto holds) {
+      for (const uint32_t lst : lists) {
+        std::vector<AclBindAt>& at = byList_[lst];
+        pick([&](const AclBindSlotDef& s) { return holds(s, lst); },
+             [&](size_t pos) {
+               at.push_back(AclBindAt{scope, unit, onu, gem, pos});
+               return true;
+             });
+      }
+    };
+    auto named = [&](const AclBindSlots& slots) {
+      lists.clear();
+      for (const AclBindSlotDef& s : kAclBindSlots) note(lists, slots.*s.field);
+    };
+    if (gaclGrp.ifTree.compar != nullptr) {
+      for (auto* e = static_cast<AclIfEntry*>(avl_first(&gaclGrp.ifTree)); e != nullptr;
+           e = static_cast<AclIfEntry*>(avl_next(&gaclGrp.ifTree, e))) {
+        named(e->slots);
+        record(AclBindScope::If, e->unit, 0, 0,
+               [&](const AclBindSlotDef& s, uint32_t lst) { return aclIfSlotHolds(*e, s, lst); });
+      }
+    }
+    if (gaclGrp.gemPortTree.compar != nullptr) {
+      for (auto* e = static_cast<AclGemPortEntry*>(avl_first(&gaclGrp.gemPortTree)); e != nullptr;
+           e = static_cast<AclGemPortEntry*>(avl_next(&gaclGrp.gemPortTree, e))) {
+        named(e->slots);
+        record(AclBindScope::Gem, e->unit, e->onuId, e->gemPort,
+               [&](const AclBindSlotDef& s, uint32_t lst) { return aclGemSlotHolds(*e, s, lst); });
+      }
+    }
+    // The global untyped slots hold the list their switch installed, not the slot's own index.
+    named(gaclGrp.slots);
+    note(lists, gaclGrp.inCtrlList);
+    note(lists, gaclGrp.outCtrlList);
+    record(AclBindScope::Global, 0, 0, 0,
+           [](const AclBindSlotDef& s, uint32_t lst) { return aclGlbSlotHolds(s, lst); });
+  }
+
+  std::span<const AclBindAt> of(uint32_t lstIdx) const {
+    const auto it = byList_.find(lstIdx);
+    return it == byList_.end() ? std::span<const AclBindAt>() : std::span(it->second);
+  }
+
+ private:
+  static void note(std::vector<uint32_t>& lists, uint32_t lst) {
+    if (lst != 0 && std::find(lists.begin(), lists.end(), lst) == lists.end()) lists.push_back(lst);
+  }
+  std::unordered_map<uint32_t, std::vector<AclBindAt>> byList_;
+};
 
 // The bind type code a binding function takes for the slot: the slot's kind, but 0 for the
 // generic global slots.

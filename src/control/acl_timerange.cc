@@ -10,6 +10,8 @@
 #include "control/acl_timerange.h"
 
 #include <array>
+#include <span>
+#include <vector>
 
 #include "control/acl_bind_walk.h"
 #include "hw/acl_glb.h"
@@ -195,14 +197,23 @@ int32_t listAdd(AclListEntry* list, const AclBindAt& b) {
   return aclIfAdd(b.unit, b.onuId, b.gemPort, list, s.dir, nullptr, s.kind);
 }
 
+// The list's bindings in the order a switch visits them.
+std::vector<AclBindAt> bindingsOf(uint32_t lstIdx) {
+  std::vector<AclBindAt> at;
+  aclBindWalk(lstIdx, kTrPick, [&](const AclBindAt& b) {
+    at.push_back(b);
+    return true;
+  });
+  return at;
+}
+
 // One pass over every binding of the list, removing (add false) or installing it whole.
-void listPass(AclListEntry* list, bool add) {
-  aclBindWalk(list->lstIdx, kTrPick, [&](const AclBindAt& b) {
+void listPass(AclListEntry* list, bool add, std::span<const AclBindAt> binds) {
+  for (const AclBindAt& b : binds) {
     const int32_t ret = add ? listAdd(list, b) : listDel(list, b);
     listTrace(add, b, list->lstIdx);
     if (ret != 0) failed(add, b, list->lstIdx, 0, ret, false);
-    return true;
-  });
+  }
 }
 
 int32_t ruleDel(AclListEntry* list, AclRuleEntry* rule, const AclBindAt& b) {
@@ -218,13 +229,12 @@ int32_t ruleAdd(AclListEntry* list, AclRuleEntry* rule, const AclBindAt& b) {
   return aclIfRuleAddOne(b.unit, b.onuId, b.gemPort, list, rule, s.dir, s.kind);
 }
 
-void rulePass(AclListEntry* list, AclRuleEntry* rule, bool add) {
-  aclBindWalk(list->lstIdx, kTrPick, [&](const AclBindAt& b) {
+void rulePass(AclListEntry* list, AclRuleEntry* rule, bool add, std::span<const AclBindAt> binds) {
+  for (const AclBindAt& b : binds) {
     const int32_t ret = add ? ruleAdd(list, rule, b) : ruleDel(list, rule, b);
     ruleTrace(add, b, list->lstIdx);
     if (ret != 0) failed(add, b, list->lstIdx, rule->ruleIdx, ret, true);
-    return true;
-  });
+  }
 }
 
 // A rule that is not valid, or that matches a VRF, is never on a binding whatever its time range
@@ -249,33 +259,46 @@ AclRuleEntry* nextRule(AclListEntry* list, AclRuleEntry* r) {
   return static_cast<AclRuleEntry*>(avl_next(&list->ruleTree, r));
 }
 
-}  // namespace
-
-int32_t aclDoTrForList(AclListEntry* list, uint32_t trid, uint32_t state) {
+// The switch of one list or rule over bindings the caller has gathered.
+int32_t doTrForList(AclListEntry* list, uint32_t trid, uint32_t state,
+                    std::span<const AclBindAt> binds) {
   enterLine(state);
   if (list == nullptr || list->ruleNum == 0) return -1;
   // The removal still sees the old state, so it takes out exactly what is installed.
-  listPass(list, false);
+  listPass(list, false, binds);
   for (AclRuleEntry* r = firstRule(list); r != nullptr; r = nextRule(list, r)) {
     if (follows(r, trid)) r->trActive = state != 0 ? 1 : 0;
   }
-  listPass(list, true);
+  listPass(list, true, binds);
   return 0;
 }
 
-int32_t aclDoTrForRule(AclListEntry* list, AclRuleEntry* rule, uint32_t trid, uint32_t state) {
+int32_t doTrForRule(AclListEntry* list, AclRuleEntry* rule, uint32_t trid, uint32_t state,
+                    std::span<const AclBindAt> binds) {
   enterLine(state);
   if (list == nullptr || list->ruleNum == 0 || rule == nullptr) return -1;
   const uint8_t active = state != 0 ? 1 : 0;
   if (!follows(rule, trid) || rule->trActive == active) return 0;
   if (active != 0) {
     rule->trActive = 1;
-    if (onBindings(rule)) rulePass(list, rule, true);
+    if (onBindings(rule)) rulePass(list, rule, true, binds);
   } else {
-    if (onBindings(rule)) rulePass(list, rule, false);
+    if (onBindings(rule)) rulePass(list, rule, false, binds);
     rule->trActive = 0;
   }
   return 0;
+}
+
+}  // namespace
+
+int32_t aclDoTrForList(AclListEntry* list, uint32_t trid, uint32_t state) {
+  return doTrForList(list, trid, state,
+                     list != nullptr ? bindingsOf(list->lstIdx) : std::vector<AclBindAt>());
+}
+
+int32_t aclDoTrForRule(AclListEntry* list, AclRuleEntry* rule, uint32_t trid, uint32_t state) {
+  return doTrForRule(list, rule, trid, state,
+                     list != nullptr ? bindingsOf(list->lstIdx) : std::vector<AclBindAt>());
 }
 
 int32_t aclStartTr() {
@@ -297,14 +320,17 @@ void aclTimerangeStateChangeProcess(std::span<const uint8_t> body, uint8_t state
   aclDebug(ACL_LOG_GLOBAL, "timerange start time %d\r\n", static_cast<int>(silGetUpTime1ms()));
   const bool perRule = gaclGrp.dynamicBindEnable != 0;
   if (gaclGrp.listTree.compar != nullptr) {
+    // One walk of the records for every list, instead of one per list (or per rule).
+    const AclBindIndex index(kTrPick);
     for (auto* l = static_cast<AclListEntry*>(avl_first(&gaclGrp.listTree)); l != nullptr;
          l = static_cast<AclListEntry*>(avl_next(&gaclGrp.listTree, l))) {
+      const std::span<const AclBindAt> binds = index.of(l->lstIdx);
       if (!perRule) {
-        aclDoTrForList(l, trid, state);
+        doTrForList(l, trid, state, binds);
         continue;
       }
       for (AclRuleEntry* r = firstRule(l); r != nullptr; r = nextRule(l, r)) {
-        aclDoTrForRule(l, r, trid, state);
+        doTrForRule(l, r, trid, state, binds);
       }
     }
   }
