@@ -121,6 +121,7 @@ void listTrace(bool add, const AclBindAt& b, uint32_t lstIdx) {
   const int lst = id(lstIdx);
   switch (b.scope) {
     case AclBindScope::If:
+      if (!aclDebugOn(ACL_LOG_GLOBAL)) return;  // spares the interface name
       if (!add) {
         aclDebug(ACL_LOG_GLOBAL, "ACL if [acl do tr] info = [del interface %s %s Acl %d ].\r\n",
                  aclIfName(b.unit, kAclIfNameLen).text, dirText(s.dir), lst);

@@ -44,29 +44,35 @@ AclRuleEntry* mut(const AclRuleEntry* rule) {
 void storeField(std::span<uint8_t> dev, AclValueEntry* e) {
   if (e->code >= kPlacedFieldCodes) return;
   const FieldPlace& p = kFieldPlaces[e->code];
-  const uint32_t word = aclValueWord(e);
-  const auto bytes = aclValueBytes(e);
+  // Each kind reads the value the one way it needs.
   switch (p.kind) {
     case Kind::None:
       return;
-    case Kind::U8:
-      be::store8(dev, p.off, static_cast<uint8_t>(word));
-      if (p.off2 != 0) be::store8(dev, p.off2, static_cast<uint8_t>(word));
+    case Kind::U8: {
+      const auto word = static_cast<uint8_t>(aclValueWord(e));
+      be::store8(dev, p.off, word);
+      if (p.off2 != 0) be::store8(dev, p.off2, word);
       return;
+    }
     case Kind::U16:
-      be::store16(dev, p.off, static_cast<uint16_t>(word));
+      be::store16(dev, p.off, static_cast<uint16_t>(aclValueWord(e)));
       return;
     case Kind::U32:
-      be::store32(dev, p.off, word);
+      be::store32(dev, p.off, aclValueWord(e));
       return;
-    case Kind::Bytes:
+    case Kind::Bytes: {
+      const auto bytes = aclValueBytes(e);
       std::copy_n(bytes.begin(), std::min<size_t>(bytes.size(), kAddrLen), dev.begin() + p.off);
       return;
-    case Kind::Mac:
+    }
+    case Kind::Mac: {
+      const auto bytes = aclValueBytes(e);
       std::copy_n(bytes.begin(), std::min<size_t>(bytes.size(), kMacLen), dev.begin() + p.off);
       return;
+    }
     case Kind::Udf: {
       // Data, mask and offset: three big-endian words; missing bytes read as 0.
+      const auto bytes = aclValueBytes(e);
       std::array<uint8_t, 12> w{};
       std::copy_n(bytes.begin(), std::min(bytes.size(), w.size()), w.begin());
       be::store32(dev, kUserData + 4 * p.off, be::load32(w, 0));

@@ -45,6 +45,8 @@ int32_t sendToUnit(uint32_t unit, const Command& c) {
   std::array<uint8_t, ACL_HW_OPTIONS_LEN> options{};
   aclHwOptionsFill(AclHwScope::Unit, c.tlv, unit, c.dataLen, callerOptions(c.target), options);
   const int32_t ret = zorHwilCmdSetApi(unit, c.cmd, c.data, options.data());
+  // The name is a call into the interface manager: asked only when the line is written.
+  if (!aclDebugOn(ACL_LOG_IF)) return ret;
   const AclIfName name = aclIfName(unit, kAclIfNameLenBind);
   if (c.tlv) {
     aclDebug(ACL_LOG_IF, "ACL interface %s update acl ret 0x%x.\r\n", name.text,

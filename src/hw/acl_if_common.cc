@@ -27,13 +27,13 @@ Binding binding(uint32_t ifIndex, uint16_t onuId, uint16_t gemPort, uint32_t dir
 int32_t sendRule(Buffer& buf, const AclRuleEntry* r, const AclListEntry* list, const Binding& b,
                  const Send& how, bool* transFailed) {
   *transFailed = false;
-  std::memset(buf.data(), 0, buf.len());
   const auto dir8 = static_cast<uint8_t>(b.dir);
   const uint16_t priority = b.priority(r->ruleIdx);
   // A GEM binding's rules, one by one or as a list, always go to its GEM key: a single rule's
   // removal must reach the table the list's install filled.
   const bool toGem = b.gem();
   if (buf.tlv()) {
+    std::memset(buf.data(), 0, buf.len());
     uint16_t len = 0;
     const uint32_t ret = aclDevTransNew(
         r, dir8, how.remove ? 1 : 0, list->counterShared, list->meterShared, priority,
@@ -46,6 +46,7 @@ int32_t sendRule(Buffer& buf, const AclRuleEntry* r, const AclListEntry* list, c
     return toGem ? aclRuleGemPortUpdate(b.ifIndex, b.onuId, b.gemPort, &desc, how.target)
                  : aclRuleIfHwilUpdateTlv(b.ifIndex, &desc, how.target);
   }
+  // The translation clears the whole record itself.
   const uint32_t ret = aclDevTrans(r, buf.data(), dir8, list->counterShared, list->meterShared,
                                    priority, b.onuId, b.gemPort, 0);
   if (ret != 0) {

@@ -18,9 +18,13 @@ void vout(uint32_t cls, uint32_t style, const char* format, va_list ap) {
 
 }  // namespace
 
-void aclDebug(uint32_t cls, const char* format, ...) {
+bool aclDebugOn(uint32_t cls) {
   const uint32_t guard = aclLogGuard(cls);
-  if (guard == 0 || (gaclGrp.debugFlags & guard) == 0) return;
+  return guard != 0 && (gaclGrp.debugFlags & guard) != 0;
+}
+
+void aclDebug(uint32_t cls, const char* format, ...) {
+  if (!aclDebugOn(cls)) return;
   va_list ap;
   va_start(ap, format);
   vout(cls, ACL_LOG_STYLE_LINE, format, ap);

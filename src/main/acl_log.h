@@ -47,6 +47,9 @@ constexpr uint32_t aclLogGuard(uint32_t cls) {
   }
 }
 
+// Whether a debug line of cls would be written now: for arguments that cost something to make
+// (an interface name is a call into the interface manager), on paths that run once per rule.
+bool aclDebugOn(uint32_t cls);
 // A debug line of cls under its own guard bit.
 void aclDebug(uint32_t cls, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // A debug line under an explicit guard and style (dumps, and the start-up error's 0x100 guard).

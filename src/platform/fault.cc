@@ -2,6 +2,7 @@
 #include "platform/fault.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 
 namespace plat {
@@ -10,6 +11,9 @@ namespace {
 std::mutex gFaultMutex;
 std::vector<FaultRule> gRules;
 uint32_t gNextId = 1;
+// gRules.size(), readable without the mutex: with no rule armed (the daemon's normal state) a
+// call's check is one load instead of a lock.
+std::atomic<size_t> gRuleCount{0};
 
 bool fieldMatches(const std::optional<uint32_t>& want, const std::optional<uint32_t>& have) {
   return !want || (have && *want == *have);
@@ -29,17 +33,21 @@ uint32_t faultAdd(FaultRule rule) {
   rule.id = gNextId++;
   rule.hits = 0;
   gRules.push_back(std::move(rule));
+  gRuleCount.store(gRules.size(), std::memory_order_release);
   return gRules.back().id;
 }
 
 bool faultRemove(uint32_t id) {
   std::lock_guard lock(gFaultMutex);
-  return std::erase_if(gRules, [id](const FaultRule& r) { return r.id == id; }) > 0;
+  const bool removed = std::erase_if(gRules, [id](const FaultRule& r) { return r.id == id; }) > 0;
+  gRuleCount.store(gRules.size(), std::memory_order_release);
+  return removed;
 }
 
 void faultClear() {
   std::lock_guard lock(gFaultMutex);
   gRules.clear();
+  gRuleCount.store(0, std::memory_order_release);
 }
 
 std::vector<FaultRule> faultList() {
@@ -48,6 +56,7 @@ std::vector<FaultRule> faultList() {
 }
 
 std::optional<int32_t> faultHit(const FaultCall& call) {
+  if (gRuleCount.load(std::memory_order_acquire) == 0) return std::nullopt;
   std::lock_guard lock(gFaultMutex);
   for (auto it = gRules.begin(); it != gRules.end(); ++it) {
     if (!matches(*it, call)) continue;
@@ -58,7 +67,10 @@ std::optional<int32_t> faultHit(const FaultCall& call) {
     const int32_t result = it->result;
     ++it->hits;
     // A rule that has injected all its failures is spent and leaves the table.
-    if (it->count > 0 && --it->count == 0) gRules.erase(it);
+    if (it->count > 0 && --it->count == 0) {
+      gRules.erase(it);
+      gRuleCount.store(gRules.size(), std::memory_order_release);
+    }
     return result;
   }
   return std::nullopt;
