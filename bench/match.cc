@@ -24,7 +24,6 @@
 #include "main/acl_group.h"
 #include "platform/options.h"
 #include "platform/proc.h"
-#include "rate_reporter.h"
 #include "services/acl_cpudefend_match.h"
 #include "services/acl_match.h"
 #include "wire/acl_bits.h"
@@ -32,6 +31,7 @@
 #include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
 #include "wire/buf_desc.h"
+#include "rate_reporter.h"
 
 namespace {
 
