@@ -17,7 +17,9 @@
 //   (owner trafficpolicy) add their refcount to the list's refCnt and hold their rule with priority
 //   ruleIdx; a policy-based redirect's whole-list entry (owner pbr) adds one and holds every rule
 //   of the list as a TLV message; an HQoS binding adds one and holds the valid rules; a global
-//   traffic policy holds its rules in the global table and adds nothing to refCnt.
+//   traffic policy holds its rules in the global table and adds nothing to refCnt; each
+//   blacklisting adds one and holds every rule of its list in the global table, ingress, with
+//   priority ruleIdx (blacklistings of one list share those entries).
 #include "diag/acl_audit.h"
 
 #include <array>
@@ -37,6 +39,7 @@
 #include "main/acl_group.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/model.h"
+#include "services/acl_blacklist_record.h"
 #include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
@@ -196,6 +199,8 @@ class Audit {
       if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC) held[e.lstIdx] += e.refcount;
     });
     for (const AclHqosBinding& h : aclHqosBindings()) ++held[h.lstIdx];
+    eachInTree<AclBlackListEntry>(&gaclGrp.blackListTree,
+                                  [&](AclBlackListEntry& e) { ++held[e.lstIdx]; });
     eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
       const int32_t want = held.contains(l.lstIdx) ? held[l.lstIdx] : 0;
       if (l.refCnt != want) {
@@ -528,6 +533,14 @@ class Audit {
         });
       }
     }
+    eachInTree<AclBlackListEntry>(&gaclGrp.blackListTree, [&](AclBlackListEntry& e) {
+      AclListEntry* l = aclListEntryGet(e.lstIdx);
+      if (l == nullptr) return;
+      std::snprintf(by, sizeof by, "blacklist of %u/%u", e.sys, e.slot);
+      eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
+        put(vdev::ScopeKey{0, 0, 0, 0}, e.lstIdx, r.ruleIdx, ACL_DIR_INGRESS, r.ruleIdx, -1, by);
+      });
+    });
     for (const AclTrafficGlobalRule& g : aclTrafficGlobalRules()) {
       put(vdev::ScopeKey{0, 0, 0, 0}, g.lstIdx, g.ruleIdx, g.dir, g.ruleIdx, -1,
           "global traffic policy");
