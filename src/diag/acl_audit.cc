@@ -18,8 +18,9 @@
 //   ruleIdx; a policy-based redirect's whole-list entry (owner pbr) adds one and holds every rule
 //   of the list as a TLV message; an HQoS binding adds one and holds the valid rules; a global
 //   traffic policy holds its rules in the global table and adds nothing to refCnt; each
-//   blacklisting adds one and holds every rule of its list in the global table, ingress, with
-//   priority ruleIdx (blacklistings of one list share those entries).
+//   blacklisting adds one and holds the valid rules of its list in the global table, ingress,
+//   with priority ruleIdx (blacklistings of one list share those entries; a rule that is not
+//   valid may be there or not).
 #include "diag/acl_audit.h"
 
 #include <array>
@@ -483,6 +484,9 @@ class Audit {
       auto w = want.find(k);
       for (const auto& [key, e] : table.entries) {
         if (w != want.end() && w->second.contains(key)) continue;
+        if (k.scope == 0 && e.dir == ACL_DIR_INGRESS && blackListMay_.contains({e.list, e.rule})) {
+          continue;
+        }
         diff("hardware", "%s holds list %u rule %u dir %u that no binding calls for",
              scopeName(k).c_str(), e.list, e.rule, e.dir);
       }
@@ -538,7 +542,11 @@ class Audit {
       if (l == nullptr) return;
       std::snprintf(by, sizeof by, "blacklist of %u/%u", e.sys, e.slot);
       eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
-        put(vdev::ScopeKey{0, 0, 0, 0}, e.lstIdx, r.ruleIdx, ACL_DIR_INGRESS, r.ruleIdx, -1, by);
+        if (r.status == ACL_RULE_STATUS_VALID) {
+          put(vdev::ScopeKey{0, 0, 0, 0}, e.lstIdx, r.ruleIdx, ACL_DIR_INGRESS, r.ruleIdx, -1, by);
+        } else {
+          blackListMay_.insert({e.lstIdx, r.ruleIdx});
+        }
       });
     });
     for (const AclTrafficGlobalRule& g : aclTrafficGlobalRules()) {
@@ -551,6 +559,9 @@ class Audit {
   std::map<vdev::ScopeKey, vdev::HwTable> hw_;
   std::map<uint32_t, bool> ranges_;  // time range id -> active, as the service has it
   std::vector<AclAuditDiff> diffs_;
+  // Rules of blacklisted lists that are not valid: the blacklisting installed them if they were
+  // there when it was made, and a status change since took them out; either way is right.
+  std::set<std::pair<uint32_t, uint32_t>> blackListMay_;
 };
 
 }  // namespace
