@@ -31,6 +31,22 @@ class PoolsE2e : public AclE2eTest {
   using AclE2eTest::validRules;
   // aclctl args, which must succeed.
   void ok(const std::vector<std::string>& args) { run(args); }
+  // Raw calls over one connection, each of which must answer 0.
+  void batch(const std::vector<std::string>& calls) {
+    const std::string path = acl_->runDir() + "/calls.txt";
+    {
+      std::ofstream f(path);
+      for (const std::string& c : calls) f << c << "\n";
+    }
+    std::string out;
+    ASSERT_EQ(acl_->aclctl({"batch", path}, &out), 0) << out;
+    std::istringstream answers(out);
+    size_t n = 0;
+    for (std::string line; std::getline(answers, line); ++n) {
+      EXPECT_EQ(json::parse(line, nullptr, false)["ret"], 0) << line;
+    }
+    EXPECT_EQ(n, calls.size());
+  }
   // A list of count valid rules, each with the given actions.
   void ruleList(uint32_t lst, uint32_t count, const std::vector<std::string>& actions) {
     ok({"list", "create", std::to_string(lst)});
@@ -192,11 +208,15 @@ const PoolRow kRows[] = {
      {},
      [](PoolsE2e& t) {
        t.validRules(1001, 1);
-       for (int sys = 1; sys <= 4; ++sys) {
-         for (int slot = 1; slot <= 32; ++slot) {
-           t.ok({"blacklist", "add", std::to_string(sys), std::to_string(slot), "1001"});
+       std::vector<std::string> calls;
+       for (uint32_t sys = 1; sys <= 4; ++sys) {
+         for (uint32_t slot = 1; slot <= 32; ++slot) {
+           char words[40];
+           std::snprintf(words, sizeof words, "p:%08x%08x%08x", sys, slot, 1001u);
+           calls.push_back(std::string("aclScalarSetApi - 67 ") + words);  // blacklist add
          }
        }
+       t.batch(calls);
      },
      {"--json", "blacklist", "add", "5", "1", "1001"},
      0x03E80001,
