@@ -169,6 +169,9 @@ int32_t IfSet::doSwitch(AclIfEntry* rec) {
     aclDebug(ACL_LOG_IF, "error. (Reason=[filter-list %d entry is NULL])", num(slot));
     return ACL_ERR_LIST_NOT_EXIST;
   }
+  if (value_ == ACL_IF_CTRL_ON && !aclIfListRoom(ifIndex_, ACL_BIND_KIND_UNTYPED, dir, slot, 0)) {
+    return CMN_ERR_NO_RESOURCE;
+  }
   if (const int32_t ret = relayFirst(); ret != 0) return ret;
   if (value_ == ACL_IF_CTRL_ON) {
     if (const int32_t ret = aclIfAdd(ifIndex_, 0, 0, list, dir, nullptr, ACL_BIND_KIND_UNTYPED)) {

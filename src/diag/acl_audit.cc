@@ -17,7 +17,10 @@
 //   (owner trafficpolicy) add their refcount to the list's refCnt and hold their rule with priority
 //   ruleIdx; a policy-based redirect's whole-list entry (owner pbr) adds one and holds every rule
 //   of the list as a TLV message; an HQoS binding adds one and holds the valid rules; a global
-//   traffic policy holds its rules in the global table and adds nothing to refCnt.
+//   traffic policy holds its rules in the global table and adds nothing to refCnt; each
+//   blacklisting adds one and holds the valid rules of its list in the global table, ingress,
+//   with priority ruleIdx (blacklistings of one list share those entries; a rule that is not
+//   valid may be there or not).
 #include "diag/acl_audit.h"
 
 #include <array>
@@ -37,6 +40,7 @@
 #include "main/acl_group.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/model.h"
+#include "services/acl_blacklist_record.h"
 #include "services/acl_traffic_policy.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
@@ -196,6 +200,8 @@ class Audit {
       if (e.bindOwner == ACL_BIND_OWNER_TRAFFIC) held[e.lstIdx] += e.refcount;
     });
     for (const AclHqosBinding& h : aclHqosBindings()) ++held[h.lstIdx];
+    eachInTree<AclBlackListEntry>(&gaclGrp.blackListTree,
+                                  [&](AclBlackListEntry& e) { ++held[e.lstIdx]; });
     eachInTree<AclListEntry>(&gaclGrp.listTree, [&](AclListEntry& l) {
       const int32_t want = held.contains(l.lstIdx) ? held[l.lstIdx] : 0;
       if (l.refCnt != want) {
@@ -478,6 +484,9 @@ class Audit {
       auto w = want.find(k);
       for (const auto& [key, e] : table.entries) {
         if (w != want.end() && w->second.contains(key)) continue;
+        if (k.scope == 0 && e.dir == ACL_DIR_INGRESS && blackListMay_.contains({e.list, e.rule})) {
+          continue;
+        }
         diff("hardware", "%s holds list %u rule %u dir %u that no binding calls for",
              scopeName(k).c_str(), e.list, e.rule, e.dir);
       }
@@ -528,6 +537,18 @@ class Audit {
         });
       }
     }
+    eachInTree<AclBlackListEntry>(&gaclGrp.blackListTree, [&](AclBlackListEntry& e) {
+      AclListEntry* l = aclListEntryGet(e.lstIdx);
+      if (l == nullptr) return;
+      std::snprintf(by, sizeof by, "blacklist of %u/%u", e.sys, e.slot);
+      eachInTree<AclRuleEntry>(&l->ruleTree, [&](AclRuleEntry& r) {
+        if (r.status == ACL_RULE_STATUS_VALID) {
+          put(vdev::ScopeKey{0, 0, 0, 0}, e.lstIdx, r.ruleIdx, ACL_DIR_INGRESS, r.ruleIdx, -1, by);
+        } else {
+          blackListMay_.insert({e.lstIdx, r.ruleIdx});
+        }
+      });
+    });
     for (const AclTrafficGlobalRule& g : aclTrafficGlobalRules()) {
       put(vdev::ScopeKey{0, 0, 0, 0}, g.lstIdx, g.ruleIdx, g.dir, g.ruleIdx, -1,
           "global traffic policy");
@@ -538,6 +559,9 @@ class Audit {
   std::map<vdev::ScopeKey, vdev::HwTable> hw_;
   std::map<uint32_t, bool> ranges_;  // time range id -> active, as the service has it
   std::vector<AclAuditDiff> diffs_;
+  // Rules of blacklisted lists that are not valid: the blacklisting installed them if they were
+  // there when it was made, and a status change since took them out; either way is right.
+  std::set<std::pair<uint32_t, uint32_t>> blackListMay_;
 };
 
 }  // namespace

@@ -172,6 +172,13 @@ AclIfListEntry* aclIfListAdd(uint32_t ifIndex, uint8_t listType, uint8_t dir, ui
   return e;
 }
 
+bool aclIfListRoom(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_t lstIdx,
+                   uint32_t ruleIdx) {
+  if (aclIfListGet(ifIndex, listType, dir, lstIdx, ruleIdx) != nullptr) return true;
+  SilMemPoolInfo info{};
+  return silMemPoolInfoGet(gaclGrp.ifListPool, &info) && info.used < info.entries;
+}
+
 int32_t aclIfListDel(AclIfListEntry* entry) {
   if (entry == nullptr) return 0;
   avl_remove(&gaclGrp.ifListTree, entry);

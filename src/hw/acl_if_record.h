@@ -61,6 +61,11 @@ AclIfListEntry* aclIfListAdd(uint32_t ifIndex, uint8_t listType, uint8_t dir, ui
 AclIfListEntry* aclIfListGet(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_t lstIdx,
                              uint32_t ruleIdx);
 int32_t aclIfListDel(AclIfListEntry* entry);
+// Whether the entry with that key exists or the pool can still make it. A binding asks before it
+// does any work, so that a full pool refuses it rather than leaving a binding that no bind-list
+// walk, slot recount or saved configuration can see.
+bool aclIfListRoom(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_t lstIdx,
+                   uint32_t ruleIdx);
 
 // ACL_ERR_SHARED_IN_USE when another owner has bound the list on the interface in that direction
 // with the list's own type; CMN_ERR_NOT_SUPPORTED for a list number without a type.

@@ -55,6 +55,11 @@ int32_t aclIfRuleUpdate(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_
       ret != 0) {
     return ret;
   }
+  // The new binding needs its entry; the old one's, given back by the unbind, makes room too.
+  if (!aclIfListRoom(ifIndex, listType, dir, newLst, 0) &&
+      (oldList == nullptr || aclIfListGet(ifIndex, listType, dir, oldLst, 0) == nullptr)) {
+    return CMN_ERR_NO_RESOURCE;
+  }
   if (oldList != nullptr) {
     if (const int32_t ret = unbind(ifIndex, listType, dir, oldList, slot); ret != 0) return ret;
   }
@@ -64,7 +69,7 @@ int32_t aclIfRuleUpdate(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_
   ++newList->refCnt;
   aclSlotSubRuleNumUpdate(ifIndex, newLst, newList->ruleNum, dir, ACL_SLOT_OP_ADD);
   *slot = newLst;
-  // The binding stands without its entry when the entry pool is exhausted.
+  // Added after the charge, which counts the bindings already standing on the slot.
   if (AclIfListEntry* e = aclIfListAdd(ifIndex, listType, dir, newLst, 0)) e->hwState = 0;
   return 0;
 }
