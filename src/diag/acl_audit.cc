@@ -8,6 +8,8 @@
 // - a slot record charges, per bind type, the rule count of each list bound there once, however
 //   many bindings reach it (typed and pre-stage bindings only; aggregations and all-slot
 //   interfaces reach every record, a GEM binding the record of its interface);
+// - the slot accounting's index of bindings holds every bind-list entry, each where the platform
+//   locates its interface now, as the walk over the bind trees would count it, and nothing else;
 // - a rule that follows a time range holds the state the time-range service gives that range;
 // - the hardware holds, for each binding, exactly its eligible rules (valid, next hops all
 //   learned, no VRF field, and its time range active as the service says, so a rule whose range
@@ -32,6 +34,7 @@
 #include <tuple>
 
 #include "control/acl_slot.h"
+#include "control/acl_slot_index.h"
 #include "diag/acl_event_counters.h"
 #include "hw/acl_bind_slot.h"
 #include "hw/acl_gemport_record.h"
@@ -173,6 +176,7 @@ class Audit {
     refCounts(all);
     bindList(all);
     ledger();
+    ledgerIndex();
     timeRanges();
     hardware(all);
     return std::move(diffs_);
@@ -341,6 +345,62 @@ class Audit {
         }
       }
     }
+  }
+
+  // The index behind the slot accounting against a recount the slow way: every entry of both bind
+  // trees, located through the platform as the walk locates it. A binding whose interface the
+  // platform now places elsewhere is charged by the index where it was when it was made.
+  void ledgerIndex() {
+    std::map<AclSlotIndexRow, AclSlotWhere> want, have;
+    auto keyOf = [](AclSlotIndexRow r) {
+      r.where = {};
+      return r;
+    };
+    eachInTree<AclIfListEntry>(&gaclGrp.ifListTree, [&](AclIfListEntry& e) {
+      const AclSlotIndexRow r{false, e.lstIdx, e.dir, e.ruleIdx, e.ifIndex, 0, 0, e.listType, {}};
+      want[r] = aclSlotWhereOf(e.ifIndex);
+    });
+    eachInTree<AclGemPortListEntry>(&gaclGrp.gemPortListTree, [&](AclGemPortListEntry& e) {
+      const AclSlotIndexRow r{true, e.lstIdx, e.dir, 0, e.ifIndex, e.onuId, e.gemPort, e.listType,
+                              {}};
+      want[r] = aclSlotWhereOf(e.ifIndex);
+    });
+    for (const AclSlotIndexRow& r : aclSlotIndexRows()) have[keyOf(r)] = r.where;
+    for (const auto& [r, w] : want) {
+      auto it = have.find(r);
+      if (it == have.end()) {
+        diff("ledgerIndex", "%s is missing from the slot index", entryName(r).c_str());
+      } else if (it->second != w) {
+        diff("ledgerIndex", "%s: the slot index has it %s, the platform locates it %s",
+             entryName(r).c_str(), placeName(it->second).c_str(), placeName(w).c_str());
+      }
+    }
+    for (const auto& [r, w] : have) {
+      if (!want.contains(r)) {
+        diff("ledgerIndex", "the slot index holds %s %s, which no bind tree has",
+             entryName(r).c_str(), placeName(w).c_str());
+      }
+    }
+  }
+  static std::string entryName(const AclSlotIndexRow& r) {
+    char buf[128];
+    if (r.gem) {
+      std::snprintf(buf, sizeof buf, "GEM entry (%u/%u/%u, kind %u, dir %u, list %u)", r.ifIndex,
+                    unsigned{r.onuId}, unsigned{r.gemPort}, unsigned{r.listType}, unsigned{r.dir},
+                    r.lstIdx);
+    } else {
+      std::snprintf(buf, sizeof buf,
+                    "bind-list entry (interface %u, kind %u, dir %u, list %u, rule %u)", r.ifIndex,
+                    unsigned{r.listType}, unsigned{r.dir}, r.lstIdx, r.ruleIdx);
+    }
+    return buf;
+  }
+  static std::string placeName(const AclSlotWhere& w) {
+    char buf[48];
+    if (!w.located) return "nowhere";
+    std::snprintf(buf, sizeof buf, w.allSlot ? "on every slot (from %u/%u)" : "on %u/%u", w.sys,
+                  w.slot);
+    return buf;
   }
 
   static bool followsRange(const AclRuleEntry& r) {

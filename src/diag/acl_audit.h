@@ -10,7 +10,8 @@
 #include <vector>
 
 struct AclAuditDiff {
-  std::string check;  // "refCnt", "bindList", "ledger", "timeRange" or "hardware"
+  // "refCnt", "bindList", "ledger", "ledgerIndex", "timeRange" or "hardware"
+  std::string check;
   std::string text;
 };
 

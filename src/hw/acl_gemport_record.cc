@@ -5,6 +5,7 @@
 #include <cstring>
 #include <span>
 
+#include "control/acl_slot_index.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
 #include "main/acl_pools.h"
@@ -111,11 +112,13 @@ AclGemPortListEntry* aclGemPortListAdd(uint32_t ifIndex, uint16_t onuId, uint16_
   if (e == nullptr) return nullptr;
   *e = listKey(ifIndex, onuId, gemPort, listType, dir, lstIdx);
   avl_add(&gaclGrp.gemPortListTree, e);
+  aclSlotIndexGemAdd(*e);
   return e;
 }
 
 int32_t aclGemPortListDel(AclGemPortListEntry* entry) {
   if (entry == nullptr) return 0;
+  aclSlotIndexGemDel(*entry);
   avl_remove(&gaclGrp.gemPortListTree, entry);
   std::memset(static_cast<void*>(entry), 0, sizeof *entry);
   silMemPoolFree(gaclGrp.gemPortListPool, entry);

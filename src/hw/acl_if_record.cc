@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "control/acl_slot_index.h"
 #include "hw/acl_if_name.h"
 #include "main/acl_group.h"
 #include "main/acl_log.h"
@@ -169,6 +170,7 @@ AclIfListEntry* aclIfListAdd(uint32_t ifIndex, uint8_t listType, uint8_t dir, ui
   if (e == nullptr) return nullptr;
   *e = listKey(ifIndex, listType, dir, lstIdx, ruleIdx);
   avl_add(&gaclGrp.ifListTree, e);
+  aclSlotIndexIfAdd(*e);
   return e;
 }
 
@@ -181,6 +183,7 @@ bool aclIfListRoom(uint32_t ifIndex, uint8_t listType, uint8_t dir, uint32_t lst
 
 int32_t aclIfListDel(AclIfListEntry* entry) {
   if (entry == nullptr) return 0;
+  aclSlotIndexIfDel(*entry);
   avl_remove(&gaclGrp.ifListTree, entry);
   std::memset(static_cast<void*>(entry), 0, sizeof *entry);
   silMemPoolFree(gaclGrp.ifListPool, entry);

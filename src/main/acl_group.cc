@@ -7,6 +7,7 @@
 
 #include "api/acl_func_map.h"
 #include "control/acl_slot.h"
+#include "control/acl_slot_index.h"
 #include "counter/counter.h"
 #include "hw/acl_gemport_record.h"
 #include "hw/acl_if_record.h"
@@ -45,6 +46,7 @@ constexpr uint32_t kScalarModuleNum = 499;
 uint32_t orDefault(uint32_t value, uint32_t def) { return value != 0 ? value : def; }
 
 void createTrees() {
+  aclSlotIndexClear();
   dlist::init(&gaclGrp.statsList);
   dlist::init(&gaclGrp.ifStatsList);
   dlist::init(&gaclGrp.gemPortStatsList);
@@ -61,6 +63,8 @@ void createTrees() {
 }
 
 void destroyTrees() {
+  // The slot accounting's index files the bind trees' entries; it goes with them.
+  aclSlotIndexClear();
   for (avl_tree_t* t : {&gaclGrp.ifListTree, &gaclGrp.ifTree, &gaclGrp.listTree,
                         &gaclGrp.gemPortListTree, &gaclGrp.gemPortTree, &gaclGrp.blackListTree}) {
     if (t->compar != nullptr) avl_destroy(t);

@@ -84,17 +84,8 @@ class RebindTest : public IfTest {
     ASSERT_EQ(aclIfAdd(kPon, kOnu, kGem, l, ACL_DIR_EGRESS, nullptr, kIpv4), 0);
     rec->slots.outIpv4Acl = lst;
     ++l->refCnt;
-    auto* e = static_cast<AclGemPortListEntry*>(silMemPoolAlloc(gaclGrp.gemPortListPool, nullptr));
-    ASSERT_NE(e, nullptr);
-    *e = AclGemPortListEntry{{},
-                             kPon,
-                             kOnu,
-                             kGem,
-                             lst,
-                             static_cast<uint8_t>(kIpv4),
-                             static_cast<uint8_t>(ACL_DIR_EGRESS),
-                             0};
-    ASSERT_EQ(avl_add(&gaclGrp.gemPortListTree, e), 0);
+    ASSERT_EQ(aclGemPortListGet(kPon, kOnu, kGem, kIpv4, ACL_DIR_EGRESS, lst), nullptr);
+    ASSERT_NE(aclGemPortListAdd(kPon, kOnu, kGem, kIpv4, ACL_DIR_EGRESS, lst), nullptr);
   }
   static SeqView seqs() {
     auto& d = vdev::device();

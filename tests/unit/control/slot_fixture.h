@@ -1,6 +1,7 @@
 // A started ACL group over the built-in device, with helpers that bind and unbind the way the
 // interface binding does around the slot ledger: check, then charge before the bind-list entry
-// goes in; release before it comes out. Entries go into the bind trees directly.
+// goes in; release before it comes out. Entries go in and out through the bind-list functions,
+// which keep the ledger's index in step.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -64,14 +65,13 @@ class SlotTest : public ::testing::Test {
     return k;
   }
   static void entry(uint32_t ifIndex, uint32_t lstIdx, uint8_t dir, uint32_t rule = 0) {
-    auto* e = static_cast<AclIfListEntry*>(silMemPoolAlloc(gaclGrp.ifListPool, nullptr));
-    *e = key(ifIndex, lstIdx, dir, rule);
-    EXPECT_EQ(avl_add(&gaclGrp.ifListTree, e), 0);
+    const AclIfListEntry k = key(ifIndex, lstIdx, dir, rule);
+    EXPECT_EQ(aclIfListGet(ifIndex, k.listType, dir, lstIdx, rule), nullptr);
+    EXPECT_NE(aclIfListAdd(ifIndex, k.listType, dir, lstIdx, rule), nullptr);
   }
   static void gemEntry(uint32_t ifIndex, uint32_t lstIdx, uint8_t dir) {
-    auto* e = static_cast<AclGemPortListEntry*>(silMemPoolAlloc(gaclGrp.gemPortListPool, nullptr));
-    *e = AclGemPortListEntry{{}, ifIndex, 1, 1, lstIdx, 1, dir, 0};
-    EXPECT_EQ(avl_add(&gaclGrp.gemPortListTree, e), 0);
+    EXPECT_EQ(aclGemPortListGet(ifIndex, 1, 1, 1, dir, lstIdx), nullptr);
+    EXPECT_NE(aclGemPortListAdd(ifIndex, 1, 1, 1, dir, lstIdx), nullptr);
   }
 
   // A whole-list binding made and taken back as the interface binding does.
@@ -86,9 +86,7 @@ class SlotTest : public ::testing::Test {
     const int32_t ret = aclSlotSubRuleNumUpdate(ifIndex, lstIdx, aclListEntryGet(lstIdx)->ruleNum,
                                                 dir, ACL_SLOT_OP_DEL);
     const AclIfListEntry k = key(ifIndex, lstIdx, dir, 0);
-    void* e = avl_find(&gaclGrp.ifListTree, &k, nullptr);
-    avl_remove(&gaclGrp.ifListTree, e);
-    silMemPoolFree(gaclGrp.ifListPool, e);
+    aclIfListDel(aclIfListGet(ifIndex, k.listType, dir, lstIdx, 0));
     return ret;
   }
 

@@ -4,7 +4,9 @@
 #include "api/acl_scalar_api.h"
 #include "api/acl_scalar_bind.h"
 #include "control/acl_slot.h"
+#include "control/acl_slot_index.h"
 #include "diag/acl_audit.h"
+#include "platform/fault.h"
 #include "unit/hw/if_fixture.h"
 
 namespace iftest {
@@ -115,6 +117,30 @@ TEST_F(AuditTest, NamesEachDifferenceMadeBehindTheDaemonsBack) {
        // slot is the one record there is).
        {{"bindList", "interface 1001 holds list 1001 (kind 2, dir 0) without a bind-list entry"},
         {"ledger", "slot 1/1 bind type 1 charges 2 rules, the bindings call for 0"}}},
+      {"interface no longer located",
+       [](AclIfEntry*) {
+         plat::faultAdd({.call = "zorIndexTrans", .unit = kAgg, .result = 5, .count = -1});
+       },
+       {{"ledgerIndex", "bind-list entry (interface 1001, kind 2, dir 0, list 1001, rule 0): the "
+                        "slot index has it on every slot (from 1/0), the platform locates it "
+                        "nowhere"}}},
+      {"entry dropped from the slot index",
+       [](AclIfEntry*) {
+         aclSlotIndexIfDel(*aclIfListGet(kAgg, ACL_BIND_KIND_IPV4, 0, 1001, 0));
+       },
+       {{"ledgerIndex", "bind-list entry (interface 1001, kind 2, dir 0, list 1001, rule 0) is "
+                        "missing from the slot index"}}},
+      {"slot index entry nobody made",
+       [](AclIfEntry*) {
+         AclIfListEntry e{};
+         e.ifIndex = 202;
+         e.listType = ACL_BIND_KIND_IPV4;
+         e.dir = 1;
+         e.lstIdx = 1002;
+         aclSlotIndexIfAdd(e);
+       },
+       {{"ledgerIndex", "the slot index holds bind-list entry (interface 202, kind 2, dir 1, list "
+                        "1002, rule 0) on 1/2, which no bind tree has"}}},
       {"slot emptied behind its entry",
        [](AclIfEntry* a) { a->slots.inIpv4Acl = 0; },
        {{"refCnt", "list 1001 has refCnt 1, its bind slots hold it 0 time(s)"},

@@ -32,15 +32,9 @@ class ShellTest : public IfTest {
     return out;
   }
   static void gemEntry(uint32_t ifIndex, uint16_t onu, uint16_t gem, uint32_t lst) {
-    auto* e = static_cast<AclGemPortListEntry*>(silMemPoolAlloc(gaclGrp.gemPortListPool, nullptr));
+    AclGemPortListEntry* e = aclGemPortListAdd(ifIndex, onu, gem, ACL_BIND_KIND_IPV4, 0, lst);
     ASSERT_NE(e, nullptr);
-    e->ifIndex = ifIndex;
-    e->onuId = onu;
-    e->gemPort = gem;
-    e->lstIdx = lst;
-    e->listType = ACL_BIND_KIND_IPV4;
     e->hwState = 1;
-    ASSERT_EQ(avl_add(&gaclGrp.gemPortListTree, e), 0);
   }
 };
 
