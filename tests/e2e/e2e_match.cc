@@ -1,5 +1,5 @@
-// The software match and CPU-defend services on the real daemon: list get 10 and 16 through
-// "aclctl call" against rules built with "aclctl rule", and the friendly "aclctl match" commands.
+// The software match and CPU-defend services on the real daemon through the friendly "aclctl
+// match" commands, against rules built with "aclctl rule".
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -26,13 +26,6 @@ class MatchE2e : public AclE2eTest {
   }
 };
 
-// family 1, address, prefix length: the query of list get 10.
-std::string addrQuery(const std::string& addrHex, uint32_t len) {
-  char text[64];
-  std::snprintf(text, sizeof text, "d:00000001%s%08x", addrHex.c_str(), len);
-  return text;
-}
-
 // Ethernet, IPv4 192.0.2.1 -> 198.51.100.7, TCP 40000 -> 80 with SYN.
 const std::string kSynFrame =
     "001b21000001001b213c4d5e0800"
@@ -41,56 +34,6 @@ const std::string kSynFrame =
     "c0000201c6336407"
     "9c400050000000000000000050020000"
     "00000000";
-
-// The 148-byte request of a frame: the frame padded to 128 bytes, l2len 14, ifUnit 7, EtherType
-// 0x0800, no VLANs or priorities, the verdict byte and the reserved one.
-std::string packetRequest(const std::string& frameHex) {
-  std::string hex = frameHex;
-  hex.resize(256, '0');
-  hex +=
-      "0000000e"
-      "00000007"
-      "0800"
-      "0000"
-      "0000"
-      "0000"
-      "00"
-      "00"
-      "ee"
-      "00";
-  return "d:" + hex;
-}
-
-TEST_F(MatchE2e, AddressMatchThroughTheListTable) {
-  oneRule({"ip-version=4", "src=10.0.0.0/8"}, "permit");
-  json j = run({"call", "aclLstGetApi", "1001", "10", addrQuery("0a010203", 32)});
-  EXPECT_EQ(j["ret"], 0);
-  j = run({"call", "aclLstGetApi", "1001", "10", addrQuery("0b000001", 32)});
-  EXPECT_EQ(j["ret"], -1);
-  // 13 bytes for family 1.
-  j = run({"call", "aclLstGetApi", "1001", "10", addrQuery("0a010203", 32) + "00"});
-  EXPECT_EQ(j["ret"], -1);
-  // Command 11 writes the verdict into the byte after the prefix length.
-  j = run({"call", "aclLstGetApi", "1001", "11", addrQuery("0a010203", 32) + "00"});
-  EXPECT_EQ(j["ret"], 0);
-  EXPECT_EQ(j["buf"]["hex"], "000000010a0102030000002002");
-  EXPECT_TRUE(acl_->alive());
-}
-
-TEST_F(MatchE2e, CpuDefendVerdictOfATcpSyn) {
-  oneRule({"dport=80"}, "deny");
-  json j = run({"call", "aclLstGetApi", "1001", "16", packetRequest(kSynFrame)});
-  EXPECT_EQ(j["ret"], 0);
-  const std::string back = j["buf"]["hex"];
-  ASSERT_EQ(back.size(), 296u);
-  EXPECT_EQ(back.substr(292, 2), "03") << "deny";
-  // A request one byte short is refused.
-  std::string shortReq = packetRequest(kSynFrame);
-  shortReq.resize(shortReq.size() - 2);
-  j = run({"call", "aclLstGetApi", "1001", "16", shortReq});
-  EXPECT_EQ(j["ret_hex"], "0x03E8000D");
-  EXPECT_TRUE(acl_->alive());
-}
 
 // Needs "aclctl match" registered in aclctl_main.cc.
 TEST_F(MatchE2e, FriendlyMatchCommands) {

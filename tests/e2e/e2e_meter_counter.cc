@@ -38,20 +38,16 @@ TEST_F(MeterCounterE2e, FriendlyCommandsRoundTrip) {
   run({"meter", "valid", "1"});
   json shown = run({"--json", "meter", "show"});
   ASSERT_EQ(shown["meters"].size(), 1u);
-  EXPECT_EQ(shown["meters"][0]["status"], "valid");
-  EXPECT_EQ(shown["meters"][0]["cir"], 2048);
-  EXPECT_EQ(shown["meters"][0]["pbs"], 9);
+  expectFields(shown["meters"][0], {{"status", "valid"}, {"cir", 2048}, {"pbs", 9}});
 
   run({"meter", "profile", "create", "7"});
   run({"meter", "profile", "set", "7", "--name", "gold", "--ds-pir", "300"});
   shown = run({"--json", "meter", "profile", "show", "7"});
-  EXPECT_EQ(shown["profiles"][0]["name"], "gold");
-  EXPECT_EQ(shown["profiles"][0]["ds_pir"], 300);
+  expectFields(shown["profiles"][0], {{"name", "gold"}, {"ds_pir", 300}});
 
   run({"counter", "create", "12"});
   shown = run({"--json", "counter", "show", "12"});
-  EXPECT_EQ(shown["counters"][0]["name"], "counter12");
-  EXPECT_EQ(shown["counters"][0]["color"], 4);
+  expectFields(shown["counters"][0], {{"name", "counter12"}, {"color", 4}});
   run({"counter", "valid", "12"});
   run({"call", "counterSetApi", "12", "2", "u32:2"});  // two rules hold it
   json refused = run({"--json", "counter", "delete", "12"}, 1);

@@ -63,53 +63,6 @@ TEST_F(PolicyE2e, FilterOnAPortShowsTheCopiesAndLeavesTheRulesAlone) {
   expectAuditClean();
 }
 
-// A GEM port's policy goes to its PON interface's table.
-TEST_F(PolicyE2e, GemPortPolicyActsOnThePonInterface) {
-  twoRules();
-  run({"policy", "apply", "filter", "--gem", "401/5/3", "--list", "1001", "--action", "deny"});
-  const auto pon = [&] {
-    return run({"--json", "dev", "hw", "--scope", "unit", "--unit", "401"})["table"]["entries"];
-  };
-  EXPECT_EQ(pon().size(), 2u);
-  expectAuditClean();
-  run({"policy", "remove", "filter", "--gem", "401/5/3", "--list", "1001"});
-  EXPECT_TRUE(pon().empty());
-  expectAuditClean();
-}
-
-TEST_F(PolicyE2e, RawInterfaceSetAndRefusalsByCode) {
-  twoRules();
-  // The traffic-policy record by address, as another module sends it: interface set 36.
-  std::string rec =
-      "p:000003e9"
-      "00000000"
-      "0001"
-      "0000"
-      "00000000"
-      "00000000";
-  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
-  EXPECT_EQ(port201().size(), 2u);
-  expectAuditClean();
-  rec =
-      "p:000003e9"
-      "00000000"
-      "0002"
-      "0000"
-      "00000000"
-      "00000000";
-  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", rec})["ret"], 0);
-  EXPECT_TRUE(port201().empty());
-
-  // A 40-byte redirect descriptor is short; a null record is a bad parameter.
-  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "20", "dlen:40"})["ret"], 0x03E8000D);
-  EXPECT_EQ(run({"call", "aclIfSetApi", "201", "36", "p:"})["ret"], 0x03E8001A);
-  // Redirect code 8 is not a traffic-policy redirect.
-  const json j =
-      run({"--json", "policy", "apply", "redirect", "--global", "--list", "1001", "--to", "8"}, 1);
-  EXPECT_EQ(j["ret_hex"], "0x03EA0049");  // the rules are valid: refused before the code
-  expectAuditClean();
-}
-
 TEST_F(PolicyE2e, HqosAndRedirectThroughAclctl) {
   twoRules();
   run({"if", "hqos", "add", "201", "in", "1001", "7"});

@@ -40,16 +40,15 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
 
   json rows = run({"--json", "stats", "show"})["stats"];
   ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0]["list"], 1001);
-  EXPECT_EQ(rows[0]["rule"], 1);
-  EXPECT_EQ(rows[0]["dir"], "in");
-  EXPECT_EQ(rows[0]["p1"], 5);
-  EXPECT_EQ(rows[0]["b1"], 700);
-  EXPECT_EQ(rows[0]["p2"], 6);
-  EXPECT_EQ(rows[0]["b2"], 800);
-  EXPECT_EQ(rows[0]["p3"], 3);
-  EXPECT_EQ(rows[1]["rule"], 2);
-  EXPECT_EQ(rows[1]["p1"], 9);
+  expectFields(rows[0], {{"list", 1001},
+                         {"rule", 1},
+                         {"dir", "in"},
+                         {"p1", 5},
+                         {"b1", 700},
+                         {"p2", 6},
+                         {"b2", 800},
+                         {"p3", 3}});
+  expectFields(rows[1], {{"rule", 2}, {"p1", 9}});
   // Filters: one rule, and a direction nothing is bound in.
   rows = run({"--json", "stats", "show", "--list", "1001", "--rule", "2"})["stats"];
   ASSERT_EQ(rows.size(), 1u);

@@ -35,6 +35,12 @@ class AclE2eTest : public ::testing::Test {
     EXPECT_EQ(acl_->aclctl({"audit"}, &out), 0) << out;
     EXPECT_EQ(out, "audit clean\n");
   }
+  // Every key of want is in got with want's value; got may hold more.
+  static void expectFields(const nlohmann::json& got, const nlohmann::json& want) {
+    for (const auto& [k, v] : want.items()) {
+      EXPECT_EQ(got.contains(k) ? got[k] : nlohmann::json(), v) << k << " in " << got.dump();
+    }
+  }
   // The key of rule `rule` of list lst as `aclctl call` takes it.
   static std::string ruleKey(uint32_t lst, uint32_t rule) {
     char text[40];

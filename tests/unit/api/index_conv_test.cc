@@ -1,4 +1,4 @@
-// The index conversion pair (function ids 45 and 46), the list lookup under it, and the command
+// The index conversion pair (function ids 45 and 46), the list types by number, and the command
 // table that registers them.
 #include <gtest/gtest.h>
 
@@ -70,21 +70,6 @@ TEST_F(IndexConv, IndexToFreeIdxReportsTheListsFreeIdx) {
   EXPECT_EQ(call(aclIndexToFreeIdx, 2000, &ret), 0xEEEEEEEEu);
   EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
   EXPECT_EQ(aclIndexToFreeIdx(7, 0, 0), CMN_ERR_BAD_PARAM);
-}
-
-TEST_F(IndexConv, ListTreeOrdersByNumberAndFindsExactly) {
-  ASSERT_EQ(aclOptInit(), 0);
-  for (uint32_t idx : {3001u, 1u, 6000u, 1001u, 2001u}) addList(idx, idx);
-  std::vector<uint32_t> order;
-  for (auto* l = static_cast<AclListEntry*>(avl_first(&gaclGrp.listTree)); l != nullptr;
-       l = static_cast<AclListEntry*>(avl_next(&gaclGrp.listTree, l))) {
-    order.push_back(l->lstIdx);
-  }
-  EXPECT_EQ(order, (std::vector<uint32_t>{1, 1001, 2001, 3001, 6000}));
-  ASSERT_NE(aclListEntryGet(2001), nullptr);
-  EXPECT_EQ(aclListEntryGet(2001)->lstIdx, 2001u);
-  EXPECT_EQ(aclListEntryGet(2002), nullptr);
-  EXPECT_EQ(aclListEntryGet(0), nullptr);
 }
 
 TEST(AclListType, NumberRangesGiveTheirTypes) {
