@@ -2,7 +2,6 @@
 // announcements and deletion with the references it releases.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
 
 #include "platform/fault.h"
@@ -54,17 +53,7 @@ TEST_F(ListTest, CreationDefaultsCountAndAnnouncement) {
   EXPECT_EQ(gaclGrp.curLstNum, 1u);
   EXPECT_EQ(aclLookupByIndex(2001), 0);
   EXPECT_EQ(aclLookupByIndex(2002), -1);
-
-  auto& d = vdev::device();
-  std::lock_guard lock(d.mutex);
-  ASSERT_EQ(d.journal.announcements.size(), 1u);
-  const auto& a = d.journal.announcements.back();
-  EXPECT_EQ(a.group, 56u);
-  std::array<uint8_t, 32> expect{};
-  be::store32(expect, 0, 32);
-  be::store16(expect, 4, 247);
-  be::store32(expect, 24, 2001);
-  EXPECT_EQ(a.bytes, std::vector<uint8_t>(expect.begin(), expect.end()));
+  EXPECT_EQ(events(), (std::vector<Event>{{247, 2001, 0}}));
 }
 
 TEST_F(ListTest, PoolExhaustionCreatesNothing) {
