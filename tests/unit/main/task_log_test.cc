@@ -111,16 +111,13 @@ void timerCallback(uintptr_t) {
   gLockHeldInTimer = other != 0;
 }
 
-TEST_F(EventTaskTest, ReadsAreCountedAndTimersRunInTheTaskUnderTheLock) {
-  sendRaw(message(24, 32));
+// A well-formed message is counted end to end; here garbage, still a handled read (the walk stops
+// at it), and timers.
+TEST_F(EventTaskTest, GarbageIsAHandledReadAndTimersRunInTheTaskUnderTheLock) {
+  sendRaw({1, 2, 3});
   ASSERT_TRUE(waitFor([] { return gaclGrp.rtMsgRecvCnt == 1; }));
   EXPECT_EQ(gaclGrp.rtMsgOkCnt, 1u);
   EXPECT_EQ(gaclGrp.rtMsgErrCnt, 0u);
-
-  // Garbage is still a handled read: the walk stops at it.
-  sendRaw({1, 2, 3});
-  ASSERT_TRUE(waitFor([] { return gaclGrp.rtMsgRecvCnt == 2; }));
-  EXPECT_EQ(gaclGrp.rtMsgOkCnt, 2u);
 
   static SilTimer timer;
   gTimerRuns = 0;
