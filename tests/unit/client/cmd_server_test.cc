@@ -1,6 +1,5 @@
 // The command server in-process: a table of test functions served on a socket in a temporary run
 // directory, driven through the client library and raw bytes.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -76,16 +75,6 @@ class CmdServer : public ::testing::Test {
 
   std::string dir_, path_;
 };
-
-TEST_F(CmdServer, ServesTheTableOnARestrictedSocket) {
-  start();
-  struct stat st {};
-  ASSERT_EQ(::stat(path_.c_str(), &st), 0);
-  EXPECT_TRUE(S_ISSOCK(st.st_mode));
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(callOnce(41), 42u);
-  EXPECT_EQ(gCalls, 1);
-}
 
 TEST_F(CmdServer, RefusedRequestsGetAStatusAndNeverReachTheFunction) {
   start();
