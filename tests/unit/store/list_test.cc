@@ -128,19 +128,6 @@ TEST_F(ListTest, RoomCheckEdgesAndCounts) {
   EXPECT_EQ(gaclGrp.ruleNum[3].cur, 1u) << "2001 is hybrid, the fourth pair";
 }
 
-TEST_F(ListTest, The129thIpv4RuleOfTheProcessIsRefused) {
-  // Default maxima: 128 rules of a type in the whole process, 127 numbers per list.
-  list(1001);
-  list(1002);
-  for (uint32_t r = 1; r <= 127; ++r) ASSERT_NE(aclRuleEntryAdd(1001, r), nullptr) << r;
-  ASSERT_NE(aclRuleEntryAdd(1002, 1), nullptr);
-  EXPECT_EQ(gaclGrp.ruleNum[1].cur, 128u);
-  list(1003);
-  EXPECT_EQ(aclRuleEntryAdd(1003, 1), nullptr) << "first rule of its list, 129th of the type";
-  EXPECT_EQ(gaclGrp.lastErr, static_cast<uint32_t>(ACL_ERR_RULE_LIMIT));
-  EXPECT_EQ(aclListEntryGet(1003)->ruleNum, 0u);
-}
-
 TEST_F(ListTest, PrioritiesFollowPositions) {
   list(1);
   for (uint32_t r : {9u, 2u, 5u}) rule(1, r);
