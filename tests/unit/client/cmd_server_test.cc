@@ -1,13 +1,11 @@
 // The command server in-process: a table of test functions served on a socket in a temporary run
 // directory, driven through the client library and raw bytes.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -17,39 +15,25 @@
 #include "platform/proc.h"
 #include "platform/sil.h"
 #include "wire/be.h"
-#include "wire/buf_desc.h"
 
 namespace {
 
 std::atomic<int> gCalls{0};
 
-// Function id 6 (a value-keyed Get, whose schema takes a descriptor for cmd 1 and a value word for
-// cmd 2): cmd 2 answers key + 1 in the value word, cmd 1 writes the key's decimal text into the
-// descriptor.
-int32_t fakeGet(uintptr_t key, uintptr_t cmd, uintptr_t buf) {
+// Function id 6 (a value-keyed Get): answers key + 1 in the value word. What each request shape
+// hands a function, and empty slots, are the invoke tests' business.
+int32_t fakeGet(uintptr_t key, uintptr_t, uintptr_t buf) {
   ++gCalls;
-  if (buf == 0) return 22;
-  if (cmd == 2) {
-    be::store32(reinterpret_cast<void*>(buf), static_cast<uint32_t>(key) + 1);
-    return 0;
-  }
-  if (cmd == 1) {
-    auto* d = reinterpret_cast<wire::BufDesc*>(buf);
-    const std::string text = std::to_string(key);
-    if (d->len < text.size()) return 0x03E8000D;
-    std::copy(text.begin(), text.end(), static_cast<char*>(d->data));
-    d->len = static_cast<uint32_t>(text.size());
-    return 0;
-  }
-  return -1;
+  be::store32(reinterpret_cast<void*>(buf), static_cast<uint32_t>(key) + 1);
+  return 0;
 }
 
 const IcmFuncEntry kTable[] = {{0, nullptr}, {6, fakeGet}, {7, nullptr}};
 
-wire::Request getReq(uint32_t key, uint32_t cmd = 2) {
+wire::Request getReq(uint32_t key) {
   wire::Request r;
   r.funcId = 6;
-  r.cmd = cmd;
+  r.cmd = 2;
   r.keyShape = wire::KeyShape::Value;
   r.keyValue = key;
   r.bufShape = wire::BufShape::Value;
@@ -80,7 +64,7 @@ class CmdServer : public ::testing::Test {
     EXPECT_NE(c, nullptr) << err;
     return c;
   }
-  // A fresh client's call of fakeGet(key, 2); the answer's value word, or 0 on any failure.
+  // A fresh client's call of fakeGet(key); the answer's value word, or 0 on any failure.
   uint32_t callOnce(uint32_t key) {
     auto c = connect();
     wire::Response resp;
@@ -91,37 +75,6 @@ class CmdServer : public ::testing::Test {
 
   std::string dir_, path_;
 };
-
-TEST_F(CmdServer, ServesTheTableOnARestrictedSocket) {
-  start();
-  struct stat st {};
-  ASSERT_EQ(::stat(path_.c_str(), &st), 0);
-  EXPECT_TRUE(S_ISSOCK(st.st_mode));
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(callOnce(41), 42u);
-
-  auto c = connect();
-  wire::Response resp;
-  std::string err;
-  // Descriptor answer, clamped by the function.
-  auto d = getReq(2001, 1);
-  d.bufShape = wire::BufShape::Desc;
-  d.descCapacity = 16;
-  ASSERT_TRUE(c->call(d, &resp, &err)) << err;
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.descLen, 4u);
-  EXPECT_EQ(std::string(resp.data.begin(), resp.data.end()), "2001");
-  // An id without a function, and an empty slot, answer -1 without a call.
-  auto unbuilt = getReq(1);
-  unbuilt.funcId = 7;
-  ASSERT_TRUE(c->call(unbuilt, &resp, &err)) << err;
-  EXPECT_EQ(resp.status, wire::Status::Ok);
-  EXPECT_EQ(resp.result, -1);
-  unbuilt.funcId = 47;
-  ASSERT_TRUE(c->call(unbuilt, &resp, &err)) << err;
-  EXPECT_EQ(resp.result, -1);
-  EXPECT_EQ(gCalls, 2);
-}
 
 TEST_F(CmdServer, RefusedRequestsGetAStatusAndNeverReachTheFunction) {
   start();
@@ -178,7 +131,7 @@ TEST_F(CmdServer, BrokenHeadersAreAnsweredAndTheConnectionClosed) {
   EXPECT_EQ(callOnce(1), 2u);
 }
 
-TEST_F(CmdServer, BurstOfFramesIsAnsweredInOrder) {
+TEST_F(CmdServer, ABurstIsAnsweredInOrderEvenAfterTheClientStopsSending) {
   start();
   auto c = connect();
   std::vector<uint8_t> burst;
@@ -188,62 +141,17 @@ TEST_F(CmdServer, BurstOfFramesIsAnsweredInOrder) {
   }
   std::string err;
   ASSERT_TRUE(c->sendBytes(burst, &err)) << err;
+  c->finishSending();
+  wire::Response resp;
+  uint32_t seq = 0;
   for (uint32_t i = 0; i < 5; ++i) {
-    wire::Response resp;
-    uint32_t seq = 0;
     ASSERT_TRUE(c->readResponse(&seq, &resp, &err)) << err;
     EXPECT_EQ(seq, 100 + i);
     EXPECT_EQ(resp.bufValue, i * 10 + 1);
   }
-}
-
-TEST_F(CmdServer, ClientThatStopsSendingStillGetsEveryAnswer) {
-  start();
-  auto c = connect();
-  std::vector<uint8_t> two = wire::encodeRequest(1, getReq(10));
-  const auto second = wire::encodeRequest(2, getReq(20));
-  two.insert(two.end(), second.begin(), second.end());
-  std::string err;
-  ASSERT_TRUE(c->sendBytes(two, &err)) << err;
-  c->finishSending();
-  for (uint32_t seqWanted : {1u, 2u}) {
-    wire::Response resp;
-    uint32_t seq = 0;
-    ASSERT_TRUE(c->readResponse(&seq, &resp, &err)) << err;
-    EXPECT_EQ(seq, seqWanted);
-    EXPECT_EQ(resp.bufValue, seqWanted * 10 + 1);
-  }
   // Then the server hangs up.
-  wire::Response resp;
-  uint32_t seq = 0;
   EXPECT_FALSE(c->readResponse(&seq, &resp, &err));
   EXPECT_EQ(err, "the server closed the connection");
-}
-
-TEST_F(CmdServer, ManyClientsAtOnceEachGetTheirOwnAnswers) {
-  start();
-  constexpr int kThreads = 6;
-  constexpr uint32_t kCalls = 150;
-  std::atomic<int> wrong{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      std::string err;
-      auto c = aclclient::CmdClient::connect(path_, &err);
-      if (!c) {
-        wrong += kCalls;
-        return;
-      }
-      for (uint32_t i = 0; i < kCalls; ++i) {
-        const uint32_t key = static_cast<uint32_t>(t) * 100000 + i;
-        wire::Response resp;
-        if (!c->call(getReq(key), &resp, &err) || resp.bufValue != key + 1) ++wrong;
-      }
-    });
-  }
-  for (auto& th : threads) th.join();
-  EXPECT_EQ(wrong, 0);
-  EXPECT_EQ(gCalls, kThreads * static_cast<int>(kCalls));
 }
 
 TEST_F(CmdServer, HalfAFrameStallsOnlyItsSenderUntilItsDeadline) {
@@ -262,31 +170,6 @@ TEST_F(CmdServer, HalfAFrameStallsOnlyItsSenderUntilItsDeadline) {
   EXPECT_EQ(err, "the server closed the connection");
   EXPECT_EQ(callOnce(9), 10u);
   EXPECT_EQ(gCalls, 4);
-}
-
-TEST_F(CmdServer, ClientsThatVanishOrSendNoiseLeaveTheServerServing) {
-  start();
-  std::mt19937 rng(1234);
-  for (int round = 0; round < 20; ++round) {
-    auto c = connect();
-    std::vector<uint8_t> noise(std::uniform_int_distribution<size_t>(1, 3000)(rng));
-    for (auto& b : noise) b = static_cast<uint8_t>(rng());
-    if (round % 4 == 0) {
-      // Sometimes a valid header whose body never arrives in full.
-      const auto f = wire::encodeRequest(1, getReq(1));
-      noise.assign(f.begin(), f.begin() + wire::kHeaderLen + 4);
-    }
-    std::string err;
-    c->sendBytes(noise, &err);
-    // Gone without waiting for any answer.
-  }
-  {
-    // A whole request, then gone before the answer.
-    auto c = connect();
-    std::string err;
-    ASSERT_TRUE(c->sendBytes(wire::encodeRequest(1, getReq(1)), &err));
-  }
-  EXPECT_EQ(callOnce(99), 100u);
 }
 
 TEST_F(CmdServer, AtTheCapTheLongestIdleConnectionMakesRoomAndIdleOnesExpire) {

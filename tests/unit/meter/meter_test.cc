@@ -165,13 +165,8 @@ TEST_F(MeterTest, WalkVisitsExistingMetersInOrder) {
   EXPECT_EQ(meterGetFirst(w.addr(), 0, 0), CMN_ERR_NOT_SUPPORTED);
 }
 
-TEST_F(MeterTest, ScalarsVersionAndCapability) {
-  Desc longDesc(32), shortDesc(8), cap(16);
-  EXPECT_EQ(meterScalarGetApi(0, 17, longDesc.addr()), 0);
-  EXPECT_EQ(longDesc.desc.len, 17u);
-  EXPECT_EQ(longDesc.text(), "METER_V7.00.00.00");
-  EXPECT_EQ(meterScalarGetApi(0, 17, shortDesc.addr()), 0);
-  EXPECT_EQ(shortDesc.text(), "METER_V7");
+TEST_F(MeterTest, CapabilityRecordKeepsTheSecondWord) {
+  Desc cap(16);
   be::store32(cap.data, 4, 0xABCD);
   EXPECT_EQ(meterScalarGetApi(0, 25, cap.addr()), 0);
   EXPECT_EQ(cap.desc.len, 12u);

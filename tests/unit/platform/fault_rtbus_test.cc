@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
+#include <sys/select.h>
 
 #include <cstring>
 #include <string>
@@ -10,6 +7,7 @@
 #include "platform/fault.h"
 #include "platform/proc.h"
 #include "platform/rtbus.h"
+#include "support/run_dir.h"
 #include "wire/be.h"
 
 namespace {
@@ -37,17 +35,6 @@ TEST(FaultTest, SkipCountAndFiltersDecideWhichCallsFail) {
 
 class RtBusTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char dir[] = "/tmp/acl-bus-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    runDir = dir;
-    plat::setRunDir(runDir);
-  }
-  void TearDown() override {
-    plat::setRunDir("");
-    std::string cmd = "rm -rf " + runDir;
-    ASSERT_EQ(system(cmd.c_str()), 0);
-  }
   int openJoined(std::initializer_list<uint32_t> groups) {
     const int fd = zor_socket(ZOR_AF_ROUTE, ZOR_SOCK_DGRAM, 0);
     EXPECT_GE(fd, 0);
@@ -68,7 +55,7 @@ class RtBusTest : public ::testing::Test {
     timeval tv{0, 20000};
     return zor_select(fd + 1, &rd, nullptr, nullptr, &tv);
   }
-  std::string runDir;
+  test::TempRunDir runDir;
 };
 
 TEST_F(RtBusTest, MessagesReachOnlySocketsThatJoinedTheirGroup) {

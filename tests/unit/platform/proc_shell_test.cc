@@ -89,9 +89,6 @@ TEST_F(ProcShell, SocketIsTheOwnersAndHangsUpOnALineTooLong) {
   EXPECT_EQ(reply.status, "ok");
   EXPECT_EQ(reply.result, 1);
   EXPECT_EQ(reply.text, "5 0 0|\r\n");
-  ASSERT_TRUE(
-      aclclient::shellRequest(path, {"echo", "1", "2", "3", "4", "5", "6", "7"}, &reply, &err));
-  EXPECT_EQ(reply.status, "usage");
 
   // A line past the limit is answered once, then the connection is closed.
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/fault.h"
 #include "platform/proc.h"
 #include "platform/sil.h"
 
@@ -57,12 +56,6 @@ TEST(SemTest, WaiterGetsTheSemaphoreWhenGiven) {
   silDeleteSem(s);
 }
 
-TEST(SemTest, InjectedCreationFailureGivesZeroHandle) {
-  plat::faultAdd({.call = "silCreateMSem"});
-  EXPECT_EQ(silCreateMSem(13), 0u);
-  plat::faultClear();
-}
-
 std::atomic<int> gRuns{0};
 
 void loopUntilStopped(uintptr_t a, uintptr_t b) {
@@ -80,12 +73,6 @@ TEST(TaskTest, RunsWithArgumentsAndStopsOnRequest) {
   EXPECT_EQ(gRuns, 42);
   plat::stopAllTasksForTest();
   EXPECT_FALSE(silTaskStopRequested()) << "a later task may run again";
-}
-
-TEST(TaskTest, InjectedFailureStartsNothing) {
-  plat::faultAdd({.call = "silCreateTask", .name = "t2", .result = -3});
-  EXPECT_EQ(silCreateTask("t2", 75, 0x10000, loopUntilStopped, 0, 0, nullptr), -3);
-  plat::faultClear();
 }
 
 }  // namespace

@@ -160,14 +160,8 @@ TEST_F(StatsTest, ReadSendsTheRequestInItsOwnOrderAndMapsTheAnswerBack) {
   for (size_t off = 56; off < 88; off += 8) EXPECT_EQ(be::load64(r, off), 0u) << off;
 
   // The device answers in the request's order; the record keeps its own.
-  EXPECT_EQ(e->p1, 11u);
-  EXPECT_EQ(e->p2, 12u);
-  EXPECT_EQ(e->b1, 13u);
-  EXPECT_EQ(e->b2, 14u);
-  EXPECT_EQ(e->p3, 15u);
-  EXPECT_EQ(e->p4, 16u);
-  EXPECT_EQ(e->b3, 17u);
-  EXPECT_EQ(e->b4, 18u);
+  EXPECT_EQ((std::array{e->p1, e->p2, e->b1, e->b2, e->p3, e->p4, e->b3, e->b4}),
+            (std::array<uint64_t, 8>{11, 12, 13, 14, 15, 16, 17, 18}));
 }
 
 TEST_F(StatsTest, FailedReadStillOverwritesTheCounters) {

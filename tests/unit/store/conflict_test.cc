@@ -3,6 +3,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <vector>
 
 #include "platform/fault.h"
 #include "platform/proc.h"
@@ -65,42 +66,34 @@ TEST(Conflict, RemarksRowByRow) {
   EXPECT_EQ(check({15, 14}, {15, 14, 2}), 0);
 }
 
-TEST(Conflict, VlanRewritesOfOneTagExcludeEachOther) {
-  const uint32_t outer[] = {25, 26, 27, 33, 31, 32};
-  const uint32_t inner[] = {28, 29, 30, 36, 34, 35};
-  for (uint32_t a : outer) {
-    for (uint32_t b : outer) {
-      EXPECT_EQ(check({a}, {b}), a == b ? 0 : ACL_ERR_ACTION_OUTER_VLAN) << a << "," << b;
+// Within each group any two different actions exclude each other.
+TEST(Conflict, VlanRewritesOfOneTagAndForwardingExcludeEachOther) {
+  const struct {
+    std::vector<uint32_t> group;
+    int32_t err;
+  } groups[] = {{{25, 26, 27, 33, 31, 32}, ACL_ERR_ACTION_OUTER_VLAN},
+                {{28, 29, 30, 36, 34, 35}, ACL_ERR_ACTION_INNER_VLAN},
+                {{4, 7, 8, 6, 46, 50}, ACL_ERR_ACTION_FORWARD}};
+  for (const auto& g : groups) {
+    for (uint32_t a : g.group) {
+      for (uint32_t b : g.group) EXPECT_EQ(check({a}, {b}), a == b ? 0 : g.err) << a << "," << b;
     }
   }
-  for (uint32_t a : inner) {
-    for (uint32_t b : inner) {
-      EXPECT_EQ(check({a}, {b}), a == b ? 0 : ACL_ERR_ACTION_INNER_VLAN) << a << "," << b;
-    }
-  }
-  // One outer and one inner rewrite may combine.
-  EXPECT_EQ(check({25}, {28}), 0);
-  // The remark rules come first.
-  EXPECT_EQ(check({38, 25}, {15, 26}), ACL_ERR_ACTION_REMARK);
-}
-
-TEST(Conflict, ForwardingAndMirroring) {
-  const uint32_t forward[] = {4, 7, 8, 6, 46, 50};
-  for (uint32_t a : forward) {
-    for (uint32_t b : forward) {
-      EXPECT_EQ(check({a}, {b}), a == b ? 0 : ACL_ERR_ACTION_FORWARD) << a << "," << b;
-    }
+  // Forwarding and mirroring exclude each other; mirrors combine with each other.
+  for (uint32_t a : groups[2].group) {
     for (uint32_t m : {16u, 17u, 18u}) {
       EXPECT_EQ(check({a}, {m}), ACL_ERR_ACTION_MIRROR) << a << "," << m;
       EXPECT_EQ(check({m}, {a}), ACL_ERR_ACTION_MIRROR) << m << "," << a;
     }
   }
+  EXPECT_EQ(check({16}, {17, 18}), 0);
   EXPECT_EQ(check({4}, {4, 6}), ACL_ERR_ACTION_FORWARD);
-  EXPECT_EQ(check({18}, {46}), ACL_ERR_ACTION_MIRROR);
-  EXPECT_EQ(check({16}, {17, 18}), 0) << "mirrors combine with each other";
-  // Forwarding is decided before mirroring, the VLAN rules before forwarding.
-  EXPECT_EQ(check({4, 16}, {7}), ACL_ERR_ACTION_FORWARD);
+  // One outer and one inner rewrite may combine.
+  EXPECT_EQ(check({25}, {28}), 0);
+  // The order of the rules: remarks, VLANs, forwarding, mirroring.
+  EXPECT_EQ(check({38, 25}, {15, 26}), ACL_ERR_ACTION_REMARK);
   EXPECT_EQ(check({25, 4}, {26, 7}), ACL_ERR_ACTION_OUTER_VLAN);
+  EXPECT_EQ(check({4, 16}, {7}), ACL_ERR_ACTION_FORWARD);
 }
 
 TEST(SupportQuery, HandsTheRequestToThePlatformAndItsAnswerBack) {

@@ -2,6 +2,7 @@
 // checked after every step.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <random>
 
 #include "store_fixture.h"
@@ -13,23 +14,11 @@ namespace {
 
 class RandomStore : public StoreTest {
  protected:
+  // The rule-count pair of a list number's type: types 1 to 5, then 8; -1 for none.
   static int typeColumn(uint32_t lstIdx) {
-    switch (aclListTypeGetByIndex(lstIdx)) {
-      case 1:
-        return 0;
-      case 2:
-        return 1;
-      case 3:
-        return 2;
-      case 4:
-        return 3;
-      case 5:
-        return 4;
-      case 8:
-        return 5;
-      default:
-        return -1;
-    }
+    static constexpr int kColumn[] = {-1, 0, 1, 2, 3, 4, -1, -1, 5};
+    const uint32_t type = aclListTypeGetByIndex(lstIdx);
+    return type < std::size(kColumn) ? kColumn[type] : -1;
   }
 
   void checkInvariants(int step) {

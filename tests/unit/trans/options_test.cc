@@ -35,19 +35,23 @@ Bytes bytes(const Opts& o) {
 }
 
 TEST(HwOptionsTest, ScopesWithoutACallersRecord) {
-  EXPECT_EQ(diff(bytes(fill(AclHwScope::Global, false, 9, 508, {})), words({0, 0, 0, 0, 508})), "");
-  EXPECT_EQ(
-      diff(bytes(fill(AclHwScope::Global, true, 9, 40, {})), words({0x80000000, 0, 0, 0, 40})), "");
-  EXPECT_EQ(diff(bytes(fill(AclHwScope::Unit, false, 0x1234, 508, {})),
-                 words({0x10000000, 4, 2, 0x1234, 508})),
-            "");
-  EXPECT_EQ(diff(bytes(fill(AclHwScope::Unit, true, 7, 96, {})), words({0x90000000, 4, 2, 7, 96})),
-            "");
-  EXPECT_EQ(diff(bytes(fill(AclHwScope::GemPort, false, 5, 508, {})), words({0, 16, 5, 5, 508})),
-            "");
-  EXPECT_EQ(
-      diff(bytes(fill(AclHwScope::GemPort, true, 5, 60, {})), words({0x80000000, 16, 5, 5, 60})),
-      "");
+  const struct {
+    AclHwScope scope;
+    bool tlv;
+    uint32_t index, len;
+    Bytes want;
+  } cases[] = {
+      {AclHwScope::Global, false, 9, 508, words({0, 0, 0, 0, 508})},
+      {AclHwScope::Global, true, 9, 40, words({0x80000000, 0, 0, 0, 40})},
+      {AclHwScope::Unit, false, 0x1234, 508, words({0x10000000, 4, 2, 0x1234, 508})},
+      {AclHwScope::Unit, true, 7, 96, words({0x90000000, 4, 2, 7, 96})},
+      {AclHwScope::GemPort, false, 5, 508, words({0, 16, 5, 5, 508})},
+      {AclHwScope::GemPort, true, 5, 60, words({0x80000000, 16, 5, 5, 60})},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(diff(bytes(fill(c.scope, c.tlv, c.index, c.len, {})), c.want), "")
+        << int(c.scope) << " tlv " << c.tlv;
+  }
 }
 
 TEST(HwOptionsTest, CallersWordZeroAndTargetBytesByScope) {

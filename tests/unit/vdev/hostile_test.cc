@@ -1,16 +1,19 @@
-// Input the device must refuse with an answer instead of an exception: request lines and device
-// files that once stopped the process, and a journal flooded with large entries.
+// Input the device must refuse with an answer instead of an exception: request lines, device
+// files that once stopped the process, clients of the control socket that send garbage or stall,
+// and a journal flooded with large entries.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "client/dev_client.h"
 #include "platform/hwil.h"
+#include "platform/logging.h"
 #include "platform/proc.h"
 #include "platform/sil.h"
 #include "platform/vdev/control.h"
@@ -80,21 +83,28 @@ TEST_F(HostileInput, DeviceFilesThatCannotBeReadAsJsonAreRefusedWithTheirPlace) 
       {nested(100000), ": line 1, column 65: nesting deeper than 64 levels"},
       {"{\n \"self\": 1e400}", "number overflow"},
       {"{\n\n \"self\": \"\xff\"}", ": line 3, column"},
+      {"{\n  \"self\": {\"system\": 1,\n  \"slot\" 1}\n}\n", ": line 3, column 10: syntax error"},
   };
   for (const Case& c : cases) {
     const std::string path = dir.path() + "/device.json";
     std::ofstream(path) << c.text;
     std::string error;
     EXPECT_FALSE(vdev::load(path, &error));
+    EXPECT_EQ(error.rfind(path + ": ", 0), 0u) << error;
     EXPECT_NE(error.find(c.error), std::string::npos) << error;
     EXPECT_EQ(error.find('\xff'), std::string::npos) << "input bytes quoted as they came";
   }
 }
 
-TEST_F(HostileInput, IdleDeviceConnectionsAreClosedAndUnfinishedLinesMeetTheirDeadline) {
+// The control socket: garbage gets an error line, a client stopped halfway through a line holds
+// up nobody and is answered once its line is complete, unfinished lines and idle connections meet
+// their deadlines, and the reset stops the server.
+TEST_F(HostileInput, TheSocketAnswersGarbageAndSlowClientsHoldUpNobody) {
   test::TempRunDir dir;
   ASSERT_EQ(vdev::serve(), 0);
   const std::string path = dir.path() + "/acldev.socket";
+  EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::others_all,
+            std::filesystem::perms::none);
   auto open = [&](const char* send) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un a{};
@@ -106,10 +116,26 @@ TEST_F(HostileInput, IdleDeviceConnectionsAreClosedAndUnfinishedLinesMeetTheirDe
     EXPECT_EQ(::write(fd, send, std::strlen(send)), ssize_t(std::strlen(send)));
     return fd;
   };
+  auto readLine = [](int fd) {
+    std::string line;
+    char c;
+    while (::read(fd, &c, 1) == 1 && c != '\n') line.push_back(c);
+    return line;
+  };
+  const int garbage = open("\x01\x02 not json\n{\"op\": \"sh");
+  EXPECT_FALSE(json::parse(readLine(garbage))["ok"]);
   const int idle = open(""), half = open("{\"op\":");
+  loggingLogOutput(0x3EA0000, 3, 0, "vdev control test line %d\r\n", 42);
   json reply;
   std::string err;
-  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "log"}}, &reply, &err)) << err;
+  bool seen = false;
+  for (auto& l : reply["lines"]) seen = seen || l["text"] == "vdev control test line 42";
+  EXPECT_TRUE(seen) << reply.dump();
+  ASSERT_EQ(::write(garbage, "ow\"}\n", 5), 5);
+  EXPECT_TRUE(json::parse(readLine(garbage))["ok"]);
+  ::close(garbage);
+
   silUpTimeAdvanceForTest(6 * 1000);  // past the line deadline, short of the idle one
   char c;
   EXPECT_EQ(::read(half, &c, 1), 0) << "the unfinished line was kept";
@@ -118,6 +144,8 @@ TEST_F(HostileInput, IdleDeviceConnectionsAreClosedAndUnfinishedLinesMeetTheirDe
   ::close(idle);
   ::close(half);
   EXPECT_TRUE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err)) << err;
+  vdev::resetForTest();
+  EXPECT_FALSE(aclclient::devRequest(path, {{"op", "show"}}, &reply, &err, 500));
 }
 
 vdev::Relay bigRelay(uint64_t seq) {
