@@ -18,9 +18,8 @@ struct StepWeight {
   uint32_t weight;
 };
 constexpr StepWeight kWeights[] = {
-    {DevStep::InterfaceToggle, 6}, {DevStep::AggregationMember, 5},
-    {DevStep::AggregationToggle, 1}, {DevStep::CardUp, 2},
-    {DevStep::TimeRange, 4},        {DevStep::Neighbour, 3},
+    {DevStep::InterfaceToggle, 6}, {DevStep::AggregationMember, 5}, {DevStep::AggregationToggle, 1},
+    {DevStep::CardUp, 2},          {DevStep::TimeRange, 4},         {DevStep::Neighbour, 3},
     {DevStep::Fault, 6},
 };
 
@@ -41,13 +40,20 @@ uint32_t u32(const json& j, const char* key) {
 
 const char* devStepName(DevStep s) {
   switch (s) {
-    case DevStep::InterfaceToggle: return "interface removed/re-added";
-    case DevStep::AggregationMember: return "port joined/left aggregation";
-    case DevStep::AggregationToggle: return "aggregation removed/re-added";
-    case DevStep::CardUp: return "card up";
-    case DevStep::TimeRange: return "time range switched";
-    case DevStep::Neighbour: return "neighbour learned/lost";
-    case DevStep::Fault: return "fault armed";
+    case DevStep::InterfaceToggle:
+      return "interface removed/re-added";
+    case DevStep::AggregationMember:
+      return "port joined/left aggregation";
+    case DevStep::AggregationToggle:
+      return "aggregation removed/re-added";
+    case DevStep::CardUp:
+      return "card up";
+    case DevStep::TimeRange:
+      return "time range switched";
+    case DevStep::Neighbour:
+      return "neighbour learned/lost";
+    case DevStep::Fault:
+      return "fault armed";
   }
   return "?";
 }
@@ -140,9 +146,15 @@ DeviceDisturber::DeviceDisturber(ChassisPlan plan, uint32_t seed, std::set<DevSt
   }
 }
 
-json DeviceDisturber::next() { return pick(true, true); }
-json DeviceDisturber::nextEvent() { return pick(true, false); }
-json DeviceDisturber::nextFault() { return pick(false, true); }
+json DeviceDisturber::next() {
+  return pick(true, true);
+}
+json DeviceDisturber::nextEvent() {
+  return pick(true, false);
+}
+json DeviceDisturber::nextFault() {
+  return pick(false, true);
+}
 
 json DeviceDisturber::pick(bool events, bool faults) {
   uint32_t total = 0;
@@ -164,13 +176,27 @@ json DeviceDisturber::pick(bool events, bool faults) {
     json req;
     if (enabled_.count(step) == 0 || (step == DevStep::Fault ? !faults : !events)) continue;
     switch (step) {
-      case DevStep::InterfaceToggle: req = interfaceToggle(); break;
-      case DevStep::AggregationMember: req = memberToggle(); break;
-      case DevStep::AggregationToggle: req = aggregationToggle(); break;
-      case DevStep::CardUp: req = cardUp(); break;
-      case DevStep::TimeRange: req = timeRange(); break;
-      case DevStep::Neighbour: req = neighbour(); break;
-      case DevStep::Fault: req = fault(); break;
+      case DevStep::InterfaceToggle:
+        req = interfaceToggle();
+        break;
+      case DevStep::AggregationMember:
+        req = memberToggle();
+        break;
+      case DevStep::AggregationToggle:
+        req = aggregationToggle();
+        break;
+      case DevStep::CardUp:
+        req = cardUp();
+        break;
+      case DevStep::TimeRange:
+        req = timeRange();
+        break;
+      case DevStep::Neighbour:
+        req = neighbour();
+        break;
+      case DevStep::Fault:
+        req = fault();
+        break;
     }
     if (!req.is_null()) {
       lastKind_ = step;
@@ -211,8 +237,8 @@ json DeviceDisturber::memberToggle() {
   if (plan_.aggregation.is_null() || aggregationRemoved_ || plan_.memberPool.empty()) {
     return nullptr;
   }
-  const uint32_t port = plan_.memberPool[std::uniform_int_distribution<size_t>(
-      0, plan_.memberPool.size() - 1)(rng_)];
+  const uint32_t port =
+      plan_.memberPool[std::uniform_int_distribution<size_t>(0, plan_.memberPool.size() - 1)(rng_)];
   std::set<uint32_t> after = members_;
   if (after.count(port) != 0) {
     if (after.size() == 1) return nullptr;  // keep one member: an empty aggregation says nothing
@@ -269,10 +295,10 @@ json DeviceDisturber::neighbour() {
 }
 
 json DeviceDisturber::fault() {
-  const uint32_t cmd = kInstallCmds[std::uniform_int_distribution<size_t>(
-      0, std::size(kInstallCmds) - 1)(rng_)];
-  const int32_t result = kFaultResults[std::uniform_int_distribution<size_t>(
-      0, std::size(kFaultResults) - 1)(rng_)];
+  const uint32_t cmd =
+      kInstallCmds[std::uniform_int_distribution<size_t>(0, std::size(kInstallCmds) - 1)(rng_)];
+  const int32_t result =
+      kFaultResults[std::uniform_int_distribution<size_t>(0, std::size(kFaultResults) - 1)(rng_)];
   return {{"op", "fault.add"},
           {"call", "zorHwilCmdSetApi"},
           {"cmd", cmd},

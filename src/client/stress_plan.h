@@ -17,8 +17,15 @@
 
 namespace aclstress {
 
-enum class DevStep { InterfaceToggle, AggregationMember, AggregationToggle, CardUp, TimeRange,
-                     Neighbour, Fault };
+enum class DevStep {
+  InterfaceToggle,
+  AggregationMember,
+  AggregationToggle,
+  CardUp,
+  TimeRange,
+  Neighbour,
+  Fault
+};
 inline constexpr size_t kDevStepKinds = 7;
 const char* devStepName(DevStep s);
 // The step kinds named by a comma-separated list of short names (iface, member, agg, card,
@@ -27,9 +34,9 @@ bool parseDevSteps(const std::string& text, std::set<DevStep>* out, std::string*
 
 // The parts of a device model the disturber touches, read from the device's "show" reply.
 struct ChassisPlan {
-  std::map<uint32_t, nlohmann::json> ports;  // removed and put back (their model entries)
-  nlohmann::json aggregation;                // the aggregation's model entry; null: none
-  std::vector<uint32_t> memberPool;          // ports that join and leave it
+  std::map<uint32_t, nlohmann::json> ports;          // removed and put back (their model entries)
+  nlohmann::json aggregation;                        // the aggregation's model entry; null: none
+  std::vector<uint32_t> memberPool;                  // ports that join and leave it
   std::vector<std::pair<uint32_t, uint32_t>> cards;  // (system, slot) holding a card
   std::map<uint32_t, bool> timeRanges;               // id -> active
   std::set<std::string> neighbours;                  // VRF 0 addresses known at the start

@@ -39,8 +39,19 @@ constexpr uint32_t kTimeRanges = 2;
 
 constexpr uint32_t kEthertypes[] = {0x0800, 0x0806, 0x86DD, 0x8100, 0x88CC};
 
-enum class Op { CreateList, DeleteList, CreateRule, ChangeRule, DeleteRule, BindGlobal, BindIf,
-                BindGem, IfRecord, GemRecord, ReadList };
+enum class Op {
+  CreateList,
+  DeleteList,
+  CreateRule,
+  ChangeRule,
+  DeleteRule,
+  BindGlobal,
+  BindIf,
+  BindGem,
+  IfRecord,
+  GemRecord,
+  ReadList
+};
 struct OpWeight {
   Op op;
   uint32_t weight;
@@ -56,10 +67,16 @@ struct ListState {
   std::map<uint32_t, uint32_t> rules;  // rule -> its field's value
 };
 
-bool isL2(uint32_t lst) { return lst <= 1000; }
-uint32_t fieldOf(uint32_t lst) { return isL2(lst) ? kFieldEthertype : kFieldDscp; }
+bool isL2(uint32_t lst) {
+  return lst <= 1000;
+}
+uint32_t fieldOf(uint32_t lst) {
+  return isL2(lst) ? kFieldEthertype : kFieldDscp;
+}
 // The position in the typed column order (l2, ipv4, ...) of the list's type.
-uint32_t typeColumn(uint32_t lst) { return isL2(lst) ? 0 : 1; }
+uint32_t typeColumn(uint32_t lst) {
+  return isL2(lst) ? 0 : 1;
+}
 // The interface and GEM slot commands of the typed slot of the list's type in direction dir.
 const AclBindSlotDef& typedSlot(uint32_t lst, uint32_t dir) {
   return kAclBindSlots[ACL_BIND_SLOT_FIRST_TYPED + typeColumn(lst) * 2 + dir];
@@ -148,17 +165,28 @@ class Client {
 
   void step(Op op) {
     switch (op) {
-      case Op::CreateList: return createList();
-      case Op::DeleteList: return deleteList();
-      case Op::CreateRule: return createRule();
-      case Op::ChangeRule: return changeRule();
-      case Op::DeleteRule: return deleteRule();
-      case Op::BindGlobal: return bindGlobal();
-      case Op::BindIf: return bindIf();
-      case Op::BindGem: return bindGem();
-      case Op::IfRecord: return ifRecord();
-      case Op::GemRecord: return gemRecord();
-      case Op::ReadList: return readList();
+      case Op::CreateList:
+        return createList();
+      case Op::DeleteList:
+        return deleteList();
+      case Op::CreateRule:
+        return createRule();
+      case Op::ChangeRule:
+        return changeRule();
+      case Op::DeleteRule:
+        return deleteRule();
+      case Op::BindGlobal:
+        return bindGlobal();
+      case Op::BindIf:
+        return bindIf();
+      case Op::BindGem:
+        return bindGem();
+      case Op::IfRecord:
+        return ifRecord();
+      case Op::GemRecord:
+        return gemRecord();
+      case Op::ReadList:
+        return readList();
     }
   }
 
@@ -166,11 +194,13 @@ class Client {
     const uint32_t lst = anyList();
     ListState& st = lists_[lst];
     if (st.exists) return;
-    const int32_t ret = counted("list create", s().setValue(kLstSet, lst, kLstCmdStatus, kLstCreate));
+    const int32_t ret =
+        counted("list create", s().setValue(kLstSet, lst, kLstCmdStatus, kLstCreate));
     const int32_t now = listStatus(lst);
     if (ret == 0) {
       st = ListState{true, {}};
-      if (now != 0) contradiction("list " + std::to_string(lst) + " created, then reads " + hex(now));
+      if (now != 0)
+        contradiction("list " + std::to_string(lst) + " created, then reads " + hex(now));
     } else if (now != ACL_ERR_LIST_NOT_EXIST) {
       contradiction("list " + std::to_string(lst) + " create refused (" + hex(ret) +
                     "), yet it reads " + hex(now));
@@ -218,8 +248,8 @@ class Client {
     ListState& st = lists_[lst];
     const RuleRef r{lst, 1 + uniform(kRulesPerList)};
     if (st.rules.count(r.rule) != 0) return;
-    if (counted("rule create", rc_->setValue(r, ACL_RULE_CMD_STATUS,
-                                             ACL_RULE_STATUS_SET_CREATE)) != 0) {
+    if (counted("rule create", rc_->setValue(r, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_CREATE)) !=
+        0) {
       return;
     }
     const uint32_t value = newValue(lst);
@@ -243,8 +273,8 @@ class Client {
     const RuleRef r = existingRule();
     if (r.lst == 0) return;
     // A valid rule is installed wherever its list is bound: it is made invalid to be changed.
-    if (counted("rule invalid", rc_->setValue(r, ACL_RULE_CMD_STATUS,
-                                              ACL_RULE_STATUS_SET_INVALID)) != 0) {
+    if (counted("rule invalid",
+                rc_->setValue(r, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_INVALID)) != 0) {
       return;
     }
     const uint32_t value = newValue(r.lst);
@@ -256,8 +286,8 @@ class Client {
     const RuleRef r = existingRule();
     if (r.lst == 0) return;
     counted("rule invalid", rc_->setValue(r, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_INVALID));
-    if (counted("rule delete", rc_->setValue(r, ACL_RULE_CMD_STATUS,
-                                             ACL_RULE_STATUS_SET_DELETE)) == 0) {
+    if (counted("rule delete", rc_->setValue(r, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_DELETE)) ==
+        0) {
       lists_[r.lst].rules.erase(r.rule);
     }
   }
@@ -277,8 +307,8 @@ class Client {
   // Sets a slot and reads it back under the scope's lock: after a set the daemon answered 0 the
   // slot holds the new value, after a refusal what it held before. read(cmd) answers the slot.
   template <class Set, class Read>
-  void bindChecked(const std::string& scope, const std::string& what, uint32_t cmd,
-                   uint32_t value, bool check, Set set, Read read) {
+  void bindChecked(const std::string& scope, const std::string& what, uint32_t cmd, uint32_t value,
+                   bool check, Set set, Read read) {
     std::lock_guard<std::mutex> lock(sh_.lockOf(scope));
     if (scope.rfind("if/", 0) == 0 && sh_.isAbsent(std::stoul(scope.substr(3)))) return;
     const std::optional<SlotRead> before = check ? sh_.known(scope, cmd) : std::nullopt;
@@ -350,9 +380,9 @@ class Client {
     std::lock_guard<std::mutex> lock(sh_.lockOf(scope));
     if (sh_.isAbsent(ifIndex)) return;
     const bool create = uniform(2) == 0;
-    const int32_t ret = counted(create ? "if create" : "if delete",
-                                s().setValue(kIfSet, ifIndex, kIfCmdRowStatus,
-                                             create ? kRowCreate : kRowDestroy));
+    const int32_t ret =
+        counted(create ? "if create" : "if delete",
+                s().setValue(kIfSet, ifIndex, kIfCmdRowStatus, create ? kRowCreate : kRowDestroy));
     if (ret == 0) sh_.forget(scope);
   }
 
@@ -404,10 +434,10 @@ class Client {
     const std::string scope = gemScope(g);
     std::lock_guard<std::mutex> lock(sh_.lockOf(scope));
     const bool create = uniform(2) == 0;
-    const int32_t ret =
-        counted(create ? "gem create" : "gem delete",
-                s().call(gemRequest(g, kGemSet, kGemCmdRowStatus, create ? kRowCreate : kRowDestroy))
-                    .result);
+    const int32_t ret = counted(
+        create ? "gem create" : "gem delete",
+        s().call(gemRequest(g, kGemSet, kGemCmdRowStatus, create ? kRowCreate : kRowDestroy))
+            .result);
     if (ret == 0) sh_.forget(scope);
   }
 

@@ -226,9 +226,8 @@ void checkVersion(Shared& sh, int deadlineMs) {
   const auto ms =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
   if (resp.status != wire::Status::Ok || resp.result != 0 || resp.data.empty()) {
-    sh.tally.failure("version", "answered status " +
-                     std::string(wire::statusName(resp.status)) + " result " +
-                     std::to_string(resp.result));
+    sh.tally.failure("version", "answered status " + std::string(wire::statusName(resp.status)) +
+                                    " result " + std::to_string(resp.result));
   } else if (ms > deadlineMs) {
     sh.tally.failure("version", "answered after " + std::to_string(ms) + " ms");
   }
@@ -243,8 +242,8 @@ void auditNow(Shared& sh, DeviceThread& dev, const Options& o, const char* when)
     sh.tally.failure("device", std::string(when) + " fault.clear: " + err);
   }
   settleRouteMessages(sh, when);
-  if (!devCall(sh, {{"op", "audit"}}, &r, &err, kAuditTimeoutMs) ||
-      !r.contains("differences") || !r["differences"].is_array()) {
+  if (!devCall(sh, {{"op", "audit"}}, &r, &err, kAuditTimeoutMs) || !r.contains("differences") ||
+      !r["differences"].is_array()) {
     sh.tally.failure("audit", std::string(when) + ": " + (err.empty() ? r.dump() : err));
     sh.tally.audit(false);
   } else {
@@ -252,16 +251,17 @@ void auditNow(Shared& sh, DeviceThread& dev, const Options& o, const char* when)
     sh.tally.audit(d.empty());
     for (size_t k = 0; k < d.size() && k < 5; ++k) {
       sh.tally.failure("audit", std::string(when) + ": " + d[k].value("check", std::string("?")) +
-                       ": " + d[k].value("text", std::string()));
+                                    ": " + d[k].value("text", std::string()));
     }
     if (d.size() > 5) {
-      sh.tally.failure("audit", std::string(when) + ": " + std::to_string(d.size() - 5) +
-                       " more differences");
+      sh.tally.failure(
+          "audit", std::string(when) + ": " + std::to_string(d.size() - 5) + " more differences");
     }
   }
   checkVersion(sh, o.deadlineMs);
   if (o.pid > 0 && ::kill(o.pid, 0) != 0) {
-    sh.tally.failure("daemon", std::string(when) + ": process " + std::to_string(o.pid) + " is gone");
+    sh.tally.failure("daemon",
+                     std::string(when) + ": process " + std::to_string(o.pid) + " is gone");
   }
   dev.resume();
 }

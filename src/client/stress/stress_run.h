@@ -29,7 +29,7 @@ struct Shared {
   AclctlGlobals globals;
   Tally tally;
   std::atomic<bool> stop{false};
-  std::set<uint32_t> volatileIfs;  // interfaces the device thread changes: not read back
+  std::set<uint32_t> volatileIfs;    // interfaces the device thread changes: not read back
   std::vector<uint32_t> interfaces;  // interfaces clients bind to
   uint32_t ponInterface = 0;         // GEM ports live behind it; 0: no GEM work
   // Faults are armed: a refused slot change whose undo hit one too may leave the slot empty.

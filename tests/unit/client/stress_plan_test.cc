@@ -14,7 +14,8 @@ using nlohmann::json;
 
 // The parts of the model a disturber changes, as comparable JSON.
 json chassisOf(const json& model) {
-  json out = {{"interfaces", model["interfaces"]}, {"timeRanges", json::array()},
+  json out = {{"interfaces", model["interfaces"]},
+              {"timeRanges", json::array()},
               {"neighbours", model["neighbours"]}};
   for (const auto& a : model["aggregations"]) out["aggregations"].push_back(a);
   for (const auto& t : model["timeRanges"]) {
@@ -64,6 +65,43 @@ TEST(StressPlan, BuiltInChassisPlan) {
   EXPECT_EQ(p.timeRanges, (std::map<uint32_t, bool>{{1, true}, {2, false}}));
 }
 
+TEST(StressPlan, StepNames) {
+  using aclstress::DevStep;
+  struct Case {
+    const char* text;
+    bool ok;
+    std::set<DevStep> steps;
+  };
+  const Case cases[] = {
+      {"fault", true, {DevStep::Fault}},
+      {"iface,card", true, {DevStep::InterfaceToggle, DevStep::CardUp}},
+      {"all", true, {}},  // every kind: checked by size below
+      {"iface,", false, {}},
+      {"cards", false, {}},
+      {"", false, {}},
+  };
+  for (const Case& c : cases) {
+    std::set<DevStep> got;
+    std::string bad;
+    EXPECT_EQ(aclstress::parseDevSteps(c.text, &got, &bad), c.ok) << c.text;
+    if (std::string_view(c.text) == "all") {
+      EXPECT_EQ(got.size(), aclstress::kDevStepKinds);
+    } else if (c.ok) {
+      EXPECT_EQ(got, c.steps) << c.text;
+    }
+  }
+  // Faults alone or events alone: the disturber picks nothing else.
+  vdev::resetForTest();
+  const auto plan = aclstress::planFromModel(vdev::handleRequest({{"op", "show"}})["model"]);
+  aclstress::DeviceDisturber d(plan, 3);
+  for (int n = 0; n < 50; ++n) {
+    EXPECT_EQ(d.nextFault()["op"], "fault.add");
+    EXPECT_NE(d.nextEvent()["op"], "fault.add");
+    d.done(json::object());  // refused: nothing remembered
+  }
+  EXPECT_TRUE(d.made().empty());
+}
+
 TEST(StressTally, CountersSettled) {
   struct Case {
     std::vector<uint64_t> samples;
@@ -71,8 +109,8 @@ TEST(StressTally, CountersSettled) {
     bool settled;
   };
   const Case cases[] = {
-      {{}, 3, false},           {{5, 5}, 3, false},       {{5, 5, 5}, 3, true},
-      {{1, 5, 5, 5}, 3, true},  {{5, 5, 5, 6}, 3, false}, {{5, 6, 5}, 3, false},
+      {{}, 3, false},          {{5, 5}, 3, false},       {{5, 5, 5}, 3, true},
+      {{1, 5, 5, 5}, 3, true}, {{5, 5, 5, 6}, 3, false}, {{5, 6, 5}, 3, false},
       {{5, 5, 5}, 0, false},
   };
   for (const Case& c : cases) {
@@ -126,8 +164,8 @@ TEST(StressTally, KeepsTheFirstFailuresOfEachKindAndCountsTheRest) {
   EXPECT_EQ(s.failures.at("client").front(), "0");
   // Many failures of one kind never hide the first of another.
   const auto lines = aclstress::reportLines(s, {});
-  for (const char* want : {"  FAIL audit: hardware: unit 2 lacks list 5 rule 1",
-                           "  (5 more client failures)"}) {
+  for (const char* want :
+       {"  FAIL audit: hardware: unit 2 lacks list 5 rule 1", "  (5 more client failures)"}) {
     EXPECT_NE(std::find(lines.begin(), lines.end(), want), lines.end()) << want;
   }
 }
