@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "client/table_session.h"
+#include "wire/acl_ret.h"
 
 namespace aclstress {
 
@@ -76,6 +77,18 @@ std::vector<std::string> reportLines(const Tally::Snapshot& s, const RunFigures&
   }
   out.push_back(passed(s) ? "stress: PASS" : "stress: FAIL");
   return out;
+}
+
+SlotVerdict judgeSlot(int32_t ret, uint32_t value, std::optional<SlotRead> before, SlotRead after,
+                      bool faults) {
+  if (ret == 0) {
+    const bool emptyMissing = value == 0 && after.ret == ACL_ERR_IF_NOT_EXIST;
+    return after == SlotRead{0, value} || emptyMissing ? SlotVerdict::Consistent
+                                                       : SlotVerdict::Contradiction;
+  }
+  if (!before || after == *before) return SlotVerdict::Consistent;
+  if (faults && before->ret == 0 && after == SlotRead{0, 0}) return SlotVerdict::LeftEmpty;
+  return SlotVerdict::Contradiction;
 }
 
 bool countersSettled(const std::vector<uint64_t>& samples, size_t need) {

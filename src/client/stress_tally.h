@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,22 @@ bool passed(const Tally::Snapshot& s);
 
 // The report printed at the end, one item per line.
 std::vector<std::string> reportLines(const Tally::Snapshot& s, const RunFigures& f);
+
+// What a read of a bind slot answered: the result and, when 0, the list in the slot.
+struct SlotRead {
+  int32_t ret = 0;
+  uint32_t value = 0;
+  bool operator==(const SlotRead&) const = default;
+};
+
+enum class SlotVerdict { Consistent, LeftEmpty, Contradiction };
+
+// Judges a slot read right after the daemon answered ret to setting it to value, against what it
+// read before (unknown: nullopt). An answered set leaves the value (emptying the slot of a missing
+// record succeeds and leaves the record missing); a refused one leaves the previous value, or,
+// with faults armed, an empty slot when putting the previous list back failed too.
+SlotVerdict judgeSlot(int32_t ret, uint32_t value, std::optional<SlotRead> before, SlotRead after,
+                      bool faults);
 
 // The route messages have drained when the daemon's received counter read the same in the last
 // `need` samples (taken at a steady pace with the device quiet).

@@ -103,9 +103,14 @@ class Client {
   void run() {
     uint32_t total = 0;
     for (const auto& w : kOps) total += w.weight;
+    bool learned = false;
     while (!sh_.stop.load()) {
       try {
         if (!rc_) rc_ = std::make_unique<aclclient::RuleClient>(sh_.globals);
+        if (!learned) {
+          learn();
+          learned = true;
+        }
         uint32_t pick = uniform(total);
         Op op = kOps[0].op;
         for (const auto& w : kOps) {
@@ -161,6 +166,20 @@ class Client {
   int32_t listStatus(uint32_t lst) {
     sh_.tally.request();
     return s().getValue(kLstGet, lst, kLstCmdStatus).ret;
+  }
+
+  // What the daemon already holds of this client's lists (a daemon that ran before): which exist,
+  // their rules and the field each rule carries.
+  void learn() {
+    for (auto& [lst, st] : lists_) {
+      st = ListState{listStatus(lst) == 0, {}};
+      if (!st.exists) continue;
+      for (const RuleRef& r : rc_->walk(lst)) {
+        sh_.tally.request();
+        const aclclient::ValueAnswer v = rc_->getValue(r, fieldOf(lst));
+        st.rules[r.rule] = v.ret == 0 ? v.value : 0;
+      }
+    }
   }
 
   void step(Op op) {
@@ -315,19 +334,15 @@ class Client {
     const int32_t ret = counted(what, set(cmd, value));
     sh_.tally.request();
     const SlotRead after = read(cmd);
-    if (check && ret != 0 && before && before->value != 0 && after == SlotRead{0, 0}) {
-      // The daemon puts the previous list back after a failed change; when that install fails
-      // as well (an armed fault), the slot stays empty.
-      sh_.tally.refusal(what + " (slot left empty)", ret);
-    }
     if (check) {
-      // Emptying a slot of a record that does not exist succeeds, and the record stays missing.
-      const bool emptyMissing = ret == 0 && value == 0 && after.ret == ACL_ERR_IF_NOT_EXIST;
-      if (ret == 0 && !(after == SlotRead{0, value}) && !emptyMissing) {
+      const SlotVerdict v = judgeSlot(ret, value, before, after, sh_.faults);
+      if (v == SlotVerdict::LeftEmpty) {
+        // The previous list could not be put back after a failed change (an armed fault).
+        sh_.tally.refusal(what + " (slot left empty)", ret);
+      } else if (v == SlotVerdict::Contradiction && ret == 0) {
         contradiction(scope + " " + what + " " + std::to_string(value) + " answered 0, slot " +
                       std::to_string(cmd) + " reads " + readText(after));
-      } else if (ret != 0 && before && !(after == *before) &&
-                 !(sh_.faults && after == SlotRead{0, 0})) {
+      } else if (v == SlotVerdict::Contradiction) {
         contradiction(scope + " " + what + " " + std::to_string(value) + " refused (" + hex(ret) +
                       "), slot " + std::to_string(cmd) + " went from " + readText(*before) +
                       " to " + readText(after));

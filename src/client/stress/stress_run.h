@@ -18,13 +18,6 @@
 
 namespace aclstress {
 
-// What a read of a bind slot answered: the result and, when 0, the list in the slot.
-struct SlotRead {
-  int32_t ret = 0;
-  uint32_t value = 0;
-  bool operator==(const SlotRead&) const = default;
-};
-
 struct Shared {
   AclctlGlobals globals;
   Tally tally;

@@ -102,6 +102,36 @@ TEST(StressPlan, StepNames) {
   EXPECT_TRUE(d.made().empty());
 }
 
+TEST(StressTally, SlotReadAfterASet) {
+  using aclstress::SlotRead;
+  using V = aclstress::SlotVerdict;
+  constexpr int32_t kFault = 5, kNoRecord = 0x03EA0042;
+  struct Case {
+    const char* name;
+    int32_t ret;
+    uint32_t value;
+    std::optional<SlotRead> before;
+    SlotRead after;
+    bool faults;
+    V verdict;
+  };
+  const Case cases[] = {
+      {"answered set holds the list", 0, 7, SlotRead{0, 3}, {0, 7}, true, V::Consistent},
+      {"answered set holds another list", 0, 7, SlotRead{0, 3}, {0, 3}, true, V::Contradiction},
+      {"answered set, record gone", 0, 7, std::nullopt, {kNoRecord, 0}, false, V::Contradiction},
+      {"unbind of a missing record", 0, 0, std::nullopt, {kNoRecord, 0}, false, V::Consistent},
+      {"refusal keeps the list", kFault, 7, SlotRead{0, 3}, {0, 3}, true, V::Consistent},
+      {"refusal, nothing known before", kFault, 7, std::nullopt, {0, 9}, true, V::Consistent},
+      {"refusal takes another list", kFault, 7, SlotRead{0, 3}, {0, 7}, true, V::Contradiction},
+      {"refusal empties, faults armed", kFault, 7, SlotRead{0, 3}, {0, 0}, true, V::LeftEmpty},
+      {"refusal empties, no faults", kFault, 7, SlotRead{0, 3}, {0, 0}, false, V::Contradiction},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(aclstress::judgeSlot(c.ret, c.value, c.before, c.after, c.faults), c.verdict)
+        << c.name;
+  }
+}
+
 TEST(StressTally, CountersSettled) {
   struct Case {
     std::vector<uint64_t> samples;
