@@ -284,7 +284,27 @@ int32_t aclSlotSubRuleNumCheckDynamic(uint32_t lstIdx, uint32_t /*ruleIdx*/) {
       }
     }
   }
-  return refused ? refused->second : 0;
+  if (refused) return refused->second;
+  // GEM bindings charge the slot of their PON interface for the whole list, so a rule added to
+  // the list must fit there too; the first refusing GEM binding in its tree's order answers.
+  std::optional<std::pair<std::tuple<AclSlotGemKey, uint8_t>, int32_t>> gemRefused;
+  for (uint8_t dir = ACL_DIR_INGRESS; dir <= ACL_DIR_VFP; ++dir) {
+    const AclSlotListDir* ld = aclSlotIndexFind(lstIdx, dir);
+    const int32_t bindType = bindTypeOf(lstIdx, dir);
+    if (ld == nullptr || bindType == ACL_BIND_TYPE_NONE) continue;
+    for (const auto& [key, where] : ld->gemAt) {
+      if (!where.located) continue;
+      const auto k = std::make_tuple(key, dir);
+      if (gemRefused && gemRefused->first < k) continue;
+      AclSlotEntry* s = aclSlotEntryGet(where.sys, where.slot);
+      if (s == nullptr) {
+        gemRefused = {k, ACL_ERR_SLOT_NOT_EXIST};
+      } else if (!fits(s->curSubRuleNum[bindType], 1, s->maxSubRuleNum[bindType])) {
+        gemRefused = {k, ACL_ERR_SLOT_RULE_FULL};
+      }
+    }
+  }
+  return gemRefused ? gemRefused->second : 0;
 }
 
 int32_t aclSlotSubRuleNumUpdateDynamic(uint32_t lstIdx, uint32_t /*ruleIdx*/, uint32_t op) {
@@ -304,6 +324,19 @@ int32_t aclSlotSubRuleNumUpdateDynamic(uint32_t lstIdx, uint32_t /*ruleIdx*/, ui
       }
       s->bindRefCnt = 1;
     });
+    // The GEM bindings were charged the whole list when bound and are released by the list's
+    // rule count when unbound: a rule added or removed in between moves their slot too, or the
+    // release would take more than was charged.
+    for (const auto& [at, count] : ld->gemOn) {
+      AclSlotEntry* s = aclSlotEntryGet(at.first, at.second);
+      if (count == 0 || s == nullptr || s->bindRefCnt != 0) continue;
+      if (op == ACL_SLOT_DYNAMIC_ADD) {
+        ++s->curSubRuleNum[bindType];
+      } else {
+        --s->curSubRuleNum[bindType];
+      }
+      s->bindRefCnt = 1;
+    }
   }
   return 0;
 }

@@ -272,6 +272,19 @@ int32_t aclSlotWalkSubRuleNumCheckDynamic(uint32_t lstIdx, uint32_t /*ruleIdx*/)
       }
     });
   });
+  // GEM bindings charge the slot of their PON interface for the whole list, so a rule added to
+  // the list must fit there too.
+  forEachGemBinding(lstIdx, [&](AclGemPortListEntry* g) {
+    const int32_t bindType = bindTypeOf(lstIdx, g->dir);
+    AclSlotIfLoc loc{};
+    if (ret != 0 || bindType == ACL_BIND_TYPE_NONE || !aclSlotIfLocate(g->ifIndex, &loc)) return;
+    AclSlotEntry* s = aclSlotEntryGet(loc.sys, loc.slot);
+    if (s == nullptr) {
+      ret = ACL_ERR_SLOT_NOT_EXIST;
+    } else if (!fits(s->curSubRuleNum[bindType], 1, s->maxSubRuleNum[bindType])) {
+      ret = ACL_ERR_SLOT_RULE_FULL;
+    }
+  });
   return ret;
 }
 
@@ -298,6 +311,14 @@ int32_t aclSlotWalkSubRuleNumUpdateDynamic(uint32_t lstIdx, uint32_t /*ruleIdx*/
       } else if (AclSlotEntry* s = aclSlotEntryGet(loc.sys, loc.slot)) {
         once(s);
       }
+    });
+    // The GEM bindings were charged the whole list when bound and are released by the list's
+    // rule count when unbound: a rule added or removed in between moves their slot too, or the
+    // release would take more than was charged.
+    forEachGemBinding(lstIdx, [&](AclGemPortListEntry* g) {
+      AclSlotIfLoc loc{};
+      if (g->dir != dir || !aclSlotIfLocate(g->ifIndex, &loc)) return;
+      if (AclSlotEntry* s = aclSlotEntryGet(loc.sys, loc.slot)) once(s);
     });
   }
   return 0;

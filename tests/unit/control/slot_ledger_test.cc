@@ -159,5 +159,21 @@ TEST_F(SlotTest, DynamicRulesAreCheckedInEveryDirectionButChargedOnlyInAndOut) {
   EXPECT_EQ(cur(2, kIpv4In), 2u);
 }
 
+// A GEM binding is released by the list's rule count at unbind, so the rules added to and removed
+// from its list in between must move the PON slot too, or the release wraps the counter.
+TEST_F(SlotTest, DynamicRulesMoveTheSlotOfAGemBinding) {
+  list(1001, 2);
+  AclSlotEntry* pon = slot(4);
+  pon->curSubRuleNum[kIpv4In] = 2;  // what binding the list on the GEM port charged
+  gemEntry(kPon, 1001, kIn);
+  EXPECT_EQ(aclSlotSubRuleNumCheckDynamic(1001, 3), 0);
+  EXPECT_EQ(aclSlotSubRuleNumUpdateDynamic(1001, 3, ACL_SLOT_DYNAMIC_ADD), 0);
+  EXPECT_EQ(cur(4, kIpv4In), 3u);
+  pon->maxSubRuleNum[kIpv4In] = 3;
+  EXPECT_EQ(aclSlotSubRuleNumCheckDynamic(1001, 4), ACL_ERR_SLOT_RULE_FULL);
+  EXPECT_EQ(aclSlotSubRuleNumUpdateDynamic(1001, 3, ACL_SLOT_DYNAMIC_DEL), 0);
+  EXPECT_EQ(cur(4, kIpv4In), 2u);
+}
+
 }  // namespace
 }  // namespace slottest
