@@ -1,31 +1,34 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang and runs each for a bounded time (ACL_FUZZ_SECONDS,
-# default 20) from its seed corpus, as CI does.
+# Builds the libFuzzer targets (the asan preset: clang, ASan and UBSan, which also builds every
+# test) and runs each for a bounded time (ACL_FUZZ_SECONDS, default 20) from its seed corpus, as
+# CI does.
 #
 # scripts/fuzz.sh --long [RUNS]: a campaign instead: each target runs to RUNS executions
 # (default 10000000, ACL_FUZZ_JOBS targets at a time, default 1) from its seed corpus and the
-# corpus earlier campaigns grew (build/fuzz/fuzz/corpus_<name>), then the executions, coverage
+# corpus earlier campaigns grew (build/asan/fuzz/corpus_<name>), then the executions, coverage
 # and findings of each are printed. A finding stops its target; its input is kept in
-# build/fuzz/campaign/<name>/ (crash-*, leak-*, timeout-*, oom-*).
+# build/asan/campaign/<name>/ (crash-*, leak-*, timeout-*, oom-*).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-# The CPU-defend packet parser is small: a short run covers it. The device-control lines
-# (vdev_control) take the common time unless ACL_FUZZ_SECONDS_VDEV_CONTROL says otherwise.
-cmake --preset fuzz -DACL_FUZZ_SECONDS="${ACL_FUZZ_SECONDS:-20}" \
+# The CPU-defend packet parser takes 15 s unless ACL_FUZZ_SECONDS_CPUDEFEND says otherwise, the
+# device-control lines (vdev_control) the common time unless ACL_FUZZ_SECONDS_VDEV_CONTROL does.
+cmake --preset asan -DACL_FUZZ_SECONDS="${ACL_FUZZ_SECONDS:-20}" \
   -DACL_FUZZ_SECONDS_cpudefend_packet="${ACL_FUZZ_SECONDS_CPUDEFEND:-15}" \
   -DACL_FUZZ_SECONDS_vdev_control="${ACL_FUZZ_SECONDS_VDEV_CONTROL:-${ACL_FUZZ_SECONDS:-20}}" >/dev/null
-cmake --build --preset fuzz -j "$(nproc)"
+fuzz_targets=()
+for src in fuzz/*.cc; do fuzz_targets+=("fuzz_$(basename "$src" .cc)"); done
+cmake --build --preset asan -j "$(nproc)" --target "${fuzz_targets[@]}"
 
 if [ "${1:-}" != "--long" ]; then
-  ctest --preset fuzz
+  ctest --preset asan -L fuzz
   exit 0
 fi
 
 runs="${2:-10000000}"
 case "$runs" in '' | *[!0-9]*) echo "fuzz.sh --long: RUNS must be a number" >&2; exit 2 ;; esac
-bin=build/fuzz/fuzz
-out=build/fuzz/campaign
+bin=build/asan/fuzz
+out=build/asan/campaign
 mkdir -p "$out"
 
 campaign() {

@@ -1,15 +1,41 @@
 #!/usr/bin/env bash
-# Builds and runs every test: scripts/test.sh [default|asan|tsan]. Extra arguments go to ctest,
-# e.g. scripts/test.sh default -L unit
+# Builds and runs every test.
+#
+#   scripts/test.sh                everything CI runs, one preset after the other:
+#                                  default  the suite, the package check and a 60 s stress run
+#                                  asan     the suite and the fuzz targets' bounded runs under
+#                                           ASan and UBSan (clang)
+#                                  tsan     the suite and a 30 s stress run under TSan
+#   scripts/test.sh PRESET [ARGS]  one preset's build and suite only (default, asan or tsan); ARGS
+#                                  go to ctest, e.g. scripts/test.sh default -L unit
 set -euo pipefail
 cd "$(dirname "$0")/.."
-preset="${1:-default}"
-shift || true
-bash scripts/build.sh "$preset"
-ctest --preset "$preset" "$@"
-if [ "$preset" = default ] && [ -x scripts/fuzz.sh ]; then
-  bash scripts/fuzz.sh
+
+suite() {
+  local preset=$1
+  shift
+  bash scripts/build.sh "$preset"
+  ctest --preset "$preset" "$@"
+}
+
+if [ $# -gt 0 ]; then
+  suite "$@"
+  exit 0
 fi
-if [ "$preset" = default ] && [ $# -eq 0 ]; then
-  bash scripts/package.sh
-fi
+
+start=$SECONDS
+step() { printf '\n== test.sh: %s (%d s so far)\n' "$1" $((SECONDS - start)); }
+
+step "default: build and suite"
+suite default
+step "default: package"
+bash scripts/package.sh
+step "default: stress, 60 s"
+bash scripts/stress.sh 60 default
+step "asan: build, suite and fuzz targets"
+suite asan
+step "tsan: build and suite"
+suite tsan
+step "tsan: stress, 30 s"
+bash scripts/stress.sh 30 tsan
+step "done"
