@@ -1,11 +1,13 @@
 // The 508-byte hardware rule record of a rule. Every field has a fixed place; a field the rule does
-// not use stays 0, so the record is cleared first and only the rule's entries are written.
+// not use stays 0, so the record is cleared first and only the rule's entries are written. The
+// part that depends on the rule alone is kept per rule and reused while the rule cannot have changed.
 #include "hw/acl_dev_trans.h"
 
 #include <algorithm>
 #include <array>
 
 #include "hw/acl_dev_attr.h"
+#include "main/acl_group.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
@@ -106,13 +108,12 @@ void aclDevActionFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
   std::copy_n(rule->outActionBits, kOutActionLen, dev.begin() + kOutAction);
 }
 
-uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
-                     uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
-                     uint32_t gemPortVp) {
-  if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
-  std::span<uint8_t> dev(devPtr, kRecLen);
-  std::fill(dev.begin(), dev.end(), 0);
+namespace {
 
+// Everything of the record that depends on the rule alone: the fields, the actions, and the meter
+// and counter attributes.
+void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
+  std::fill(dev.begin(), dev.end(), 0);
   AclRuleEntry* r = mut(rule);
   for (AclValueEntry* e = aclValueFirst(r); e != nullptr; e = aclValueNext(r, e))
     storeField(dev, e);
@@ -145,7 +146,82 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uin
       }
     }
   }
+}
 
+// The rule's own words the translation reads. With the store generation (which moves whenever an
+// entry of any rule is added or freed, a rule made or deleted, and at every aclLock) they decide
+// whether a kept record is still the rule's.
+struct RuleHead {
+  const AclRuleEntry* rule = nullptr;
+  uint64_t gen = 0;
+  uint32_t lstIdx = 0, ruleIdx = 0, meterId = 0, counterId = 0;
+  std::array<uint8_t, ACL_FIELD_BITS_LEN> fieldBits{};
+  std::array<uint8_t, ACL_ACTION_BITS_LEN> actionBits{};
+  std::array<uint8_t, ACL_OUT_ACTION_BITS_LEN> outActionBits{};
+  uint8_t layerType = 0, multicastGem = 0;
+  bool operator==(const RuleHead&) const = default;
+};
+
+RuleHead headOf(const AclRuleEntry* rule) {
+  RuleHead h;
+  h.rule = rule;
+  h.gen = aclStoreGen();
+  h.lstIdx = rule->lstIdx;
+  h.ruleIdx = rule->ruleIdx;
+  h.meterId = rule->meterId;
+  h.counterId = rule->counterId;
+  std::copy_n(rule->fieldBits, h.fieldBits.size(), h.fieldBits.begin());
+  std::copy_n(rule->actionBits, h.actionBits.size(), h.actionBits.begin());
+  std::copy_n(rule->outActionBits, h.outActionBits.size(), h.outActionBits.begin());
+  h.layerType = rule->layerType;
+  h.multicastGem = rule->multicastGem;
+  return h;
+}
+
+// Records already made, by rule: a list installed on many bindings under one hold of the lock
+// (card synchronisation, a time-range switch) translates each rule once and patches the
+// binding's words into a copy. Meter and counter attributes belong to other modules, which move
+// no generation: a rule that reads them is translated every time. Callers hold the ACL lock.
+struct KeptRecord {
+  RuleHead head;
+  std::array<uint8_t, kRecLen> rec;
+};
+constexpr size_t kKeptRecords = 32;  // the hash below takes the top 5 bits
+std::array<KeptRecord, kKeptRecords> gKept{};
+
+KeptRecord& keptSlot(const AclRuleEntry* rule) {
+  // Rules sit at a fixed stride in their pool: a multiplicative hash spreads them over the slots.
+  const auto p = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(rule));
+  return gKept[(p * 0x9E3779B97F4A7C15ull) >> 59];
+}
+
+bool readsOtherModules(const AclRuleEntry* rule) {
+  const std::span<const uint8_t> fieldBits(rule->fieldBits);
+  return aclBitTest(fieldBits, RULE_BIT_COUNTERID) || aclBitTest(fieldBits, RULE_BIT_METERID);
+}
+
+}  // namespace
+
+uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
+                     uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
+                     uint32_t gemPortVp) {
+  if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
+  std::span<uint8_t> dev(devPtr, kRecLen);
+  if (readsOtherModules(rule)) {
+    ruleFill(rule, dev);
+  } else {
+    KeptRecord& kept = keptSlot(rule);
+    const RuleHead head = headOf(rule);
+    if (kept.head == head) {
+      std::copy(kept.rec.begin(), kept.rec.end(), dev.begin());
+    } else {
+      ruleFill(rule, dev);
+      kept.head = head;
+      std::copy(dev.begin(), dev.end(), kept.rec.begin());
+    }
+  }
+
+  // The binding's words, and the rule's identity, written last over whatever the fill left.
   be::store32(dev, kLstIdx, rule->lstIdx);
   be::store32(dev, kRuleIdx, rule->ruleIdx);
   be::store8(dev, kDir, dir);
