@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "hw/acl_dev_attr.h"
 #include "main/acl_group.h"
@@ -148,33 +149,42 @@ void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
   }
 }
 
-// The rule's own words the translation reads. With the store generation (which moves whenever an
-// entry of any rule is added or freed, a rule made or deleted, and at every aclLock) they decide
-// whether a kept record is still the rule's.
+// The rule's own words the translation reads, packed so that one fixed-size compare checks them.
+// With the store generation (which moves whenever an entry of any rule is added or freed, a rule
+// made or deleted, and at every aclLock) they decide whether a kept record is still the rule's.
+constexpr size_t kHeadLen =
+    sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx + sizeof AclRuleEntry::meterId +
+    sizeof AclRuleEntry::counterId + sizeof AclRuleEntry::fieldBits +
+    sizeof AclRuleEntry::actionBits + sizeof AclRuleEntry::outActionBits +
+    sizeof AclRuleEntry::layerType + sizeof AclRuleEntry::multicastGem;
 struct RuleHead {
   const AclRuleEntry* rule = nullptr;
   uint64_t gen = 0;
-  uint32_t lstIdx = 0, ruleIdx = 0, meterId = 0, counterId = 0;
-  std::array<uint8_t, ACL_FIELD_BITS_LEN> fieldBits{};
-  std::array<uint8_t, ACL_ACTION_BITS_LEN> actionBits{};
-  std::array<uint8_t, ACL_OUT_ACTION_BITS_LEN> outActionBits{};
-  uint8_t layerType = 0, multicastGem = 0;
-  bool operator==(const RuleHead&) const = default;
+  std::array<uint8_t, kHeadLen> words{};
+
+  bool operator==(const RuleHead& o) const {
+    return rule == o.rule && gen == o.gen && std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
+  }
 };
 
 RuleHead headOf(const AclRuleEntry* rule) {
   RuleHead h;
   h.rule = rule;
   h.gen = aclStoreGen();
-  h.lstIdx = rule->lstIdx;
-  h.ruleIdx = rule->ruleIdx;
-  h.meterId = rule->meterId;
-  h.counterId = rule->counterId;
-  std::copy_n(rule->fieldBits, h.fieldBits.size(), h.fieldBits.begin());
-  std::copy_n(rule->actionBits, h.actionBits.size(), h.actionBits.begin());
-  std::copy_n(rule->outActionBits, h.outActionBits.size(), h.outActionBits.begin());
-  h.layerType = rule->layerType;
-  h.multicastGem = rule->multicastGem;
+  uint8_t* p = h.words.data();
+  const auto put = [&p](const void* src, size_t n) {
+    std::memcpy(p, src, n);
+    p += n;
+  };
+  put(&rule->lstIdx, sizeof rule->lstIdx);
+  put(&rule->ruleIdx, sizeof rule->ruleIdx);
+  put(&rule->meterId, sizeof rule->meterId);
+  put(&rule->counterId, sizeof rule->counterId);
+  put(rule->fieldBits, sizeof rule->fieldBits);
+  put(rule->actionBits, sizeof rule->actionBits);
+  put(rule->outActionBits, sizeof rule->outActionBits);
+  put(&rule->layerType, sizeof rule->layerType);
+  put(&rule->multicastGem, sizeof rule->multicastGem);
   return h;
 }
 
