@@ -1,6 +1,7 @@
 // The 508-byte hardware rule record of a rule. Every field has a fixed place; a field the rule does
 // not use stays 0, so the record is cleared first and only the rule's entries are written. The
-// part that depends on the rule alone is kept per rule and reused while the rule cannot have changed.
+// part that depends on the rule alone is kept per rule and reused while the rule cannot have
+// changed.
 #include "hw/acl_dev_trans.h"
 
 #include <algorithm>
@@ -152,18 +153,19 @@ void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
 // The rule's own words the translation reads, packed so that one fixed-size compare checks them.
 // With the store generation (which moves whenever an entry of any rule is added or freed, a rule
 // made or deleted, and at every aclLock) they decide whether a kept record is still the rule's.
-constexpr size_t kHeadLen =
-    sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx + sizeof AclRuleEntry::meterId +
-    sizeof AclRuleEntry::counterId + sizeof AclRuleEntry::fieldBits +
-    sizeof AclRuleEntry::actionBits + sizeof AclRuleEntry::outActionBits +
-    sizeof AclRuleEntry::layerType + sizeof AclRuleEntry::multicastGem;
+constexpr size_t kHeadLen = sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx +
+                            sizeof AclRuleEntry::meterId + sizeof AclRuleEntry::counterId +
+                            sizeof AclRuleEntry::fieldBits + sizeof AclRuleEntry::actionBits +
+                            sizeof AclRuleEntry::outActionBits + sizeof AclRuleEntry::layerType +
+                            sizeof AclRuleEntry::multicastGem;
 struct RuleHead {
   const AclRuleEntry* rule = nullptr;
   uint64_t gen = 0;
   std::array<uint8_t, kHeadLen> words{};
 
   bool operator==(const RuleHead& o) const {
-    return rule == o.rule && gen == o.gen && std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
+    return rule == o.rule && gen == o.gen &&
+           std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
   }
 };
 

@@ -157,45 +157,19 @@ TEST_F(HwTablesTest, TlvCommandsInstallAndRemoveByOper) {
 // Removed entries and emptied tables are reused for later installs: what a removed entry held
 // (its TLV message, its options, its install count, its scope) must not show in the next one.
 TEST_F(HwTablesTest, AnInstallAfterRemovalsKeepsNothingOfTheRemovedEntries) {
-  ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, 0)), 0);
-  ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, 0)), 0);  // installs 2
-  ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, 1)), 0);
-  ASSERT_EQ(table({1, 305, 0, 0}), nullptr);
-
-  struct Case {
-    const char* what;
-    uintptr_t unit;
-    const Bytes rec;
-    bool withOptions;
-  };
-  const Case cases[] = {
-      {"a record without options on another unit", 306, record(3001, 9, 0, 4105), false},
-      {"a record with options back on the first unit", 305, record(3002, 1, 1, 4097), true},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    const Bytes o = options(0);
-    ASSERT_EQ(zorHwilCmdSetApi(c.unit, HWIL_CMD_IF_ADD, c.rec.data(),
-                               c.withOptions ? o.data() : nullptr),
-              0);
-    ASSERT_EQ(entries({1, static_cast<uint32_t>(c.unit), 0, 0}), 1u);
-    const auto& [key, e] = *table({1, static_cast<uint32_t>(c.unit), 0, 0})->entries.begin();
-    EXPECT_EQ(key, std::make_tuple(be::load32(c.rec, 476), be::load32(c.rec, 480),
-                                   uint32_t{be::load8(c.rec, 467)}));
-    EXPECT_EQ(e.list, be::load32(c.rec, 476));
-    EXPECT_EQ(e.rule, be::load32(c.rec, 480));
-    EXPECT_EQ(e.dir, be::load8(c.rec, 467));
-    EXPECT_EQ(e.priority, be::load16(c.rec, 484));
-    EXPECT_FALSE(e.tlv);
-    EXPECT_EQ(e.cmd, HWIL_CMD_IF_ADD);
-    EXPECT_EQ(e.data, c.rec);
-    EXPECT_EQ(e.options, c.withOptions ? o : Bytes{});
-    EXPECT_EQ(e.installs, 1u);
-    ASSERT_EQ(add(c.unit, HWIL_CMD_IF_DEL, c.rec), 0);
-    EXPECT_EQ(table({1, static_cast<uint32_t>(c.unit), 0, 0}), nullptr);
-  }
-  // Only the TLV rule's second install.
-  EXPECT_EQ(anomalies().size(), 1u);
+  for (const uint8_t oper : {0, 0, 1})
+    ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, oper)), 0);
+  const Bytes r = record(3001, 9, 0, 4105);
+  ASSERT_EQ(zorHwilCmdSetApi(306, HWIL_CMD_IF_ADD, r.data(), nullptr), 0);
+  EXPECT_EQ(table({1, 305, 0, 0}), nullptr);
+  ASSERT_EQ(entries({1, 306, 0, 0}), 1u);
+  const auto& [key, e] = *table({1, 306, 0, 0})->entries.begin();
+  EXPECT_EQ(key, std::make_tuple(3001u, 9u, 0u));
+  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority, e.tlv, e.cmd, e.installs),
+            std::make_tuple(3001u, 9u, 0u, 4105u, false, HWIL_CMD_IF_ADD, 1u));
+  EXPECT_EQ(e.data, r);
+  EXPECT_TRUE(e.options.empty());
+  EXPECT_EQ(anomalies().size(), 1u);  // only the TLV rule's second install
 }
 
 TEST_F(HwTablesTest, MalformedCommandsChangeNothing) {
