@@ -1,11 +1,15 @@
 // The 508-byte hardware rule record of a rule. Every field has a fixed place; a field the rule does
-// not use stays 0, so the record is cleared first and only the rule's entries are written.
+// not use stays 0, so the record is cleared first and only the rule's entries are written. The
+// part that depends on the rule alone is kept per rule and reused while the rule cannot have
+// changed.
 #include "hw/acl_dev_trans.h"
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "hw/acl_dev_attr.h"
+#include "main/acl_group.h"
 #include "store/acl_entry.h"
 #include "store/acl_rule.h"
 #include "wire/acl_bits.h"
@@ -106,13 +110,12 @@ void aclDevActionFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
   std::copy_n(rule->outActionBits, kOutActionLen, dev.begin() + kOutAction);
 }
 
-uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
-                     uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
-                     uint32_t gemPortVp) {
-  if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
-  std::span<uint8_t> dev(devPtr, kRecLen);
-  std::fill(dev.begin(), dev.end(), 0);
+namespace {
 
+// Everything of the record that depends on the rule alone: the fields, the actions, and the meter
+// and counter attributes.
+void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
+  std::fill(dev.begin(), dev.end(), 0);
   AclRuleEntry* r = mut(rule);
   for (AclValueEntry* e = aclValueFirst(r); e != nullptr; e = aclValueNext(r, e))
     storeField(dev, e);
@@ -145,7 +148,92 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uin
       }
     }
   }
+}
 
+// The rule's own words the translation reads, packed so that one fixed-size compare checks them.
+// With the store generation (which moves whenever an entry of any rule is added or freed, a rule
+// made or deleted, and at every aclLock) they decide whether a kept record is still the rule's.
+constexpr size_t kHeadLen = sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx +
+                            sizeof AclRuleEntry::meterId + sizeof AclRuleEntry::counterId +
+                            sizeof AclRuleEntry::fieldBits + sizeof AclRuleEntry::actionBits +
+                            sizeof AclRuleEntry::outActionBits + sizeof AclRuleEntry::layerType +
+                            sizeof AclRuleEntry::multicastGem;
+struct RuleHead {
+  const AclRuleEntry* rule = nullptr;
+  uint64_t gen = 0;
+  std::array<uint8_t, kHeadLen> words{};
+
+  bool operator==(const RuleHead& o) const {
+    return rule == o.rule && gen == o.gen &&
+           std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
+  }
+};
+
+RuleHead headOf(const AclRuleEntry* rule) {
+  RuleHead h;
+  h.rule = rule;
+  h.gen = aclStoreGen();
+  uint8_t* p = h.words.data();
+  const auto put = [&p](const void* src, size_t n) {
+    std::memcpy(p, src, n);
+    p += n;
+  };
+  put(&rule->lstIdx, sizeof rule->lstIdx);
+  put(&rule->ruleIdx, sizeof rule->ruleIdx);
+  put(&rule->meterId, sizeof rule->meterId);
+  put(&rule->counterId, sizeof rule->counterId);
+  put(rule->fieldBits, sizeof rule->fieldBits);
+  put(rule->actionBits, sizeof rule->actionBits);
+  put(rule->outActionBits, sizeof rule->outActionBits);
+  put(&rule->layerType, sizeof rule->layerType);
+  put(&rule->multicastGem, sizeof rule->multicastGem);
+  return h;
+}
+
+// Records already made, by rule: a list installed on many bindings under one hold of the lock
+// (card synchronisation, a time-range switch) translates each rule once and patches the
+// binding's words into a copy. Meter and counter attributes belong to other modules, which move
+// no generation: a rule that reads them is translated every time. Callers hold the ACL lock.
+struct KeptRecord {
+  RuleHead head;
+  std::array<uint8_t, kRecLen> rec;
+};
+constexpr size_t kKeptRecords = 32;  // the hash below takes the top 5 bits
+std::array<KeptRecord, kKeptRecords> gKept{};
+
+KeptRecord& keptSlot(const AclRuleEntry* rule) {
+  // Rules sit at a fixed stride in their pool: a multiplicative hash spreads them over the slots.
+  const auto p = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(rule));
+  return gKept[(p * 0x9E3779B97F4A7C15ull) >> 59];
+}
+
+bool readsOtherModules(const AclRuleEntry* rule) {
+  const std::span<const uint8_t> fieldBits(rule->fieldBits);
+  return aclBitTest(fieldBits, RULE_BIT_COUNTERID) || aclBitTest(fieldBits, RULE_BIT_METERID);
+}
+
+}  // namespace
+
+uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
+                     uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
+                     uint32_t gemPortVp) {
+  if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
+  std::span<uint8_t> dev(devPtr, kRecLen);
+  if (readsOtherModules(rule)) {
+    ruleFill(rule, dev);
+  } else {
+    KeptRecord& kept = keptSlot(rule);
+    const RuleHead head = headOf(rule);
+    if (kept.head == head) {
+      std::copy(kept.rec.begin(), kept.rec.end(), dev.begin());
+    } else {
+      ruleFill(rule, dev);
+      kept.head = head;
+      std::copy(dev.begin(), dev.end(), kept.rec.begin());
+    }
+  }
+
+  // The binding's words, and the rule's identity, written last over whatever the fill left.
   be::store32(dev, kLstIdx, rule->lstIdx);
   be::store32(dev, kRuleIdx, rule->ruleIdx);
   be::store8(dev, kDir, dir);

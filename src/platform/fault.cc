@@ -11,9 +11,6 @@ namespace {
 std::mutex gFaultMutex;
 std::vector<FaultRule> gRules;
 uint32_t gNextId = 1;
-// gRules.size(), readable without the mutex: with no rule armed (the daemon's normal state) a
-// call's check is one load instead of a lock.
-std::atomic<size_t> gRuleCount{0};
 
 bool fieldMatches(const std::optional<uint32_t>& want, const std::optional<uint32_t>& have) {
   return !want || (have && *want == *have);
@@ -28,26 +25,30 @@ bool matches(const FaultRule& r, const FaultCall& c) {
 
 }  // namespace
 
+// gRules.size(), readable without the mutex: with no rule armed (the daemon's normal state) a
+// call's check is one load instead of a lock.
+std::atomic<size_t> gFaultRuleCount{0};
+
 uint32_t faultAdd(FaultRule rule) {
   std::lock_guard lock(gFaultMutex);
   rule.id = gNextId++;
   rule.hits = 0;
   gRules.push_back(std::move(rule));
-  gRuleCount.store(gRules.size(), std::memory_order_release);
+  gFaultRuleCount.store(gRules.size(), std::memory_order_release);
   return gRules.back().id;
 }
 
 bool faultRemove(uint32_t id) {
   std::lock_guard lock(gFaultMutex);
   const bool removed = std::erase_if(gRules, [id](const FaultRule& r) { return r.id == id; }) > 0;
-  gRuleCount.store(gRules.size(), std::memory_order_release);
+  gFaultRuleCount.store(gRules.size(), std::memory_order_release);
   return removed;
 }
 
 void faultClear() {
   std::lock_guard lock(gFaultMutex);
   gRules.clear();
-  gRuleCount.store(0, std::memory_order_release);
+  gFaultRuleCount.store(0, std::memory_order_release);
 }
 
 std::vector<FaultRule> faultList() {
@@ -55,8 +56,7 @@ std::vector<FaultRule> faultList() {
   return gRules;
 }
 
-std::optional<int32_t> faultHit(const FaultCall& call) {
-  if (gRuleCount.load(std::memory_order_acquire) == 0) return std::nullopt;
+std::optional<int32_t> faultHitArmed(const FaultCall& call) {
   std::lock_guard lock(gFaultMutex);
   for (auto it = gRules.begin(); it != gRules.end(); ++it) {
     if (!matches(*it, call)) continue;
@@ -69,7 +69,7 @@ std::optional<int32_t> faultHit(const FaultCall& call) {
     // A rule that has injected all its failures is spent and leaves the table.
     if (it->count > 0 && --it->count == 0) {
       gRules.erase(it);
-      gRuleCount.store(gRules.size(), std::memory_order_release);
+      gFaultRuleCount.store(gRules.size(), std::memory_order_release);
     }
     return result;
   }

@@ -2,6 +2,8 @@
 // next calls that match it fail with the chosen result instead of doing their work.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -40,7 +42,16 @@ bool faultRemove(uint32_t id);
 void faultClear();
 std::vector<FaultRule> faultList();
 
-// Called by each call that can fail; the result to fail with, or nothing.
-std::optional<int32_t> faultHit(const FaultCall& call);
+// The number of armed rules, readable without the table's mutex.
+extern std::atomic<size_t> gFaultRuleCount;
+// The walk over the armed rules behind faultHit.
+std::optional<int32_t> faultHitArmed(const FaultCall& call);
+
+// Called by each call that can fail; the result to fail with, or nothing. Inline: with no rule
+// armed (the daemon's normal state) a call pays one load, and its FaultCall need not be built.
+inline std::optional<int32_t> faultHit(const FaultCall& call) {
+  if (gFaultRuleCount.load(std::memory_order_acquire) == 0) return std::nullopt;
+  return faultHitArmed(call);
+}
 
 }  // namespace plat

@@ -72,6 +72,70 @@ bool hasTarget(std::span<const uint8_t> options) {
   return false;
 }
 
+// The 64-byte options record, or none when the caller passed none (kept empty then, as given).
+std::span<const uint8_t> optionBytes(const void* options) {
+  if (options == nullptr) return {};
+  return {static_cast<const uint8_t*>(options), kOptionsLen};
+}
+
+// Removed entries and emptied tables keep their nodes (and the buffers inside) for the next
+// install, so a rule that comes and goes costs no allocation. Used under the device mutex only.
+using EntryNode = decltype(HwTable::entries)::node_type;
+using TableNode = decltype(Journal::hw)::node_type;
+constexpr size_t kSpareEntries = 64, kSpareTables = 4;
+std::vector<EntryNode>& spareEntries() {
+  static std::vector<EntryNode> spare;
+  return spare;
+}
+std::vector<TableNode>& spareTables() {
+  static std::vector<TableNode> spare;
+  return spare;
+}
+
+EntryNode takeEntryNode() {
+  auto& spare = spareEntries();
+  if (spare.empty()) {
+    // A node is only to be had from a map: make one in a scratch map and take it out.
+    decltype(HwTable::entries) scratch;
+    return scratch.extract(scratch.try_emplace({}).first);
+  }
+  EntryNode n = std::move(spare.back());
+  spare.pop_back();
+  return n;
+}
+
+void keepEntryNode(EntryNode n) {
+  auto& spare = spareEntries();
+  if (spare.size() < kSpareEntries) spare.push_back(std::move(n));
+}
+
+void keepTableNode(TableNode n) {
+  auto& spare = spareTables();
+  if (spare.size() < kSpareTables) spare.push_back(std::move(n));
+}
+
+// The table of scope, made (from a kept node when there is one) on its first install.
+HwTable& tableOf(Journal& jr, const ScopeKey& scope) {
+  if (auto t = jr.hw.find(scope); t != jr.hw.end()) return t->second;
+  auto& spare = spareTables();
+  if (spare.empty()) return jr.hw[scope];
+  TableNode n = std::move(spare.back());
+  spare.pop_back();
+  n.key() = scope;
+  return jr.hw.insert(std::move(n)).position->second;
+}
+
+// Writes a command into an entry; the buffers keep their capacity from earlier uses.
+void fillEntry(HwEntry& e, std::span<const uint8_t> bytes, std::span<const uint8_t> options,
+               uint32_t cmd, uint32_t prio, bool tlv, uint64_t seq) {
+  e.data.assign(bytes.begin(), bytes.end());
+  e.options.assign(options.begin(), options.end());
+  e.cmd = cmd;
+  e.priority = prio;
+  e.tlv = tlv;
+  e.seq = seq;
+}
+
 }  // namespace
 
 int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const void* options) {
@@ -86,15 +150,16 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
     scope.gem = w[2];
   }
   // Read the rule's identity before asking the fault table, so faults can aim at a list or rule.
-  std::vector<uint8_t> bytes;
+  // The identity is read in place: only an install keeps the bytes.
+  std::span<const uint8_t> bytes;
   if (kind && data != nullptr) {
     if (kind->tlv) {
       const auto* desc = static_cast<const ZorBufDesc*>(data);
       if (desc->data != nullptr && desc->len >= kTlvHeaderLen && desc->len <= kTlvMaxLen) {
-        bytes = copyBytes(desc->data, desc->len);
+        bytes = {static_cast<const uint8_t*>(desc->data), desc->len};
       }
     } else {
-      bytes = copyBytes(data, kRecordLen);
+      bytes = {static_cast<const uint8_t*>(data), kRecordLen};
     }
   }
   std::optional<uint32_t> list, rule;
@@ -143,35 +208,44 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
   std::lock_guard lock(d.mutex);
   Journal& jr = d.journal;
   const uint64_t seq = nextSeq(jr);
-  HwTable& table = jr.hw[scope];
-  const auto key = std::make_tuple(*list, *rule, dir);
-  auto it = table.entries.find(key);
   auto anomaly = [&](const char* what) {
     journalPush(jr.anomalies,
                 Anomaly{seq, "zorHwilCmdSetApi", what, cmdId, scope, *list, *rule, dir});
   };
-  std::vector<uint8_t> opts = copyBytes(options, kOptionsLen);
+  const auto key = std::make_tuple(*list, *rule, dir);
+  const auto options64 = optionBytes(options);
   if (op == Op::Install) {
+    HwTable& table = tableOf(jr, scope);
+    auto it = table.entries.find(key);
     if (it != table.entries.end()) {
-      if (!hasTarget(opts)) anomaly("install of an entry already in hardware");
-      it->second.data = std::move(bytes);
-      it->second.options = std::move(opts);
-      it->second.cmd = cmdId;
-      it->second.priority = prio;
-      it->second.tlv = kind->tlv;
-      it->second.seq = seq;
+      if (!hasTarget(options64)) anomaly("install of an entry already in hardware");
+      fillEntry(it->second, bytes, options64, cmdId, prio, kind->tlv, seq);
       ++it->second.installs;
     } else {
-      table.entries[key] = HwEntry{
-          *list, *rule, dir, prio, kind->tlv, cmdId, std::move(bytes), std::move(opts), seq, 1};
+      auto node = takeEntryNode();
+      node.key() = key;
+      HwEntry& e = node.mapped();
+      e.list = *list;
+      e.rule = *rule;
+      e.dir = dir;
+      e.installs = 1;
+      fillEntry(e, bytes, options64, cmdId, prio, kind->tlv, seq);
+      table.entries.insert(std::move(node));
     }
   } else {
-    if (it == table.entries.end()) {
+    // Nothing is copied for a removal; the entry's node waits for the next install.
+    auto t = jr.hw.find(scope);
+    if (t == jr.hw.end()) {
+      anomaly("removal of an entry not in hardware");
+      return 0;
+    }
+    auto& entries = t->second.entries;
+    if (auto it = entries.find(key); it == entries.end()) {
       anomaly("removal of an entry not in hardware");
     } else {
-      table.entries.erase(it);
+      keepEntryNode(entries.extract(it));
     }
-    if (table.entries.empty()) jr.hw.erase(scope);
+    if (entries.empty()) keepTableNode(jr.hw.extract(t));
   }
   return 0;
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <tuple>
 #include <vector>
 
 #include "platform/fault.h"
@@ -151,6 +152,24 @@ TEST_F(HwTablesTest, TlvCommandsInstallAndRemoveByOper) {
   ASSERT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, tlv(2001, 3, 1, 1)), 0);
   EXPECT_EQ(entries(kGlobal), 0u);
   EXPECT_TRUE(anomalies().empty());
+}
+
+// Removed entries and emptied tables are reused for later installs: what a removed entry held
+// (its TLV message, its options, its install count, its scope) must not show in the next one.
+TEST_F(HwTablesTest, AnInstallAfterRemovalsKeepsNothingOfTheRemovedEntries) {
+  for (const uint8_t oper : {0, 0, 1})
+    ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, oper)), 0);
+  const Bytes r = record(3001, 9, 0, 4105);
+  ASSERT_EQ(zorHwilCmdSetApi(306, HWIL_CMD_IF_ADD, r.data(), nullptr), 0);
+  EXPECT_EQ(table({1, 305, 0, 0}), nullptr);
+  ASSERT_EQ(entries({1, 306, 0, 0}), 1u);
+  const auto& [key, e] = *table({1, 306, 0, 0})->entries.begin();
+  EXPECT_EQ(key, std::make_tuple(3001u, 9u, 0u));
+  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority, e.tlv, e.cmd, e.installs),
+            std::make_tuple(3001u, 9u, 0u, 4105u, false, HWIL_CMD_IF_ADD, 1u));
+  EXPECT_EQ(e.data, r);
+  EXPECT_TRUE(e.options.empty());
+  EXPECT_EQ(anomalies().size(), 1u);  // only the TLV rule's second install
 }
 
 TEST_F(HwTablesTest, MalformedCommandsChangeNothing) {
