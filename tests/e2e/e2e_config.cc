@@ -16,27 +16,8 @@ namespace {
 
 using nlohmann::json;
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 class ConfigE2e : public AclE2eTest {
  protected:
-  // Status and both streams of aclctl against daemon p.
-  int said(const AclProcess& p, const std::string& args, std::string* text) {
-    const std::string cmd = std::string(ACL_BINARY_DIR) + "/src/client/aclctl --run-dir " +
-                            p.runDir() + " " + args + " 2>&1";
-    text->clear();
-    FILE* f = ::popen(cmd.c_str(), "r");
-    if (f == nullptr) return -1;
-    char buf[512];
-    while (size_t n = std::fread(buf, 1, sizeof buf, f)) text->append(buf, n);
-    const int st = ::pclose(f);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  }
   std::string save(const AclProcess& p) {
     std::string out;
     EXPECT_EQ(p.aclctl({"save"}, &out), 0);
@@ -47,20 +28,9 @@ class ConfigE2e : public AclE2eTest {
     std::ofstream(path) << text;
     return path;
   }
-  // The line cards arrive from the device's replay after start-up; bindings need them.
-  void slotsKnown(const AclProcess& p) {
-    for (int i = 0; i < 100; ++i) {
-      std::string out;
-      p.aclctl({"--json", "slot", "show"}, &out);
-      const json j = json::parse(out, nullptr, false);
-      if (!j.is_discarded() && j["slots"].size() >= 4) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "the line cards never arrived";
-  }
   // A configuration touching every part of the document.
   void configure() {
-    slotsKnown(*acl_);
+    slotsKnown();
     for (const auto& args : std::vector<std::vector<std::string>>{
              {"meter", "create", "1"},
              {"meter", "set", "1", "--cir", "2048", "--cbs", "4096"},
@@ -110,9 +80,9 @@ TEST_F(ConfigE2e, SavedConfigurationLoadsIntoAFreshDaemonAndSavesBackTheSame) {
 
   auto fresh = AclProcess::start();
   ASSERT_NE(fresh, nullptr);
-  slotsKnown(*fresh);
+  slotsKnown(4, fresh.get());
   std::string out;
-  ASSERT_EQ(said(*fresh, "load " + file, &out), 0) << out;
+  ASSERT_EQ(said({"load", file}, &out, fresh.get()), 0) << out;
   EXPECT_EQ(out, "load: 13 created, 1 changed, 0 unchanged, 0 failed\n");
   EXPECT_EQ(save(*fresh), a);
   EXPECT_EQ(fresh->aclctl({"audit"}, &out), 0) << out;
@@ -122,7 +92,7 @@ TEST_F(ConfigE2e, SavedConfigurationLoadsIntoAFreshDaemonAndSavesBackTheSame) {
   std::string relays;
   fresh->aclctl({"dev", "relays"}, &relays);
   const auto last = json::parse(relays)["last"];
-  ASSERT_EQ(said(*fresh, "load " + file, &out), 0) << out;
+  ASSERT_EQ(said({"load", file}, &out, fresh.get()), 0) << out;
   EXPECT_EQ(out, "load: 0 created, 0 changed, 14 unchanged, 0 failed\n");
   fresh->aclctl({"dev", "relays", "--since", last.dump()}, &relays);
   EXPECT_TRUE(json::parse(relays)["relays"].empty()) << relays;
@@ -166,7 +136,7 @@ TEST_F(ConfigE2e, ABadDocumentIsRefusedWithItsPlaceAndNothingApplied) {
   for (const Case& c : cases) {
     const std::string file = write("bad.json", base.patch(c.patch).dump());
     std::string out;
-    EXPECT_EQ(said(*acl_, "load " + file, &out), 1) << c.name;
+    EXPECT_EQ(said({"load", file}, &out), 1) << c.name;
     EXPECT_NE(out.find(std::string("refused at ") + c.place + ": "), std::string::npos)
         << c.name << ": " << out;
     EXPECT_NE(out.find(c.problem), std::string::npos) << c.name << ": " << out;
@@ -197,7 +167,7 @@ TEST_F(ConfigE2e, ALoadThatFailsHalfWayIsUndone) {
     add.insert(add.end(), f.begin(), f.end());
     run(add);
     std::string out;
-    EXPECT_EQ(said(*acl_, "load " + file, &out), 1) << f[1];
+    EXPECT_EQ(said({"load", file}, &out), 1) << f[1];
     EXPECT_NE(out.find("undone, nothing applied"), std::string::npos) << out;
     run({"dev", "fault", "clear"});
     EXPECT_EQ(save(*acl_), before) << f[1];
@@ -205,7 +175,7 @@ TEST_F(ConfigE2e, ALoadThatFailsHalfWayIsUndone) {
   }
   // Without the fault the same document loads whole.
   std::string out;
-  EXPECT_EQ(said(*acl_, "load " + file, &out), 0) << out;
+  EXPECT_EQ(said({"load", file}, &out), 0) << out;
   EXPECT_EQ(json::parse(save(*acl_))["interfaces"][0]["slots"], doc["interfaces"][0]["slots"]);
   expectAuditClean();
 }
@@ -219,7 +189,7 @@ TEST_F(ConfigE2e, BatchAnswersEachCallLineAndNamesTheLinesThatAreNot) {
                                  "noSuchApi 1\n"
                                  "aclLstGetApi 1005 9 u32:0 extra\n");
   std::string out;
-  EXPECT_EQ(said(*acl_, "batch " + file, &out), 2);
+  EXPECT_EQ(said({"batch", file}, &out), 2);
   std::vector<json> lines;
   std::istringstream in(out);
   for (std::string l; std::getline(in, l);) {

@@ -22,14 +22,6 @@ class EventE2e : public AclE2eTest {
     if (scope == "unit") args.insert(args.end(), {"--unit", std::to_string(unit)});
     return run(args)["table"]["entries"];
   }
-  // Polls until done() holds; the daemon acts on a route message shortly after it is sent.
-  static bool within(const std::function<bool()>& done) {
-    for (int i = 0; i < 100; ++i) {
-      if (done()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return done();
-  }
 };
 
 TEST_F(EventE2e, AnInterfaceRemovedByTheDeviceLosesItsEntriesRecordBindingsAndCharge) {

@@ -77,12 +77,9 @@ TEST_F(GemE2e, OnuRemovalEmptiesItsTablesAndRecords) {
   expectAuditClean();
 
   run({"dev", "onu", "remove", "--interface", "401", "--onu", "5"});
-  bool gone = false;
-  for (int i = 0; i < 100 && !gone; ++i) {
-    gone = run({"--json", "gem", "show"})["gemPorts"].empty();
-    if (!gone) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  EXPECT_TRUE(gone) << "the daemon kept the GEM port record of the removed ONU";
+  EXPECT_TRUE(within([&] {
+    return run({"--json", "gem", "show"})["gemPorts"].empty();
+  })) << "the daemon kept the GEM port record of the removed ONU";
   EXPECT_TRUE(gemRules().empty());
   // The audit holds refCnt, the bind list and the slot charge to the bindings that are left.
   expectAuditClean();

@@ -63,11 +63,7 @@ TEST_F(ShellE2e, HelpAndTheBindListOfOneList) {
             "\n\r list 2001 rule 0 ifIndex 202 type 4 dir 1 hwState 0 refcount 0\n\r");
 
   // The ledger the shell prints is the one slot show answers.
-  json slots;
-  for (int i = 0; i < 100 && slots.size() < 4; ++i) {
-    slots = run({"--json", "slot", "show"})["slots"];
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  const json slots = slotsKnown();
   ASSERT_EQ(slots.size(), 4u);
   EXPECT_EQ(shell({"aclSlotShow"}), ledgerText(slots));
 

@@ -14,16 +14,6 @@ using nlohmann::json;
 
 class SlotE2e : public AclE2eTest {
  protected:
-  // The ledger once the daemon knows n slots (the replay is handled by its event task).
-  json slotsWhenKnown(size_t n) {
-    json slots;
-    for (int i = 0; i < 100; ++i) {
-      slots = run({"--json", "slot", "show"})["slots"];
-      if (slots.size() >= n) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return slots;
-  }
   static json type(const json& slot, const char* dir, const char* list) {
     for (const auto& t : slot["types"]) {
       if (t["dir"] == dir && t["list"] == list) return t;
@@ -33,7 +23,7 @@ class SlotE2e : public AclE2eTest {
 };
 
 TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
-  const json slots = slotsWhenKnown(4);
+  const json slots = slotsKnown();
   ASSERT_EQ(slots.size(), 4u) << slots.dump();
   for (uint32_t i = 0; i < 4; ++i) {
     EXPECT_EQ(slots[i]["sys"], 1);

@@ -66,33 +66,22 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0]["p1"], 0);
   EXPECT_EQ(rows[1]["p1"], 9);
-  EXPECT_EQ(run({"dev", "relays"})["relays"].back()["cmd"], 0x0AC08002);
 
   // A record that does not exist, or the wrong direction, is refused.
   json refused =
       run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "out"}, 1);
   EXPECT_EQ(refused["ret_hex"], "0x03EA0007");
 
-  // Clear all, after a failure on rule 2 stops it.
-  run({"dev", "fault", "add", "--call", "zorScalarSetApi", "--cmd", "216", "--rule", "2",
-       "--result", "0x0ABC0002"});
-  EXPECT_EQ(run({"--json", "stats", "clear", "--all"}, 1)["ret_hex"], "0x0ABC0002");
-  EXPECT_EQ(run({"--json", "stats", "show"})["stats"][1]["p1"], 9);
+  // Clear all (where a failure stops it and which relay it sends are the unit tests' business).
   EXPECT_EQ(run({"--json", "stats", "clear", "--all"})["ret"], 0);
   EXPECT_EQ(run({"--json", "stats", "show"})["stats"][1]["p1"], 0);
-  EXPECT_EQ(run({"dev", "relays"})["relays"].back()["cmd"], 0x0AC08006);
   EXPECT_TRUE(acl_->alive());
 }
 
-TEST_F(StatsE2e, UsageErrorsAndMalformedCalls) {
+TEST_F(StatsE2e, UsageErrors) {
   run({"stats", "clear", "--list", "1001"}, 2);
   run({"stats", "clear", "--all", "--list", "1"}, 2);
   run({"stats", "show", "--dir", "sideways"}, 2);
-  // The counter read takes only a descriptor; a short one gets 22.
-  const std::string index = "x:" + std::string(56, '0');
-  run({"call", "aclStatsGetApi", index, "1", "u32:0"}, 1);
-  EXPECT_EQ(run({"call", "aclStatsGetApi", index, "1", "dlen:22"})["ret_hex"], "0x03EA0007");
-  EXPECT_EQ(run({"call", "aclStatsGetFirst", index})["ret_hex"], "0x03E80002");
   EXPECT_TRUE(acl_->alive());
 }
 

@@ -6,8 +6,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,13 +72,47 @@ class AclE2eTest : public ::testing::Test {
     }
     return out;
   }
-  // The daemon learns its line cards from the device's replay after start-up.
-  void slotsKnown() {
+  // aclctl's exit status against daemon p (the test's own by default), and what it printed on
+  // both streams: its refusals go to stderr.
+  int said(const std::vector<std::string>& args, std::string* text, const AclProcess* p = nullptr) {
+    std::string cmd = std::string(ACL_BINARY_DIR) + "/src/client/aclctl --run-dir " +
+                      (p != nullptr ? p : acl_.get())->runDir();
+    for (const auto& a : args) cmd += " " + a;
+    text->clear();
+    FILE* f = ::popen((cmd + " 2>&1").c_str(), "r");
+    if (f == nullptr) return -1;
+    char buf[512];
+    while (size_t n = std::fread(buf, 1, sizeof buf, f)) text->append(buf, n);
+    const int st = ::pclose(f);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  }
+  // Polls until done() holds: the daemon acts on the device's messages shortly after they are sent.
+  static bool within(const std::function<bool()>& done) {
     for (int i = 0; i < 100; ++i) {
-      if (run({"--json", "slot", "show"})["slots"].size() >= 4) return;
+      if (done()) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    FAIL() << "the line cards never arrived";
+    return done();
+  }
+  // The daemon learns its line cards from the device's replay after start-up; the slots shown.
+  nlohmann::json slotsKnown(size_t count = 4, const AclProcess* p = nullptr) {
+    nlohmann::json slots;
+    const auto known = [&] {
+      std::string out;
+      (p != nullptr ? p : acl_.get())->aclctl({"--json", "slot", "show"}, &out);
+      const nlohmann::json j = nlohmann::json::parse(out, nullptr, false);
+      if (j.is_object()) slots = j.value("slots", nlohmann::json::array());
+      return slots.size() >= count;
+    };
+    EXPECT_TRUE(within(known)) << "the line cards never arrived";
+    return slots;
   }
   std::unique_ptr<AclProcess> acl_;
 };
+
+inline std::string slurp(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}

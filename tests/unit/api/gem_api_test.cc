@@ -98,11 +98,7 @@ TEST_F(GemApiTest, DestroyKeepsABoundRecordAndAFailedLocalRelayPutsTheSlotBack) 
   EXPECT_EQ(set(5, 3, 1, 4), 0);
   EXPECT_NE(aclGemPortEntryGet(kPon, 5, 3), nullptr);
 
-  plat::FaultRule f;
-  f.call = "zorHwilCmdSyncApi";
-  f.cmd = 0x0CC94000 + kIpv4InCmd;
-  f.result = -1;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x0CC94000 + kIpv4InCmd, .result = -1});
   EXPECT_EQ(set(5, 3, kIpv4InCmd, 0), CMN_ERR_SYNC_FAILED);
   EXPECT_EQ(get(5, 3, kIpv4InCmd), 1001u);
   EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}, {2, 2}}));
@@ -160,12 +156,8 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     plat::faultClear();
-    plat::FaultRule f;
-    f.call = "zorIfSetApi";
-    f.cmd = ZOR_IF_FIELD_STATS;
-    f.skip = 1;
-    f.result = kHwFault;
-    plat::faultAdd(f);
+    plat::faultAdd(
+        {.call = "zorIfSetApi", .cmd = ZOR_IF_FIELD_STATS, .result = kHwFault, .skip = 1});
     std::array<uint8_t, ACL_GEM_STATS_INDEX_LEN> index{};
     be::store32(index, ACL_GEM_STATS_IF, c.ifIndex);
     be::store32(index, ACL_GEM_STATS_ONU, c.onu);

@@ -46,11 +46,7 @@ class IfApiTest : public IfTest {
     d.model.interfaces[unit].location[ZOR_LOC_SYS] = 2;
   }
   static uint32_t failRelay(uint32_t cmd, int32_t result) {
-    plat::FaultRule f;
-    f.call = "zorHwilCmdSyncApi";
-    f.cmd = kRelayIf + cmd;
-    f.result = result;
-    return plat::faultAdd(f);
+    return plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = kRelayIf + cmd, .result = result});
   }
   // The value words of every interface relay of command cmd, in order.
   static std::vector<uint32_t> relayed(uint32_t cmd) {
@@ -172,11 +168,7 @@ TEST_F(IfApiTest, RefusalsAndFailedRelaysLeaveStoreAndHardwareAsTheyWere) {
        [] {
          remote(kPort);
          ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
-         plat::FaultRule f;
-         f.call = "zorHwilCmdSetApi";
-         f.cmd = HWIL_CMD_IF_ADD;
-         f.unit = kPort;
-         plat::faultAdd(f);
+         plat::faultAdd({.call = "zorHwilCmdSetApi", .cmd = HWIL_CMD_IF_ADD, .unit = kPort});
        },
        kPort,
        kIpv4In,
@@ -281,12 +273,8 @@ TEST_F(IfApiTest, WalksAndInterfaceStatistics) {
 
   // Clear-all stops at the first refused clear; which records it reached tells the scope.
   const auto clears = [&](uint32_t ifIndex) {
-    plat::FaultRule f;
-    f.call = "zorIfSetApi";
-    f.cmd = ZOR_IF_FIELD_STATS;
-    f.count = -1;
-    f.result = 0;
-    const uint32_t id = plat::faultAdd(f);
+    const uint32_t id = plat::faultAdd(
+        {.call = "zorIfSetApi", .cmd = ZOR_IF_FIELD_STATS, .result = 0, .count = -1});
     be::store32(idx + ACL_STATS_INDEX_IF, ifIndex);
     EXPECT_EQ(aclIfStatsSetApi(reinterpret_cast<uintptr_t>(idx), 6, 0), 0);
     const uint32_t n = faultHits(id);

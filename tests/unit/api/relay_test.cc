@@ -75,18 +75,13 @@ TEST_F(Relay, ScalarsAndStatisticsCarryNoKeyFlag) {
 }
 
 TEST_F(Relay, HardwareResultComesBackUnchanged) {
-  plat::FaultRule rule;
-  rule.call = "zorHwilCmdSyncApi";
-  rule.cmd = 0x04020000u + 24;
-  rule.result = 0x0BAD0001;
-  plat::faultAdd(rule);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x04020000u + 24, .result = 0x0BAD0001});
   uint8_t word[4] = {};
   // Another command of the family goes through.
   EXPECT_EQ(aclHwRelay(ACL_RELAY_IF, ACL_MODE_SET, 9, 25, reinterpret_cast<uintptr_t>(word)), 0);
   EXPECT_EQ(aclHwRelay(ACL_RELAY_IF, ACL_MODE_SET, 9, 24, reinterpret_cast<uintptr_t>(word)),
             0x0BAD0001);
-  rule.result = -1;
-  plat::faultAdd(rule);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x04020000u + 24, .result = -1});
   EXPECT_EQ(aclHwRelay(ACL_RELAY_IF, ACL_MODE_SYNC, 9, 24, reinterpret_cast<uintptr_t>(word)), -1);
 }
 

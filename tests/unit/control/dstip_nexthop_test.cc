@@ -35,10 +35,7 @@ TEST_F(NextHopTest, EntriesQueryTheNeighbourAndUseTheDetectList) {
   EXPECT_EQ(aclDstIpEntryGet(7, unknown.data(), 1), nullptr);  // another VRF
 
   // A neighbour the query cannot reach counts as unknown.
-  plat::FaultRule f;
-  f.call = "zorIndexTrans";
-  f.cmd = 38;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorIndexTrans", .cmd = 38});
   const Bytes other = ip4("192.0.2.2");
   AclDstIpEntry* c = aclDstIpEntryAdd(0, other.data(), 1);
   ASSERT_NE(c, nullptr);
@@ -173,11 +170,8 @@ TEST_F(NextHopTest, ReinstallWithoutARecordRollsBackAndRetries) {
   nextHop(r, "198.51.100.1");
   AclListEntry* l = bind();
   const uint32_t before = used(gaclGrp.statsPool);
-  plat::FaultRule f;
-  f.call = "silMemPoolAlloc";
-  f.name = "acl_stats";
-  f.skip = 1;  // rule 1 has its record again, rule 2 has none
-  plat::faultAdd(f);
+  // Rule 1 has its record again, rule 2 has none.
+  plat::faultAdd({.call = "silMemPoolAlloc", .name = "acl_stats", .skip = 1});
   neighbour(ip4("198.51.100.1"), true);
   report(ip4("198.51.100.1"));
   EXPECT_TRUE(global().empty());

@@ -146,11 +146,7 @@ TEST_F(GemTest, UnregisterGivesUpWhatTheHardwareKeeps) {
   ASSERT_NE(rec, nullptr);
   ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
             0);
-  plat::FaultRule f;
-  f.call = "zorHwilCmdSetApi";
-  f.cmd = HWIL_CMD_GEM_DEL;
-  f.result = kHwFault;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorHwilCmdSetApi", .cmd = HWIL_CMD_GEM_DEL, .result = kHwFault});
   ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
   EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
   EXPECT_EQ(l->refCnt, 0);

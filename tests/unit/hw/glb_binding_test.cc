@@ -89,12 +89,8 @@ TEST_F(GlbTest, RefusedRuleRollsBackFromItselfDown) {
   for (uint32_t r : {5u, 10u, 20u}) validRule(1001, r);
   failRule(HWIL_CMD_GLOBAL_ADD, 1001, 10);
   // Any command for rule 20 would be refused and counted.
-  plat::FaultRule f;
-  f.call = "zorHwilCmdSetApi";
-  f.list = 1001;
-  f.rule = 20;
-  f.count = -1;
-  const uint32_t watch20 = plat::faultAdd(f);
+  const uint32_t watch20 =
+      plat::faultAdd({.call = "zorHwilCmdSetApi", .list = 1001, .rule = 20, .count = -1});
 
   EXPECT_EQ(aclGlbAdd(l, kIn, nullptr, 2), kHwFault);
   EXPECT_TRUE(global().empty());
@@ -169,10 +165,7 @@ TEST_F(GlbTest, StatisticsRecordsLiveWithTheirRules) {
 TEST_F(GlbTest, BufferAllocationFailure) {
   AclListEntry* l = list(1001);
   AclRuleEntry* r = validRule(1001, 1);
-  plat::FaultRule f;
-  f.call = "silCalloc";
-  f.count = -1;
-  const uint32_t id = plat::faultAdd(f);
+  const uint32_t id = plat::faultAdd({.call = "silCalloc", .count = -1});
   EXPECT_EQ(aclGlbAdd(l, kIn, nullptr, 2), -1);
   EXPECT_EQ(aclGlbDel(l, kIn, nullptr), -1);
   EXPECT_EQ(aclGlbRuleDelOne(l, r, kIn), 12);

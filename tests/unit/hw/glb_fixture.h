@@ -128,14 +128,12 @@ class GlbTest : public transtest::TransTest {
 
   // Fails the hardware command cmd for one rule of a list.
   static uint32_t failRule(uint32_t cmd, uint32_t list, uint32_t rule, int32_t count = 1) {
-    plat::FaultRule f;
-    f.call = "zorHwilCmdSetApi";
-    f.cmd = cmd;
-    f.list = list;
-    f.rule = rule;
-    f.result = kHwFault;
-    f.count = count;
-    return plat::faultAdd(f);
+    return plat::faultAdd({.call = "zorHwilCmdSetApi",
+                           .cmd = cmd,
+                           .list = list,
+                           .rule = rule,
+                           .result = kHwFault,
+                           .count = count});
   }
   static uint32_t faultHits(uint32_t id) {
     for (const auto& f : plat::faultList()) {

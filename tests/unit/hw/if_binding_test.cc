@@ -31,11 +31,7 @@ TEST_F(IfTest, AggregationFansOutAsTheModeSays) {
       if (c.mode >= 0) {
         aggMode(static_cast<uint8_t>(c.mode));
       } else {
-        plat::FaultRule f;
-        f.call = "zorIfGetApi";
-        f.cmd = ZOR_IF_FIELD_AGG_MODE;
-        f.count = -1;
-        plat::faultAdd(f);
+        plat::faultAdd({.call = "zorIfGetApi", .cmd = ZOR_IF_FIELD_AGG_MODE, .count = -1});
       }
       ASSERT_EQ(aclIfAdd(kAgg, 0, 0, l, 0, nullptr, kIpv4), 0);
       EXPECT_EQ(units(), expect(c.units, 1001, {{1, 4097}, {2, 4098}}));

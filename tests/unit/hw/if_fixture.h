@@ -110,15 +110,13 @@ class IfTest : public GlbTest {
   // Fails (or, with count -1, watches) one rule command on one unit.
   static uint32_t failOn(uint32_t unit, uint32_t cmd, uint32_t lst, uint32_t rule,
                          int32_t count = 1) {
-    plat::FaultRule f;
-    f.call = "zorHwilCmdSetApi";
-    f.cmd = cmd;
-    f.unit = unit;
-    f.list = lst;
-    f.rule = rule;
-    f.result = kHwFault;
-    f.count = count;
-    return plat::faultAdd(f);
+    return plat::faultAdd({.call = "zorHwilCmdSetApi",
+                           .cmd = cmd,
+                           .unit = unit,
+                           .list = lst,
+                           .rule = rule,
+                           .result = kHwFault,
+                           .count = count});
   }
   // List lst with valid rules; counted ones carry the statistics action.
   static AclListEntry* listOf(uint32_t lst, std::initializer_list<uint32_t> rules,

@@ -60,18 +60,14 @@ TEST_F(IfTest, RecordCreationFollowsTheInterfaceManager) {
 
 TEST_F(IfTest, RecordPoolAndRegistrationFailures) {
   // A failed registration is logged and the record is still made.
-  plat::FaultRule f;
-  f.call = "zorIfSetApi";
-  f.cmd = ZOR_IF_PROTO_ENABLE;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorIfSetApi", .cmd = ZOR_IF_PROTO_ENABLE});
   uint64_t seq = plat::logLastSeq();
   ASSERT_NE(aclIfEntryAdd(kPort), nullptr);
   EXPECT_EQ(
       operLines(seq, 9),
       std::vector<std::string>{
           "The interface enable protocol error.(ifName=[ge-1/2/1], proto=[acl], type=[state])"});
-  f.cmd = ZOR_IF_PROTO_DISABLE;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorIfSetApi", .cmd = ZOR_IF_PROTO_DISABLE});
   seq = plat::logLastSeq();
   EXPECT_EQ(aclDeleteIf(kPort), 0);
   EXPECT_EQ(operLines(seq, 10).size(), 1u);

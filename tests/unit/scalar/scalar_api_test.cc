@@ -215,11 +215,7 @@ TEST_F(ScalarApi, ValueCommandsRelayFirstWithTheirMode) {
 
 TEST_F(ScalarApi, RefusedRelayChangesNothingAndIsFollowedByZero) {
   ASSERT_EQ(set(5, 1), 0);
-  plat::FaultRule f;
-  f.call = "zorHwilCmdSyncApi";
-  f.cmd = 0x00014005u;
-  f.result = 0x03E80004;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x00014005u, .result = 0x03E80004});
   EXPECT_EQ(set(5, 9), 0x03E80004);
   EXPECT_EQ(get(5), 1u);
   const auto r = relays();

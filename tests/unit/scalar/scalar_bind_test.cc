@@ -18,13 +18,8 @@ class ScalarBind : public ScalarTest {
  protected:
   // Fails the hardware install (record command 217) of one rule, once.
   static void failInstall(uint32_t lst, uint32_t rule, int32_t result) {
-    plat::FaultRule f;
-    f.call = "zorHwilCmdSetApi";
-    f.cmd = 217;
-    f.list = lst;
-    f.rule = rule;
-    f.result = result;
-    plat::faultAdd(f);
+    plat::faultAdd(
+        {.call = "zorHwilCmdSetApi", .cmd = 217, .list = lst, .rule = rule, .result = result});
   }
   static std::vector<uint8_t> word(uint32_t v) {
     std::vector<uint8_t> w(4);
@@ -105,11 +100,7 @@ TEST_F(ScalarBind, RefusedFirstRelayIsFollowedByZeroNotThePreviousList) {
   makeList(1001, {1});
   makeList(1002, {1});
   ASSERT_EQ(set(28, 1001), 0);
-  plat::FaultRule f;
-  f.call = "zorHwilCmdSyncApi";
-  f.cmd = 0x0001401Cu;
-  f.result = 0x03E80004;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = 0x0001401Cu, .result = 0x03E80004});
   EXPECT_EQ(set(28, 1002), 0x03E80004);
   EXPECT_EQ(get(28), 1001u);
   EXPECT_EQ(relays().back().data, word(0));

@@ -73,12 +73,7 @@ class InstallTest : public storetest::StoreTest {
   }
   // Fails the n-th (from 1) global rule command for this list.
   static void failNth(uint32_t lstIdx, uint32_t n, int32_t result = 0x0BAD) {
-    plat::FaultRule f;
-    f.call = "zorHwilCmdSetApi";
-    f.list = lstIdx;
-    f.result = result;
-    f.skip = n - 1;
-    plat::faultAdd(f);
+    plat::faultAdd({.call = "zorHwilCmdSetApi", .list = lstIdx, .result = result, .skip = n - 1});
   }
 
   // TLV helpers: the field items and the action items of a message.

@@ -80,12 +80,7 @@ TEST_F(NatTest, StatusCheckAndListChecksRefuse) {
 
 TEST_F(NatTest, FailedInstallationResendsItsOwnCommand) {
   validList(1001, {1, 2, 5, 9});
-  plat::FaultRule f;
-  f.call = "zorScalarSetApi";
-  f.cmd = kNatAdd;
-  f.result = 0x0BAD;
-  f.skip = 2;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorScalarSetApi", .cmd = kNatAdd, .result = 0x0BAD, .skip = 2});
   EXPECT_EQ(_aclNatGlobaladd(1001, kNatAdd, 0), 0x0BAD);
   // Rules 1 and 2 went out, rule 5 failed; the undo walk sends 1, 2 and 5 again with the same
   // command and stops before 9.
@@ -109,12 +104,7 @@ TEST_F(NatTest, SlotScopeUsesTheSlotCommand) {
   EXPECT_EQ(sent("zorHwilSlotSet")[4], (Sent{kNatDel, 2, 2}));
 
   // The second record refused: the undo walk sends rules 1 and 2 again with the same command.
-  plat::FaultRule f;
-  f.call = "zorHwilSlotSet";
-  f.unit = 2;
-  f.result = 0x0BAD;
-  f.skip = 1;
-  plat::faultAdd(f);
+  plat::faultAdd({.call = "zorHwilSlotSet", .unit = 2, .result = 0x0BAD, .skip = 1});
   EXPECT_EQ(_aclNatSlotadd(key.data(), 1001, kNatAdd, 0), 0x0BAD);
   const auto s = sent("zorHwilSlotSet");
   ASSERT_EQ(s.size(), 8u);
