@@ -13,6 +13,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_group.h"
 #include "bound_lists.h"
 #include "echo_baseline.h"
 #include "hw/acl_card_sync.h"
@@ -45,15 +46,11 @@ BENCHMARK(BM_CardSync)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/acl-bench-XXXXXX";
-  if (::mkdtemp(tmpl) == nullptr) return 1;
-  const std::string runDir = tmpl;
-  plat::setRunDir(runDir);
+  const BenchGroup group;
+  if (!group.ok()) return 1;
   setOptions();
   if (aclOptInit() != 0 || !build({.globals = 3, .range = 0})) {
     std::fprintf(stderr, "bench_card_sync: could not bind the lists\n");
-    aclResetForTest();
-    std::filesystem::remove_all(runDir);
     return 1;
   }
   benchmark::Initialize(&argc, argv);
@@ -62,7 +59,5 @@ int main(int argc, char** argv) {
   std::printf("\nTime: one synchronisation of slot %u/%u; per_rule: seconds per installed rule\n",
               kSys, kSlot);
   benchecho::printAgainstEcho(reporter, benchecho::forkExecEchoMs(), "one synchronisation");
-  aclResetForTest();
-  std::filesystem::remove_all(runDir);
   return 0;
 }

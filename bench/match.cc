@@ -19,6 +19,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_group.h"
 #include "api/acl_lst_api.h"
 #include "api/acl_rule_api.h"
 #include "main/acl_group.h"
@@ -259,10 +260,8 @@ BENCHMARK(BM_PacketMatchReference)->Arg(16)->Arg(128)->Arg(4096);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/acl-bench-XXXXXX";
-  if (::mkdtemp(tmpl) == nullptr) return 1;
-  const std::string runDir = tmpl;
-  plat::setRunDir(runDir);
+  const BenchGroup group;
+  if (!group.ok()) return 1;
   // Room for every list: 2 x (16 + 128 + 4096) IPv4 rules.
   plat::optSet("acl.maxrulenum", "9000");
   plat::optSet("acl.maxgrulenum", "9000");
@@ -272,8 +271,6 @@ int main(int argc, char** argv) {
   }
   if (!built) {
     std::fprintf(stderr, "bench_match: could not build the lists\n");
-    aclResetForTest();
-    std::filesystem::remove_all(runDir);
     return 1;
   }
 
@@ -303,7 +300,5 @@ int main(int argc, char** argv) {
                 rate / r->second);
   }
 
-  aclResetForTest();
-  std::filesystem::remove_all(runDir);
   return 0;
 }

@@ -18,6 +18,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_group.h"
 #include "api/acl_lst_api.h"
 #include "api/acl_rule_api.h"
 #include "bound_lists.h"
@@ -149,15 +150,11 @@ BENCHMARK(BM_RuleInstall);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/acl-bench-XXXXXX";
-  if (::mkdtemp(tmpl) == nullptr) return 1;
-  const std::string runDir = tmpl;
-  plat::setRunDir(runDir);
+  const BenchGroup group;
+  if (!group.ok()) return 1;
   benchlists::addInterfaces(1);
   if (aclOptInit() != 0 || !buildRule()) {
     std::fprintf(stderr, "bench_rule_install: could not make the rule\n");
-    aclResetForTest();
-    std::filesystem::remove_all(runDir);
     return 1;
   }
   benchmark::Initialize(&argc, argv);
@@ -176,7 +173,5 @@ int main(int argc, char** argv) {
     if (r <= 0 || copy <= 0) continue;
     std::printf("  %-21s %10.1f ns = %8.2f copies\n", name, 1e9 / r, copy / r);
   }
-  aclResetForTest();
-  std::filesystem::remove_all(runDir);
   return 0;
 }

@@ -14,6 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_group.h"
 #include "control/acl_slot.h"
 #include "control/acl_slot_walk.h"
 #include "hw/acl_if_record.h"
@@ -116,14 +117,10 @@ BENCHMARK(BM_Update<true>)->Name("UpdateWalk")->Arg(kSmall)->Arg(kLarge);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/acl-bench-XXXXXX";
-  if (::mkdtemp(tmpl) == nullptr) return 1;
-  const std::string runDir = tmpl;
-  plat::setRunDir(runDir);
+  const BenchGroup group;
+  if (!group.ok()) return 1;
   if (aclOptInit() != 0 || !build()) {
     std::fprintf(stderr, "bench_slot: could not bind the lists\n");
-    aclResetForTest();
-    std::filesystem::remove_all(runDir);
     return 1;
   }
   benchmark::Initialize(&argc, argv);
@@ -142,7 +139,5 @@ int main(int argc, char** argv) {
     std::printf("  %-12s %12.0f/s / %12.0f/s = %.2f\n", name, small->second, large->second,
                 small->second / large->second);
   }
-  aclResetForTest();
-  std::filesystem::remove_all(runDir);
   return 0;
 }

@@ -12,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_group.h"
 #include "bound_lists.h"
 #include "control/acl_timerange.h"
 #include "echo_baseline.h"
@@ -57,15 +58,11 @@ BENCHMARK(BM_TimeRangeSwitch)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/acl-bench-XXXXXX";
-  if (::mkdtemp(tmpl) == nullptr) return 1;
-  const std::string runDir = tmpl;
-  plat::setRunDir(runDir);
+  const BenchGroup group;
+  if (!group.ok()) return 1;
   setOptions();
   if (aclOptInit() != 0 || !build({.globals = 0, .range = kRange})) {
     std::fprintf(stderr, "bench_timerange: could not bind the lists\n");
-    aclResetForTest();
-    std::filesystem::remove_all(runDir);
     return 1;
   }
   benchmark::Initialize(&argc, argv);
@@ -75,7 +72,5 @@ int main(int argc, char** argv) {
       "\nTime: one switch; per_rule: seconds per re-programmed rule (a removal and an install "
       "each count)\n");
   benchecho::printAgainstEcho(reporter, benchecho::forkExecEchoMs(), "one switch");
-  aclResetForTest();
-  std::filesystem::remove_all(runDir);
   return 0;
 }
