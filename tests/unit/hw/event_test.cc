@@ -41,11 +41,6 @@ Msg link(uint16_t type, uint32_t ifIndex,
   be::store32(m, 0, static_cast<uint32_t>(m.size()));
   return m;
 }
-std::string texts(const std::vector<AclAuditDiff>& diffs) {
-  std::string out;
-  for (const auto& d : diffs) out += d.check + ": " + d.text + "\n";
-  return out;
-}
 
 class EventTest : public IfTest {
  protected:
@@ -97,17 +92,10 @@ TEST_F(EventTest, InterfaceRemovedLosesBindingsRecordAndChargeWhateverCarriesIt)
   ASSERT_EQ(units().size(), 4u);
   ASSERT_EQ(ledger(2), 2u);
   const UnitView before = units();
-  // Messages that must change nothing: cut short, lying lengths, an attribute run that lies, an
-  // interface the daemon does not know, a type nobody handles.
-  Msg shortDel = msg(34, {0, 201}, 44);
-  Msg lyingAttr = link(32, 201, {{52, {}}});
-  be::store16(lyingAttr, 48, 9);  // runs past the message
-  Msg tinyAttr = link(32, 201, {{52, {}}});
-  be::store16(tinyAttr, 48, 3);
-  Msg lyingLen = msg(34, {0, 201});
-  be::store32(lyingLen, 0, 200);
-  for (const Msg& m : {shortDel, lyingAttr, tinyAttr, lyingLen, msg(34, {0, 999}),
-                       link(32, 999, {{52, {}}}), msg(33, {0, 201}), link(32, 201, {{53, {}}})}) {
+  // Messages that must change nothing (how lengths that lie are walked is the walk's own test):
+  // cut short, an interface the daemon does not know, a type nobody handles, another attribute.
+  for (const Msg& m : {msg(34, {0, 201}, 44), msg(34, {0, 999}), link(32, 999, {{52, {}}}),
+                       msg(33, {0, 201}), link(32, 201, {{53, {}}})}) {
     recv(m);
     EXPECT_EQ(units(), before);
     EXPECT_NE(aclIfEntryGet(201), nullptr);
@@ -125,7 +113,7 @@ TEST_F(EventTest, InterfaceRemovedLosesBindingsRecordAndChargeWhateverCarriesIt)
   EXPECT_EQ(avl_numnodes(&gaclGrp.ifListTree), 0u);
   EXPECT_EQ(ledger(2), 0u);
   EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0u);
-  EXPECT_EQ(texts(aclAuditRun()), "");
+  expectAuditClean();
 }
 
 TEST_F(EventTest, MemberJoiningAndLeavingTakesAndGivesUpTheAggregationsLists) {
@@ -135,7 +123,7 @@ TEST_F(EventTest, MemberJoiningAndLeavingTakesAndGivesUpTheAggregationsLists) {
   aggMembers({203, 204, 303, 205});
   recv(link(32, 205, {{66, {kAgg}}}));
   EXPECT_EQ(units(), expect({203, 204, 303, 205}, 1001, {{1, 4097}, {2, 4098}}));
-  EXPECT_EQ(texts(aclAuditRun()), "");
+  expectAuditClean();
 
   gaclGrp.debugFlags = 0x20;  // record dumps show the aggregation a member leaves
   const uint64_t from = plat::logLastSeq();
@@ -148,7 +136,7 @@ TEST_F(EventTest, MemberJoiningAndLeavingTakesAndGivesUpTheAggregationsLists) {
     parentLines += l.text.find("aggIfIndex=1001(") != std::string::npos;
   }
   EXPECT_EQ(parentLines, 2u);
-  EXPECT_EQ(texts(aclAuditRun()), "");
+  expectAuditClean();
 
   // Where the aggregation does not program its members, or cannot say, or has no record.
   const struct {
@@ -180,17 +168,12 @@ TEST_F(EventTest, CardComingUpGetsEveryBindingAddressedToItOnly) {
   port->slots.inAcl = 1002;  // untyped, switch off: not in the hardware, not synchronised
   aggMode(1);
   bindIpv4(kAgg, 1002);
-  // Slot 3 of system 1: scope 2, system bit 0 (0x80 at 26), slot bit 2 (0x20 at 28).
   const vdev::ScopeKey global{0, 0, 0, 0}, unit201{1, 201, 0, 0}, member{1, 203, 0, 0};
-  auto targeted = [](const vdev::HwEntry* e, uint8_t scope, uint8_t sysBits, size_t slotAt,
-                     uint8_t slotBits, uint32_t installs = 2) {
-    if (e == nullptr) return false;
-    std::vector<uint8_t> want(40, 0);
-    want[0] = scope;
-    want[2] = sysBits;
-    if (slotAt) want[slotAt - 24] = slotBits;
-    return e->installs == installs &&
-           std::equal(want.begin(), want.end(), e->options.begin() + 24, e->options.end());
+  // Sent again, addressed to the card (scope 2) or the system (scope 1); the bits of the target
+  // are the sync target's own test.
+  auto targeted = [](const vdev::HwEntry* e, uint8_t scope, uint32_t installs = 2) {
+    return e != nullptr && e->installs == installs && e->options.size() > 24 &&
+           e->options[24] == scope;
   };
 
   // A card of another system, a slot without a card, and a message cut short: nothing.
@@ -199,22 +182,22 @@ TEST_F(EventTest, CardComingUpGetsEveryBindingAddressedToItOnly) {
     EXPECT_EQ(hw(global, 1002, 3)->installs, 1u);
   }
   recv(msg(97, {1, 3, 0, 0}));
-  EXPECT_TRUE(targeted(hw(global, 1002, 3), 2, 0x80, 28, 0x20));
-  EXPECT_TRUE(targeted(hw(unit201, 1001, 1), 2, 0x80, 28, 0x20));
-  EXPECT_TRUE(targeted(hw(unit201, 1001, 2), 2, 0x80, 28, 0x20));
+  EXPECT_TRUE(targeted(hw(global, 1002, 3), 2));
+  EXPECT_TRUE(targeted(hw(unit201, 1001, 1), 2));
+  EXPECT_TRUE(targeted(hw(unit201, 1001, 2), 2));
   EXPECT_EQ(hw(unit201, 1002, 3), nullptr);
   // The aggregation programs only its members: nothing of its own goes to the new card.
   EXPECT_EQ(hw(member, 1002, 3)->installs, 1u);
   EXPECT_EQ(anomalyCount(), 0u);
-  EXPECT_EQ(texts(aclAuditRun()), "");
+  expectAuditClean();
 
   // A system coming up (117) gets the same, addressed to the system; an aggregation that
   // programs itself and its members takes part.
   aggMode(3);
   recv(msg(117, {2}));
-  EXPECT_TRUE(targeted(hw(global, 1002, 3), 1, 0x40, 0, 0, 3));
-  EXPECT_TRUE(targeted(hw(vdev::ScopeKey{1, kAgg, 0, 0}, 1002, 3), 1, 0x40, 0, 0, 1));
-  EXPECT_TRUE(targeted(hw(member, 1002, 3), 1, 0x40, 0, 0));
+  EXPECT_TRUE(targeted(hw(global, 1002, 3), 1, 3));
+  EXPECT_TRUE(targeted(hw(vdev::ScopeKey{1, kAgg, 0, 0}, 1002, 3), 1, 1));
+  EXPECT_TRUE(targeted(hw(member, 1002, 3), 1));
   // Our own system, and a system the platform says not to resynchronise, are left alone.
   recv(msg(117, {1}));
   {
@@ -273,15 +256,16 @@ TEST_F(EventTest, ConfigurationResetKeepsOrDropsTheInterfacesLists) {
       {"manual", 0, 0x01, true, false, false},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
     restart();
     prepare();
     if (c.record) bindIpv4(201, 1001);
     aclIfSetProtoIgnorestate(201, 0);
     recv(link(324, 201, {{75, {c.reason, 1, c.flags}}}));
-    EXPECT_EQ(!ignoring(201).empty(), c.ignoring) << c.what;
-    EXPECT_EQ(aclIfEntryGet(201) != nullptr, c.kept) << c.what;
-    EXPECT_EQ(units().size(), c.kept ? 2u : 0u) << c.what;
-    EXPECT_EQ(texts(aclAuditRun()), "") << c.what;
+    EXPECT_EQ(!ignoring(201).empty(), c.ignoring);
+    EXPECT_EQ(aclIfEntryGet(201) != nullptr, c.kept);
+    EXPECT_EQ(units().size(), c.kept ? 2u : 0u);
+    expectAuditClean();
   }
   // An attribute too short for its three words is passed over.
   bindIpv4(201, 1001);
@@ -300,7 +284,7 @@ TEST_F(EventTest, OnlyAnAllSlotInterfaceGoingToBridgeModeLosesItsLists) {
   EXPECT_EQ(aclIfWorkModeChange(kAllSlot, 0), 0);
   EXPECT_EQ(aclIfEntryGet(kAllSlot), nullptr);
   EXPECT_EQ(units(), expect({201}, 1002, {{3, 4099}}));
-  EXPECT_EQ(texts(aclAuditRun()), "");
+  expectAuditClean();
 }
 
 TEST_F(EventTest, NeighbourReportsNameTheAddressTheyCarry) {

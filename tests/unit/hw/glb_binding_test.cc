@@ -6,33 +6,29 @@ namespace {
 
 constexpr uint32_t kIn = ACL_GLB_DIR_IN, kOut = ACL_GLB_DIR_OUT;
 
+// Both translation forms carry the same priorities and remove alike.
 TEST_F(GlbTest, PriorityIsPerListTypeAndRemovalClearsTheHardware) {
-  AclListEntry* hybrid = list(2001);
-  validRule(2001, 3);
-  AclListEntry* ipv4 = list(1001);
-  validRule(1001, 3);
-  validRule(1001, 7);
-  ASSERT_EQ(aclGlbAdd(hybrid, kIn, nullptr, 4), 0);
-  ASSERT_EQ(aclGlbAdd(ipv4, kOut, nullptr, 2), 0);
-  EXPECT_EQ(global(), (HwView{{{1001, 3, kOut}, 8192 + 3},
-                              {{1001, 7, kOut}, 8192 + 7},
-                              {{2001, 3, kIn}, 9216 + 3}}));
-
-  ASSERT_EQ(aclGlbDel(ipv4, kOut, nullptr), 0);
-  ASSERT_EQ(aclGlbDel(hybrid, kIn, nullptr), 0);
-  EXPECT_TRUE(global().empty());
-  EXPECT_EQ(anomalyCount(), 0u);
-}
-
-TEST_F(GlbTest, TlvFormCarriesTheSamePriorityAndRemoves) {
-  gaclGrp.tlvEnable = 1;
-  AclListEntry* l = list(2001);
-  validRule(2001, 3);
-  ASSERT_EQ(aclGlbAdd(l, kIn, nullptr, 4), 0);
-  EXPECT_EQ(global(), (HwView{{{2001, 3, kIn}, 9216 + 3}}));
-  ASSERT_EQ(aclGlbDel(l, kIn, nullptr), 0);
-  EXPECT_TRUE(global().empty());
-  EXPECT_EQ(anomalyCount(), 0u);
+  for (uint8_t tlv : {0, 1}) {
+    SCOPED_TRACE(tlv);
+    aclUnlock();
+    start({});  // a fresh group for each form
+    aclLock();
+    gaclGrp.tlvEnable = tlv;
+    AclListEntry* hybrid = list(2001);
+    validRule(2001, 3);
+    AclListEntry* ipv4 = list(1001);
+    validRule(1001, 3);
+    validRule(1001, 7);
+    ASSERT_EQ(aclGlbAdd(hybrid, kIn, nullptr, 4), 0);
+    ASSERT_EQ(aclGlbAdd(ipv4, kOut, nullptr, 2), 0);
+    EXPECT_EQ(global(), (HwView{{{1001, 3, kOut}, 8192 + 3},
+                                {{1001, 7, kOut}, 8192 + 7},
+                                {{2001, 3, kIn}, 9216 + 3}}));
+    ASSERT_EQ(aclGlbDel(ipv4, kOut, nullptr), 0);
+    ASSERT_EQ(aclGlbDel(hybrid, kIn, nullptr), 0);
+    EXPECT_TRUE(global().empty());
+    EXPECT_EQ(anomalyCount(), 0u);
+  }
 }
 
 TEST_F(GlbTest, MissingAndEmptyLists) {

@@ -166,33 +166,6 @@ TEST_F(IfTest, StatisticsPerListOrPerInterface) {
   }
 }
 
-// A binding whose statistics record cannot be had rolls back whole: it never answers success with
-// rules missing from the hardware.
-TEST_F(IfTest, StatisticsPoolExhaustionRollsBack) {
-  for (uint8_t shared : {1, 2}) {
-    SCOPED_TRACE(shared);
-    restart();
-    AclListEntry* l = listOf(1001, {1}, {2, 3, 4});
-    l->counterShared = shared;
-    // Leave two records for three counted rules.
-    std::vector<AclStatsEntry*> hogs;
-    while (AclStatsEntry* s = aclStatsMalloc()) hogs.push_back(s);
-    for (int i = 0; i < 2; ++i) {
-      aclStatsFree(hogs.back());
-      hogs.pop_back();
-    }
-    const uint32_t hogged = used(gaclGrp.statsPool);
-    ASSERT_NE(aclIfEntryAdd(kPort), nullptr);
-    EXPECT_EQ(aclIfAdd(kPort, 0, 0, l, 0, nullptr, kIpv4), CMN_ERR_NO_RESOURCE);
-    EXPECT_TRUE(units().empty());
-    EXPECT_EQ(used(gaclGrp.statsPool), hogged);
-    EXPECT_EQ(anomalyCount(), 0u);  // nothing removed that was not installed
-    aclStatsFree(hogs.back());
-    EXPECT_EQ(aclIfAdd(kPort, 0, 0, l, 0, nullptr, kIpv4), 0);
-    EXPECT_EQ(units().size(), 4u);
-  }
-}
-
 // A second binding of the list on the same interface and direction that rolls back leaves the
 // first binding's records as they were: their counts, and the record the key already had.
 TEST_F(IfTest, RollbackKeepsAnotherBindingsRecords) {

@@ -86,6 +86,20 @@ TEST_F(PolicyTest, HqosPrioritiesAndIdStayInTheRules) {
   expectAuditClean();
 }
 
+// Counting rules keep one statistics record for every interface the list is on.
+TEST_F(PolicyTest, HqosInterfacesShareOneStatisticsRecord) {
+  listOf(kList, {}, {1});
+  for (uint32_t p : {kPort, kPort + 1}) ASSERT_EQ(_aclHqosIfAdd(p, kList, 0, 7), 0);
+  const AclStatsEntry* s = aclStatsGetEntry({kList, 1, 0, 0});
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->refCnt, 2u);
+  ASSERT_EQ(_aclHqosIfDel(kPort, kList, 0, 7), 0);
+  EXPECT_EQ(s->refCnt, 1u);
+  ASSERT_EQ(_aclHqosIfDel(kPort + 1, kList, 0, 7), 0);
+  EXPECT_EQ(aclStatsGetEntry({kList, 1, 0, 0}), nullptr);
+  expectAuditClean();
+}
+
 TEST_F(PolicyTest, HqosRefusalsAndRollback) {
   struct Case {
     const char* name;
@@ -148,12 +162,7 @@ TEST_F(PolicyTest, PbrRedirectItemsAndRemoval) {
        hop6,
        {{46, 16}, {47, 16}, {48, 16}, {49, 16}},
        1},
-      {"IPv4 next hop on a hybrid list",
-       2001,
-       RULE_ACTION_OUTPUT_NEXTHOP,
-       ip4("10.0.0.1"),
-       {{7, 4}},
-       1025},
+      {"IPv4 next hop, hybrid", 2001, RULE_ACTION_OUTPUT_NEXTHOP, ip4("10.0.0.1"), {{7, 4}}, 1025},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
