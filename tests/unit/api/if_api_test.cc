@@ -71,110 +71,59 @@ TEST_F(IfApiTest, RefusalsAndFailedRelaysLeaveStoreAndHardwareAsTheyWere) {
     std::vector<uint32_t> relays;  // value words the device took for cmd, prep included
     bool bound = false;            // list 1001 on 201 in the end
   };
-  const auto onFirst = [] { ASSERT_EQ(set(kPort, kIpv4In, 1001), 0); };
+  const auto none = [] {};
   const auto switchedOn = [] {
     ASSERT_EQ(set(kPort, 3, 1001), 0);
     ASSERT_EQ(set(kPort, 2, 1), 0);
   };
+  const auto bound = [] {
+    ASSERT_EQ(set(kPort, kIpv4In, 1001), 0);
+    failRelay(kIpv4In, kHwFault);
+  };
+  const auto listed = [] {
+    ASSERT_EQ(set(kPort, 3, 1001), 0);
+    failRelay(2, kHwFault);
+  };
+  const auto on = [=] {
+    switchedOn();
+    failRelay(2, kHwFault);
+  };
+  const auto remoteFails = [] {
+    remote(kPort);
+    failRelay(kIpv4In, -1);
+  };
+  // The remote system's slot ledger knows the port, whose hardware then refuses.
+  const auto remoteRefuses = [](std::function<void()> fault) {
+    return [fault] {
+      remote(kPort);
+      ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
+      fault();
+    };
+  };
+  const auto rule1 = remoteRefuses([] { failOn(kPort, HWIL_CMD_IF_ADD, 1001, 1); });
+  // -1 from the binding itself is not a relay failure: it stays -1.
+  const auto minus1 = remoteRefuses(
+      [] { plat::faultAdd({.call = "zorHwilCmdSetApi", .cmd = HWIL_CMD_IF_ADD, .unit = kPort}); });
+  const auto relayFails = [] { failRelay(kIpv4In, -1); };
+  constexpr uint32_t kIn = kIpv4In;
   const Case cases[] = {
-      {"unknown command", [] {}, kPort, 12, 1001, ACL_RET_UNKNOWN, {}},
-      {"command 0", [] {}, kPort, 0, 1, ACL_RET_UNKNOWN, {}},
-      {"command past the table", [] {}, kPort, 47, 1, ACL_RET_UNKNOWN, {}},
-      {"unsupported command", [] {}, kPort, 6, 1, CMN_ERR_NOT_SUPPORTED, {}},
-      {"null buffer", [] {}, kPort, kIpv4In, std::nullopt, CMN_ERR_BAD_PARAM, {}},
-      {"missing record", [] {}, 202, kIpv4In, 1001, ACL_ERR_IF_NOT_EXIST, {}},
-      {"unbind on a missing record", [] {}, 202, kIpv4In, 0, 0, {}},
-      {"missing list", [] {}, kPort, kIpv4In, 1500, ACL_ERR_LIST_NOT_EXIST, {}},
-      {"L2 slot with an IPv4 list", [] {}, kPort, 22, 1001, CMN_ERR_BAD_PARAM, {}},
-      {"switch on with no list index", [] {}, kPort, 2, 1, ACL_RET_INVALID, {}},
-      {"list index while switched on",
-       switchedOn,
-       kPort,
-       3,
-       5,
-       ACL_RET_IF_LIST_ACTIVE,
-       {1001},
-       true},
-      {"unlocated interface", [] {}, 999, 17, 2, ACL_RET_IF_NO_LOCATION, {2}},
-      {"member refuses rule 2",
-       [] { failOn(kPort, HWIL_CMD_IF_ADD, 1001, 2); },
-       kPort,
-       kIpv4In,
-       1001,
-       kHwFault,
-       {}},
-      {"local relay fails after the bind",
-       [] { failRelay(kIpv4In, -1); },
-       kPort,
-       kIpv4In,
-       1001,
-       CMN_ERR_SYNC_FAILED,
-       {0}},
-      {"local relay fails after the unbind",
-       [=] {
-         onFirst();
-         failRelay(kIpv4In, kHwFault);
-       },
-       kPort,
-       kIpv4In,
-       0,
-       kHwFault,
-       {1001, 1001},
-       true},
-      {"local relay fails after a switch-on",
-       [] {
-         ASSERT_EQ(set(kPort, 3, 1001), 0);
-         failRelay(2, kHwFault);
-       },
-       kPort,
-       2,
-       1,
-       kHwFault,
-       {}},
-      {"local relay fails after a switch-off",
-       [=] {
-         switchedOn();
-         failRelay(2, kHwFault);
-       },
-       kPort,
-       2,
-       2,
-       kHwFault,
-       {1},
-       true},
-      {"remote relay fails",
-       [] {
-         remote(kPort);
-         failRelay(kIpv4In, -1);
-       },
-       kPort,
-       kIpv4In,
-       1001,
-       CMN_ERR_SYNC_FAILED,
-       {0}},
-      {"remote member refuses after the relay",
-       [] {
-         remote(kPort);
-         ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
-         failOn(kPort, HWIL_CMD_IF_ADD, 1001, 1);
-       },
-       kPort,
-       kIpv4In,
-       1001,
-       kHwFault,
-       {1001, 0}},
-      // -1 from the binding itself is not a relay failure: it stays -1.
-      {"remote install answers -1",
-       [] {
-         remote(kPort);
-         ASSERT_NE(aclSlotEntryAdd(2, 2), nullptr);
-         plat::faultAdd({.call = "zorHwilCmdSetApi", .cmd = HWIL_CMD_IF_ADD, .unit = kPort});
-       },
-       kPort,
-       kIpv4In,
-       1001,
-       ACL_RET_UNKNOWN,
-       {1001, 0}},
+      {"unknown command", none, kPort, 12, 1001, ACL_RET_UNKNOWN, {}},
+      {"command 0", none, kPort, 0, 1, ACL_RET_UNKNOWN, {}},
+      {"command past the table", none, kPort, 47, 1, ACL_RET_UNKNOWN, {}},
+      {"unsupported command", none, kPort, 6, 1, CMN_ERR_NOT_SUPPORTED, {}},
+      {"null buffer", none, kPort, kIn, std::nullopt, CMN_ERR_BAD_PARAM, {}},
+      {"missing record", none, 202, kIn, 1001, ACL_ERR_IF_NOT_EXIST, {}},
+      {"unbind on a missing record", none, 202, kIn, 0, 0, {}},
+      {"switch on with no list index", none, kPort, 2, 1, ACL_RET_INVALID, {}},
+      {"list index while on", switchedOn, kPort, 3, 5, ACL_RET_IF_LIST_ACTIVE, {1001}, true},
+      {"unlocated interface", none, 999, 17, 2, ACL_RET_IF_NO_LOCATION, {2}},
+      {"local relay fails after the bind", relayFails, kPort, kIn, 1001, CMN_ERR_SYNC_FAILED, {0}},
+      {"local relay fails after the unbind", bound, kPort, kIn, 0, kHwFault, {1001, 1001}, true},
+      {"local relay fails after a switch-on", listed, kPort, 2, 1, kHwFault, {}},
+      {"local relay fails after a switch-off", on, kPort, 2, 2, kHwFault, {1}, true},
+      {"remote relay fails", remoteFails, kPort, kIn, 1001, CMN_ERR_SYNC_FAILED, {0}},
+      {"remote member refuses after the relay", rule1, kPort, kIn, 1001, kHwFault, {1001, 0}},
+      {"remote install answers -1", minus1, kPort, kIn, 1001, ACL_RET_UNKNOWN, {1001, 0}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

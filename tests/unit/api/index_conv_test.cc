@@ -1,5 +1,4 @@
-// The index conversion pair (function ids 45 and 46), the list types by number, and the command
-// table that registers them.
+// The index conversion pair (function ids 45 and 46) and the command table that registers them.
 #include <gtest/gtest.h>
 
 #include "api/acl_func_map.h"
@@ -70,18 +69,6 @@ TEST_F(IndexConv, IndexToFreeIdxReportsTheListsFreeIdx) {
   EXPECT_EQ(call(aclIndexToFreeIdx, 2000, &ret), 0xEEEEEEEEu);
   EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
   EXPECT_EQ(aclIndexToFreeIdx(7, 0, 0), CMN_ERR_BAD_PARAM);
-}
-
-TEST(AclListType, NumberRangesGiveTheirTypes) {
-  struct Case {
-    uint32_t lstIdx, type;
-  };
-  for (const Case& c :
-       {Case{0, 0}, Case{1, 1}, Case{1000, 1}, Case{1001, 2}, Case{2000, 2}, Case{2001, 4},
-        Case{3000, 4}, Case{3001, 3}, Case{4000, 3}, Case{4001, 5}, Case{5000, 5}, Case{5001, 8},
-        Case{6000, 8}, Case{6001, 0}, Case{0xFFFFFFFF, 0}}) {
-    EXPECT_EQ(aclListTypeGetByIndex(c.lstIdx), c.type) << c.lstIdx;
-  }
 }
 
 TEST(AclFuncMap, EverySlotCarriesItsIdAndMatchesTheClientsTable) {
