@@ -59,20 +59,6 @@ TEST_F(NextHopTest, FamilyTellsEqualLeadingBytesApart) {
   EXPECT_EQ(b->macFindFlag, 0);
 }
 
-TEST_F(NextHopTest, PoolsHoldSixteen) {
-  for (uint32_t n = 1; n <= ACL_DSTIP_NUM; ++n) {
-    const Bytes a = ip4(("198.51.100." + std::to_string(n)).c_str());
-    ASSERT_NE(aclDstIpEntryAdd(0, a.data(), 1), nullptr) << n;
-    ASSERT_NE(aclDstIpRuleEntryAdd(1001, n, 1), nullptr) << n;
-  }
-  const Bytes a = ip4("198.51.100.17");
-  EXPECT_EQ(aclDstIpEntryAdd(0, a.data(), 1), nullptr);
-  EXPECT_EQ(aclDstIpRuleEntryAdd(1001, 17, 1), nullptr);
-  EXPECT_EQ(aclDstIpRuleEntryGet(1001, 16, 1)->ruleIdx, 16u);
-  EXPECT_EQ(aclDstIpRuleEntryGet(1001, 16, 2), nullptr);
-  EXPECT_EQ(aclDstIpRuleEntryDel(nullptr), 0);
-}
-
 TEST_F(NextHopTest, SingleNextHopResolvesAndIsLost) {
   list(1001);
   validRule(1001, 1);

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "control/acl_slot.h"
@@ -48,28 +49,17 @@ class StartupTest : public ::testing::Test {
 TEST_F(StartupTest, DefaultsBuildTheWholeGroup) {
   ASSERT_EQ(aclOptInit(), 0);
   const AclGroup& g = gaclGrp;
-  EXPECT_EQ(g.maxLstNum, 64u);
-  EXPECT_EQ(g.maxLstRuleNum, 128u);
-  EXPECT_EQ(g.maxGruleNum, 1024u);
-  EXPECT_EQ(g.maxIfNum, 28u);
-  EXPECT_EQ(g.maxGemPortNum, 128u);
-  EXPECT_EQ(g.maxSlotNum, 288u);
-  EXPECT_EQ(g.maxBlackListNum, 128u);
-  EXPECT_EQ(g.carMin, 1000u);
-  EXPECT_EQ(g.carMax, 1024000u);
-  EXPECT_EQ(g.debugFlags, 0x100u);
-  EXPECT_EQ(g.dynamicBindEnable, 0);
-  EXPECT_EQ(g.redirectMultiEnable, 0);
-  for (const AclRuleNum& n : g.ruleNum) {
-    EXPECT_EQ(n.cur, 0);
-    EXPECT_EQ(n.max, 128);
-  }
-  EXPECT_EQ(poolEntries(g.ifListPool), 28u * 128 * 18);
-  EXPECT_EQ(poolEntries(g.shortRulePool), 10240u);
-  EXPECT_EQ(poolEntries(g.shortActionPool), 10240u);
-  EXPECT_EQ(poolEntries(g.longRulePool), 4096u);
-  EXPECT_EQ(poolEntries(g.gemPortListPool), 128u * 18);
-  EXPECT_EQ(poolEntries(g.dstIpPool), 16u);
+  EXPECT_EQ(
+      std::make_tuple(g.maxLstNum, g.maxLstRuleNum, g.maxGruleNum, g.maxIfNum, g.maxGemPortNum,
+                      g.maxSlotNum, g.maxBlackListNum, g.carMin, g.carMax, g.debugFlags),
+      std::make_tuple(64u, 128u, 1024u, 28u, 128u, 288u, 128u, 1000u, 1024000u, 0x100u));
+  EXPECT_EQ(std::make_tuple(g.dynamicBindEnable, g.redirectMultiEnable), std::make_tuple(0, 0));
+  EXPECT_EQ(std::make_tuple(poolEntries(g.ifListPool), poolEntries(g.shortRulePool),
+                            poolEntries(g.shortActionPool), poolEntries(g.longRulePool),
+                            poolEntries(g.gemPortListPool), poolEntries(g.dstIpPool)),
+            std::make_tuple(28u * 128 * 18, 10240u, 10240u, 4096u, 128u * 18, 16u));
+  for (const AclRuleNum& n : g.ruleNum)
+    EXPECT_EQ(std::make_tuple(n.cur, n.max), std::make_tuple(0, 128));
   SilMemPoolInfo grule{};
   ASSERT_TRUE(silMemPoolInfoGet(g.grulePool, &grule));
   EXPECT_TRUE(grule.indexed);
