@@ -1,6 +1,7 @@
 // Local clients that mean harm, or behave as if they did: noise on every socket of the run
-// directory, lines that once stopped the daemon, connections that never speak, a full descriptor
-// table and a flooded relay log. The daemon must stay up, answer, and not spin.
+// directory, connections that never speak, a full descriptor table and a flooded relay log. The
+// daemon must stay up, answer, and not spin. (Each request line that once stopped the device is
+// the device's own test.)
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -71,16 +72,6 @@ double idleCpu(pid_t pid) {
   return cpuSeconds(pid) - before;
 }
 
-// One reply line for one request line on an open device connection.
-json lineReply(int fd, const std::string& line) {
-  const std::string out = line + "\n";
-  if (::send(fd, out.data(), out.size(), MSG_NOSIGNAL) != ssize_t(out.size())) return nullptr;
-  std::string in;
-  char c;
-  while (::recv(fd, &c, 1, 0) == 1 && c != '\n') in.push_back(c);
-  return json::parse(in, nullptr, false);
-}
-
 class HostileE2e : public AclE2eTest {
  protected:
   std::string path(const std::string& name) const { return acl_->runDir() + "/" + name; }
@@ -91,7 +82,7 @@ class HostileE2e : public AclE2eTest {
   }
 };
 
-TEST_F(HostileE2e, NoiseOnEverySocketAndTheLinesThatOnceStoppedItLeaveItAnswering) {
+TEST_F(HostileE2e, NoiseOnEverySocketLeavesItAnswering) {
   std::mt19937 rng(20240611);
   std::uniform_int_distribution<size_t> length(1, 70000);
   struct Target {
@@ -121,20 +112,6 @@ TEST_F(HostileE2e, NoiseOnEverySocketAndTheLinesThatOnceStoppedItLeaveItAnswerin
     EXPECT_EQ(::send(fd, "", 0, 0), 0) << "an empty datagram";
     ::close(fd);
   }
-
-  const int dev = connectTo(path("acldev.socket"), SOCK_STREAM);
-  ASSERT_GE(dev, 0);
-  const std::string deep(100000, '[');
-  for (const std::string& line : {std::string("{\"op\":\"\xff\xfe\"}\xff"),
-                                  std::string(R"({"op":"show","x":1e400})"), deep + deep}) {
-    const json r = lineReply(dev, line);
-    ASSERT_TRUE(r.is_object()) << "no JSON reply to " << line.substr(0, 40);
-    EXPECT_EQ(r["ok"], false);
-    EXPECT_TRUE(r["error"].is_string());
-  }
-  // The connection is still usable.
-  EXPECT_TRUE(lineReply(dev, R"({"op":"show"})").value("ok", false));
-  ::close(dev);
   expectAnswering();
 }
 

@@ -11,25 +11,13 @@ using nlohmann::json;
 
 class MeterCounterE2e : public AclE2eTest {};
 
-TEST_F(MeterCounterE2e, RawCallsCreateValidateAndGuardReferencedMeters) {
-  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:2"})["ret"], 0);
-  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:1"})["ret"], 0);
-  EXPECT_EQ(run({"call", "meterGetApi", "5", "13", "u32:0"})["buf"]["u32"], 1);
-
+// The version strings as aclctl shows a descriptor answer. (The tables' commands, their refusals
+// and the reference guard are the meter and counter tests' business.)
+TEST_F(MeterCounterE2e, VersionStringsThroughRawCalls) {
   json v = run({"call", "meterScalarGetApi", "-", "17", "dlen:32"});
-  EXPECT_EQ(v["buf"]["len"], 17);
   EXPECT_EQ(v["buf"]["hex"], "4d455445525f56372e30302e30302e3030");  // METER_V7.00.00.00
-  v = run({"call", "counterScalarGetApi", "-", "2", "dlen:32"});
-  EXPECT_EQ(v["buf"]["len"], 19);
   v = run({"call", "counterScalarGetApi", "-", "2", "dlen:8"});
-  EXPECT_EQ(v["buf"]["len"], 8);
-  EXPECT_EQ(v["buf"]["hex"], "434f554e5445525f");  // COUNTER_
-
-  EXPECT_EQ(run({"call", "meterSetApi", "5", "12", "u32:1"})["ret"], 0);
-  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:4"})["ret_hex"], "0x03E8000B");
-  // A descriptor command given a value word never reaches the function.
-  run({"call", "meterScalarGetApi", "-", "17", "u32:0"}, 1);
-  run({"call", "counterGetApi", "1", "1", "p:00"}, 1);
+  EXPECT_EQ(v["buf"]["hex"], "434f554e5445525f");  // COUNTER_, cut to the room given
 }
 
 TEST_F(MeterCounterE2e, FriendlyCommandsRoundTrip) {
@@ -49,11 +37,8 @@ TEST_F(MeterCounterE2e, FriendlyCommandsRoundTrip) {
   shown = run({"--json", "counter", "show", "12"});
   expectFields(shown["counters"][0], {{"name", "counter12"}, {"color", 4}});
   run({"counter", "valid", "12"});
-  run({"call", "counterSetApi", "12", "2", "u32:2"});  // two rules hold it
-  json refused = run({"--json", "counter", "delete", "12"}, 1);
-  EXPECT_EQ(refused["ret_hex"], "0x03E8000B");
-  EXPECT_FALSE(refused["ok"]);
-  run({"counter", "show", "99"}, 1);
+  run({"counter", "delete", "12"});
+  run({"counter", "show", "12"}, 1);
   run({"meter", "set", "1"}, 2);
 }
 

@@ -124,10 +124,28 @@ struct PoolRow {
   std::vector<std::pair<std::string, std::string>> opts;
   std::function<void(PoolsE2e&)> fill;
   std::vector<std::string> refused;  // an `aclctl call` whose answer is JSON with "ret"
-  uint32_t ret;
-  std::string said;  // expected in the log (debug bit 0x2 on) or on the console; "" for none
-  size_t slots = 4;  // slot records once the device's cards are known
+  std::string said = "";             // expected in the log (debug bit 0x2 on) or on the console
+  uint32_t ret = 0x03E80001;         // the pool is empty
+  size_t slots = 4;                  // slot records once the device's cards are known
 };
+
+// Lists made by aclctl list and rule commands, each with one rule.
+void oneRule(PoolsE2e& t, const char* lst, std::vector<std::string> cmd) {
+  t.ok({"list", "create", lst});
+  t.ok({"rule", "create", lst, "1"});
+  cmd.insert(cmd.begin() + 1, {lst, "1"});
+  cmd.insert(cmd.begin(), "rule");
+  t.ok(cmd);
+}
+// Lists 1001 (count rules) and 1002 (one rule) redirecting to next hops, 1001 bound to 201.
+void nextHopsBound(PoolsE2e& t, uint32_t count, const std::function<uint32_t(uint32_t)>& hop,
+                   uint32_t hop1002) {
+  t.nextHopList(1001, count, hop);
+  t.nextHopList(1002, 1, [=](uint32_t) { return hop1002; });
+  t.ok({"if", "create", "201"});
+  t.ok({"if", "create", "202"});
+  t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
+}
 
 // The 18 typed and pre-stage slots of interface 201, one list of each type.
 void everyTypedSlot(PoolsE2e& t) {
@@ -156,24 +174,18 @@ const PoolRow kRows[] = {
        t.ok({"list", "create", "1001"});
        t.ok({"list", "create", "1002"});
      },
-     {"call", "aclLstSetApi", "1003", "9", "u32:2"},
-     0x03E80001,
-     ""},
+     {"call", "aclLstSetApi", "1003", "9", "u32:2"}},
     // The per-type maximum (128 by default) is far above the pool, so the pool refuses first.
     {"acl_rule",
      {{"acl.maxgrulenum", "3"}},
      [](PoolsE2e& t) { t.validRules(1001, 3); },
-     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 4), "57", "u32:2"},
-     0x03E80001,
-     ""},
+     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 4), "57", "u32:2"}},
     {"acl_if",
      {{"acl.maxifnum", "1"}},
      [](PoolsE2e& t) {
        t.ok({"if", "create", "201"});
      },
-     {"call", "aclIfSetApi", "202", "17", "u32:2"},
-     0x03E80001,
-     ""},
+     {"call", "aclIfSetApi", "202", "17", "u32:2"}},
     // Counted rules take one record per rule and interface; the binding that finds none is
     // taken back whole.
     {"acl_stats",
@@ -185,24 +197,19 @@ const PoolRow kRows[] = {
        t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
      },
      {"call", "aclIfSetApi", "202", "24", "u32:1001"},
-     0x03E80001,
      "ACL stats list is FULL!!"},
     // 1 interface x 1 rule x 18 entries: the 18 typed slots fill it, the untyped switch finds
     // it empty.
     {"acl_iflist",
      {{"acl.maxifnum", "1"}, {"acl.maxrulenum", "1"}},
      everyTypedSlot,
-     {"call", "aclIfSetApi", "201", "2", "u32:1"},
-     0x03E80001,
-     ""},
+     {"call", "aclIfSetApi", "201", "2", "u32:1"}},
     {"acl_onuport",
      {{"acl.maxgemportnum", "1"}},
      [](PoolsE2e& t) {
        t.ok({"gem", "create", "401/5/3"});
      },
-     {"call", "aclGemPortSetApi", kGem4014, "1", "u32:2"},
-     0x03E80001,
-     ""},
+     {"call", "aclGemPortSetApi", kGem4014, "1", "u32:2"}},
     // Always 128 entries: four systems of 32 slots.
     {"acl_blacklist",
      {},
@@ -218,9 +225,7 @@ const PoolRow kRows[] = {
        }
        t.batch(calls);
      },
-     {"--json", "blacklist", "add", "5", "1", "1001"},
-     0x03E80001,
-     ""},
+     {"--json", "blacklist", "add", "5", "1", "1001"}},
     // Filled by the device: the own slot and the first line card take both records, the cards
     // of slots 3 and 4 announced after them find none.
     {"acl_slot",
@@ -230,81 +235,62 @@ const PoolRow kRows[] = {
        t.ok({"if", "create", "301"});
      },
      {"call", "aclIfSetApi", "301", "24", "u32:1001"},
-     0x03EA0047,
      "",
+     0x03EA0047,
      2},
     // Always 16 of each: 16 rules with 16 distinct next hops fill both; a 17th address finds no
     // destination-IP entry, a 17th rule of a known address no destination-IP rule record.
     {"acl_dstip",
      {},
      [](PoolsE2e& t) {
-       t.nextHopList(1001, 16, [](uint32_t r) { return r; });
-       t.nextHopList(1002, 1, [](uint32_t) { return 17u; });
-       t.ok({"if", "create", "201"});
-       t.ok({"if", "create", "202"});
-       t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
+       nextHopsBound(
+           t, 16, [](uint32_t r) { return r; }, 17);
      },
      {"call", "aclIfSetApi", "202", "24", "u32:1002"},
-     0x03E80001,
      "filter 1002/1 destIp entry is NULL."},
     {"acl_dstiprule",
      {},
      [](PoolsE2e& t) {
-       t.nextHopList(1001, 16, [](uint32_t) { return 1u; });
-       t.nextHopList(1002, 1, [](uint32_t) { return 1u; });
-       t.ok({"if", "create", "201"});
-       t.ok({"if", "create", "202"});
-       t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
+       nextHopsBound(
+           t, 16, [](uint32_t) { return 1u; }, 1);
      },
      {"call", "aclIfSetApi", "202", "24", "u32:1002"},
-     0x03E80001,
      "filter 1002/1 destIpRule entry is NULL."},
     // One rule of 10 short values (ranges take two), then an ICMP type.
     {"acl_shortrule",
      {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       t.ok({"list", "create", "1001"});
-       t.ok({"rule", "create", "1001", "1"});
-       t.ok({"rule", "set", "1001", "1", "sport=1-2", "dport=3-4", "protocol=tcp", "tos=1", "ttl=3",
-             "ip-version=4", "fragment=1", "ip-options=1"});
+       oneRule(t, "1001",
+               {"set", "sport=1-2", "dport=3-4", "protocol=tcp", "tos=1", "ttl=3", "ip-version=4",
+                "fragment=1", "ip-options=1"});
      },
-     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "49", "u32:8"},
-     0x03E80001,
-     ""},
+     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "49", "u32:8"}},
     // Four long values (two IPv6 addresses, two MACs), then an IPv6 source mask.
     {"acl_longrule",
      {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       t.ok({"list", "create", "3001"});
-       t.ok({"rule", "create", "3001", "1"});
-       t.ok({"rule", "set", "3001", "1", "src=2001:db8::1", "dst=2001:db8::2",
-             "smac=00:11:22:33:44:55", "dmac=00:11:22:33:44:66"});
+       oneRule(t, "3001",
+               {"set", "src=2001:db8::1", "dst=2001:db8::2", "smac=00:11:22:33:44:55",
+                "dmac=00:11:22:33:44:66"});
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(3001, 1), "10",
-      "d:ffffffffffffffff0000000000000000"},
-     0x03E80001,
-     ""},
+      "d:ffffffffffffffff0000000000000000"}},
     // Ten short actions (four without a parameter, six with one), then the IP swap.
     {"acl_shortaction",
      {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       t.ok({"list", "create", "1001"});
-       t.ok({"rule", "create", "1001", "1"});
-       t.ok({"rule", "action", "1001", "1", "permit", "cpu-queue=1", "outer-dot1p=1",
-             "inner-dot1p=2", "cos=3", "dscp=4", "mirror-cpu", "loopback", "cpu", "vid-rewrite=5"});
+       oneRule(t, "1001",
+               {"action", "permit", "cpu-queue=1", "outer-dot1p=1", "inner-dot1p=2", "cos=3",
+                "dscp=4", "mirror-cpu", "loopback", "cpu", "vid-rewrite=5"});
      },
-     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "53", "d:0000000000080000"},
-     0x03E80001,
-     ""},
+     {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "53", "d:0000000000080000"}},
     // Two MAC rewrites and two IPv6 next hops of a multi-hop redirect, then a third next hop.
     {"acl_longaction",
      {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
        const std::string key = PoolsE2e::ruleKey(1001, 1);
-       t.ok({"list", "create", "1001"});
-       t.ok({"rule", "create", "1001", "1"});
-       t.ok({"rule", "action", "1001", "1", "da-rewrite=00:00:00:00:00:01",
-             "sa-rewrite=00:00:00:00:00:02"});
+       oneRule(t, "1001",
+               {"action", "da-rewrite=00:00:00:00:00:01", "sa-rewrite=00:00:00:00:00:02"});
        EXPECT_EQ(t.run({"call", "aclRuleSetApi", key, "53", "d:0000000000002000"})["ret"], 0);
        EXPECT_EQ(t.run({"call", "aclRuleSetApi", key, "54",
                         "d:1720010db8000000000000000000000001"
@@ -312,9 +298,7 @@ const PoolRow kRows[] = {
                  0);
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "54",
-      "d:1f20010db8000000000000000000000003"},
-     0x03E80001,
-     ""},
+      "d:1f20010db8000000000000000000000003"}},
 };
 
 TEST_F(PoolsE2e, EachPoolRefusesWhenEmptyAndKeepsWhatItHolds) {

@@ -32,18 +32,10 @@ TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
   }
   // The control card reports nothing: the default stays. Line cards report their own.
   EXPECT_EQ(type(slots[0], "vfp", "ipv4")["capacity"], 1024);
-  EXPECT_EQ(type(slots[1], "in", "ipv4"), (json{{"type", 1},
-                                                {"dir", "in"},
-                                                {"list", "ipv4"},
-                                                {"current", 0},
-                                                {"capacity", 1024},
-                                                {"free", 1024}}));
+  expectFields(type(slots[1], "in", "ipv4"), {{"type", 1}, {"current", 0}, {"free", 1024}});
   EXPECT_EQ(type(slots[3], "vfp", "udf")["capacity"], 256);
 
-  const json res = run({"--json", "slot", "resources", "1/2"})["resources"];
-  ASSERT_EQ(res.size(), 5u);
-  EXPECT_EQ(res[1]["stage"], "INGRESS");
-  EXPECT_EQ(res[1]["total"], 2048);
+  EXPECT_EQ(run({"--json", "slot", "resources", "1/2"})["resources"].size(), 5u);
 
   std::string out;
   EXPECT_EQ(acl_->aclctl({"slot", "show", "1/3"}, &out), 0);
