@@ -11,9 +11,14 @@ using nlohmann::json;
 
 class MeterCounterE2e : public AclE2eTest {};
 
-// The version strings as aclctl shows a descriptor answer. (The tables' commands, their refusals
-// and the reference guard are the meter and counter tests' business.)
-TEST_F(MeterCounterE2e, VersionStringsThroughRawCalls) {
+// Raw calls: a meter that one rule holds refuses its deletion, and the version strings as aclctl
+// shows a descriptor answer. (The tables' other commands and refusals are the meter and counter
+// tests' business.)
+TEST_F(MeterCounterE2e, RawCallsGuardAReferencedMeterAndAnswerTheVersions) {
+  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:2"})["ret"], 0);
+  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:1"})["ret"], 0);
+  EXPECT_EQ(run({"call", "meterSetApi", "5", "12", "u32:1"})["ret"], 0);
+  EXPECT_EQ(run({"call", "meterSetApi", "5", "13", "u32:4"})["ret_hex"], "0x03E8000B");
   json v = run({"call", "meterScalarGetApi", "-", "17", "dlen:32"});
   EXPECT_EQ(v["buf"]["hex"], "4d455445525f56372e30302e30302e3030");  // METER_V7.00.00.00
   v = run({"call", "counterScalarGetApi", "-", "2", "dlen:8"});
