@@ -19,11 +19,6 @@ class CpudefendTest : public InstallTest {
     for (auto& [k, e] : globalTable()) out.insert(k);
     return out;
   }
-  static int32_t exCall(int32_t (*fn)(uintptr_t), const Bytes& bytes, uint32_t len) {
-    Bytes copy = bytes;
-    wire::BufDesc d{copy.data(), len};
-    return fn(reinterpret_cast<uintptr_t>(&d));
-  }
   static Bytes args(uint32_t lst, uint32_t action, uint32_t cir = 0, uint32_t cbs = 0,
                     uint32_t ebs = 0, uint32_t car = 0) {
     Bytes b(24);
@@ -193,21 +188,6 @@ TEST_F(CpudefendTest, TransportTakesExactlyTwentyFourBytes) {
   // Any other command is accepted and does nothing.
   EXPECT_EQ(aclSlotSetApi(k, 9, 0), 0);
   // The slot scope has no hardware command of its own: nothing reaches the global table.
-  EXPECT_TRUE(globalTable().empty());
-}
-
-TEST_F(CpudefendTest, SlotInstallationReleasesItsTemporaryEntries) {
-  start({{"acl.tlvenable", "true"}});
-  validList(1001, {1, 2, 3});
-  const uint32_t values = valuesInUse();
-  auto key = slotKey(1, 3);
-  // The in-process convenience goes through the slot table, which takes the lock itself.
-  EXPECT_EQ(aclCpudefendSlotadd(key.data(), 1001, RULE_ACTION_DENY, 1, 2, 3, 1), 0);
-  EXPECT_EQ(aclCpudefendSlotdel(key.data(), 1001, RULE_ACTION_DENY, 1, 2, 3, 1), 0);
-  EXPECT_EQ(aclCpudefendSlotadd(key.data(), 1009, RULE_ACTION_DENY, 1, 2, 3, 1),
-            ACL_ERR_LIST_NOT_EXIST);
-  EXPECT_EQ(valuesInUse(), values);
-  EXPECT_EQ(aclRuleValueEntryGet(aclRuleEntryGetByIndex(1001, 1), RULE_BIT_APP), nullptr);
   EXPECT_TRUE(globalTable().empty());
 }
 

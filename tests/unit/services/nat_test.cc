@@ -28,11 +28,6 @@ class NatTest : public InstallTest {
     }
     return out;
   }
-  static int32_t exCall(int32_t (*fn)(uintptr_t), const Bytes& bytes, uint32_t len) {
-    Bytes copy = bytes;
-    wire::BufDesc d{copy.data(), len};
-    return fn(reinterpret_cast<uintptr_t>(&d));
-  }
   static Bytes args(uint32_t lst, uint32_t cmd, uint32_t dir) {
     Bytes b(12);
     be::store32(b, 0, lst);
