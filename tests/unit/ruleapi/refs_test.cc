@@ -18,12 +18,6 @@ class RuleRefs : public RuleApiTest {
     EXPECT_EQ(anomalies(), 0u) << "a reference was released more often than taken";
     RuleApiTest::TearDown();
   }
-  static size_t actionEntries(uint32_t rule) {
-    size_t n = 0;
-    AclRuleEntry* r = record(rule);
-    for (AclActionEntry* e = aclActionFirst(r); e != nullptr; e = aclActionNext(r, e)) ++n;
-    return n;
-  }
 };
 
 TEST_F(RuleRefs, MeterReferenceFollowsTheMeterId) {
