@@ -30,9 +30,10 @@ TEST_F(BlackListTest, InstallsDenyCopiesAimedAtTheSlot) {
     EXPECT_TRUE(aclBitTest(action, RULE_ACTION_DENY));
     EXPECT_FALSE(aclBitTest(action, RULE_ACTION_PERMIT));  // the rule's own actions are replaced
     EXPECT_TRUE(aclBitTest(std::span<const uint8_t>(d.data() + kBits, kBitsLen), RULE_BIT_ACTION));
-    EXPECT_EQ(be::load16(d, kProtoSubType), 6u);  // the match fields are the rule's
-    EXPECT_EQ(be::load32(d, kActiveRuleNum), 2u);
-    EXPECT_EQ(e.priority, std::get<1>(k));
+    // The match fields, the rule count and the priority are the rule's.
+    EXPECT_EQ(
+        std::make_tuple(be::load16(d, kProtoSubType), be::load32(d, kActiveRuleNum), e.priority),
+        std::make_tuple(uint16_t{6}, 2u, std::get<1>(k)));
     // Byte 24 = 2, system 1 is bit 0 of the system bitmap, slot 2 bit 1 of system 1's slots.
     Bytes want(40, 0);
     want[0] = 2;

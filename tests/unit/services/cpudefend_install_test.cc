@@ -2,6 +2,7 @@
 // undo of a failed installation, the rules left out, and the transport checks.
 #include <array>
 #include <set>
+#include <tuple>
 
 #include "api/acl_slot_api.h"
 #include "services/acl_cpudefend.h"
@@ -43,11 +44,9 @@ TEST_F(CpudefendTest, RecordFormCarriesAppActionAndRateLimit) {
     const std::span<const uint8_t> action(d.data() + kAction, kActionLen);
     EXPECT_TRUE(aclBitTest(action, RULE_ACTION_DENY));
     EXPECT_TRUE(aclBitTest(action, RULE_ACTION_PERMIT));  // the rule's own action stays
-    EXPECT_EQ(be::load32(d, kCir), 1000u);
-    EXPECT_EQ(be::load32(d, kCbs), 2000u);
-    EXPECT_EQ(be::load32(d, kEbs), 3000u);
-    EXPECT_EQ(d[kMeterType], 1);
-    EXPECT_EQ(d[kMeterMode], 1);
+    EXPECT_EQ(std::make_tuple(be::load32(d, kCir), be::load32(d, kCbs), be::load32(d, kEbs),
+                              int(d[kMeterType]), int(d[kMeterMode])),
+              std::make_tuple(1000u, 2000u, 3000u, 1, 1));
     const std::span<const uint8_t> bits(d.data() + kBits, kBitsLen);
     EXPECT_TRUE(aclBitTest(bits, RULE_BIT_OUTACTION));
     EXPECT_TRUE(aclBitTest(bits, RULE_BIT_METERID));

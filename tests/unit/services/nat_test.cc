@@ -52,9 +52,9 @@ TEST_F(NatTest, SendsValidRulesWithTheDirectionInTheRecord) {
   EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);
   // The record is the rule's: priority = rule number, the list's fields.
   const auto cmds = commands("zorScalarSetApi");
-  EXPECT_EQ(be::load16(cmds[0].data, kPriority), 1u);
-  EXPECT_EQ(be::load32(cmds[0].data, kLstIdx), 1001u);
-  EXPECT_EQ(be::load16(cmds[0].data, kProtoSubType), 6u);
+  EXPECT_EQ(std::make_tuple(be::load16(cmds[0].data, kPriority), be::load32(cmds[0].data, kLstIdx),
+                            be::load16(cmds[0].data, kProtoSubType)),
+            std::make_tuple(uint16_t{1}, 1001u, uint16_t{6}));
 }
 
 TEST_F(NatTest, StatusCheckAndListChecksRefuse) {
