@@ -51,20 +51,6 @@ TEST(StressPlan, EveryStepIsTakenAndRestoreGivesTheChassisBack) {
   vdev::resetForTest();
 }
 
-TEST(StressPlan, BuiltInChassisPlan) {
-  vdev::resetForTest();
-  const aclstress::ChassisPlan p =
-      aclstress::planFromModel(vdev::handleRequest({{"op", "show"}})["model"]);
-  // The last two ports of each Ethernet card come and go; the aggregation's members and one more
-  // port per card join and leave it; none of them is both.
-  EXPECT_EQ(aclstress::volatileInterfaces(p),
-            (std::set<uint32_t>{203, 204, 210, 211, 212, 303, 310, 311, 312, 1001}));
-  EXPECT_EQ(p.ports.size(), 4u);
-  EXPECT_EQ(p.memberPool, (std::vector<uint32_t>{203, 204, 303, 210, 310}));
-  EXPECT_EQ(p.cards.size(), 4u);
-  EXPECT_EQ(p.timeRanges, (std::map<uint32_t, bool>{{1, true}, {2, false}}));
-}
-
 TEST(StressPlan, StepNames) {
   using aclstress::DevStep;
   struct Case {

@@ -92,6 +92,7 @@ TEST_F(CounterTest, LifeCycle) {
   EXPECT_EQ(set(12, 4, 1), CMN_ERR_NOT_FOUND);
   EXPECT_EQ(set(12, kStatus, 1), CMN_ERR_NOT_FOUND);
   EXPECT_EQ(set(12, kStatus, 4), 0) << "deleting a missing counter succeeds";
+  EXPECT_EQ(set(65535, kStatus, 2), 0) << "the last record of the table";
   EXPECT_EQ(set(65536, kStatus, 2), 63) << "no record past the table";
   EXPECT_EQ(get(0, 6), 1u);
 }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/fault.h"
@@ -42,10 +44,9 @@ class MeterTest : public ::testing::Test {
 };
 
 TEST_F(MeterTest, DefaultsAndLimits) {
-  EXPECT_EQ(gMeterList.maxMeterNum, 256u);
-  EXPECT_EQ(gMeterList.curMeterNum, 256u);
-  EXPECT_EQ(gMeterList.maxProfileNum, 1024u);
-  EXPECT_EQ(gMeterList.maxBpsBurst, 16777088u);
+  EXPECT_EQ(std::make_tuple(gMeterList.maxMeterNum, gMeterList.curMeterNum,
+                            gMeterList.maxProfileNum, gMeterList.maxBpsBurst),
+            std::make_tuple(256u, 256u, 1024u, 16777088u));
   // Index 0 and one past the table are refused by get and set alike.
   for (uint32_t idx : {0u, 257u}) {
     int32_t ret = 0;
@@ -78,10 +79,9 @@ TEST_F(MeterTest, StatusLifeCycleAndActiveCount) {
   EXPECT_EQ(get(0, 14), 1u) << "free index of an empty table";
   EXPECT_EQ(set(5, kStatus, 1), CMN_ERR_NOT_FOUND) << "valid before created";
   ASSERT_EQ(set(5, kStatus, 2), 0);
-  EXPECT_EQ(get(5, kStatus), 3u);
-  EXPECT_EQ(get(5, 2), 1u) << "meter_mode starts at 1";
-  EXPECT_EQ(get(5, 3), 3u) << "CAR type starts at 3";
-  EXPECT_EQ(get(5, 10), 5u);
+  // Status created, meter mode 1, CAR type 3, attribute 10 at 5.
+  EXPECT_EQ(std::make_tuple(get(5, kStatus), get(5, 2), get(5, 3), get(5, 10)),
+            std::make_tuple(3u, 1u, 3u, 5u));
   EXPECT_EQ(set(5, kStatus, 3), 0) << "creating again changes nothing";
   ASSERT_EQ(set(5, kStatus, 1), 0);
   EXPECT_EQ(set(5, kStatus, 1), 0);

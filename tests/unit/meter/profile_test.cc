@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+
 #include "main/acl_group.h"
 #include "meter/meter.h"
 #include "platform/fault.h"
@@ -46,13 +49,13 @@ TEST_F(ProfileTest, CreatedWithDefaultNameAndWholeRecord) {
   Desc rec(48);
   rec.data[46] = 0xEE;  // bytes 46 and 47 are left as they were
   ASSERT_EQ(meterProfileGetApi(7, 10, rec.addr()), 0);
-  EXPECT_EQ(rec.desc.len, 48u);
-  EXPECT_EQ(rec.data[0], 3);
-  EXPECT_EQ(std::string(rec.data.begin() + 2, rec.data.begin() + 12), "meteronu-7");
-  EXPECT_EQ(be::load16(rec.data, 22), 10);
-  EXPECT_EQ(be::load32(rec.data, 24), 1000u);
-  EXPECT_EQ(rec.data[44], 0xFF) << "policing status keeps its low 8 bits";
-  EXPECT_EQ(rec.data[46], 0xEE);
+  // Length, status, name, name length, attribute 3, policing status (its low 8 bits) and the
+  // bytes 46 and 47 left as they were.
+  EXPECT_EQ(std::make_tuple(rec.desc.len, int(rec.data[0]),
+                            std::string(rec.data.begin() + 2, rec.data.begin() + 12),
+                            int(be::load16(rec.data, 22)), be::load32(rec.data, 24),
+                            int(rec.data[44]), int(rec.data[46])),
+            std::make_tuple(48u, 3, std::string("meteronu-7"), 10, 1000u, 0xFF, 0xEE));
   Desc shortRec(40);
   EXPECT_EQ(meterProfileGetApi(7, 10, shortRec.addr()), CMN_ERR_BUFFER_SHORT);
   Word free;

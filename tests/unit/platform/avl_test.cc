@@ -36,52 +36,35 @@ class AvlTest : public ::testing::Test {
   avl_tree_t tree;
   // Records outlive the tree, as pool entries do.
   std::vector<Rec> recs = std::vector<Rec>(512);
-  Rec a{}, b{}, dup{};
+  Rec dup{};
 };
 
-TEST_F(AvlTest, EmptyTreeAnswersNothing) {
-  EXPECT_TRUE(avl_is_empty(&tree));
-  EXPECT_EQ(avl_numnodes(&tree), 0u);
-  EXPECT_EQ(avl_first(&tree), nullptr);
-  EXPECT_EQ(avl_last(&tree), nullptr);
-  Rec k{0, {}, 5};
-  avl_index_t where = 0;
-  EXPECT_EQ(avl_find(&tree, &k, &where), nullptr);
-  EXPECT_EQ(avl_nearest(&tree, where, AVL_AFTER), nullptr);
-  EXPECT_EQ(avl_nearest(&tree, where, AVL_BEFORE), nullptr);
-}
-
-TEST_F(AvlTest, InsertAtFoundPointKeepsOrderAndDuplicateAddIsRefused) {
-  a.key = 7;
-  b.key = 3;
-  dup.key = 7;
-  avl_index_t where = 0;
-  ASSERT_EQ(avl_find(&tree, &a, &where), nullptr);
-  avl_insert(&tree, &a, where);
-  ASSERT_EQ(avl_find(&tree, &b, &where), nullptr);
-  avl_insert(&tree, &b, where);
-  EXPECT_EQ(avl_add(&tree, &dup), -1);
-  EXPECT_EQ(inOrder(), (std::vector<int>{3, 7}));
-  EXPECT_EQ(key(avl_last(&tree)), 7);
-  EXPECT_EQ(avl_walk(&tree, &a, AVL_BEFORE), &b);
-  EXPECT_EQ(avl_walk(&tree, &b, AVL_BEFORE), nullptr);
-}
-
-// Random inserts and removes against std::set: order, count, first/last, and the nearest
-// neighbours of a probe that is not in the tree, agree.
+// Random inserts (by add, or at the point a find left) and removes against std::set: order,
+// count, first/last, the refusal of a second record with a key in the tree, and the nearest
+// neighbours of a probe that is not in the tree, agree; the tree starts empty.
 TEST_F(AvlTest, RandomOperationsMatchReferenceSet) {
   constexpr int kKeys = 512;
   std::vector<bool> in(kKeys, false);
   std::set<int> ref;
   std::mt19937 rng(12345);
+  EXPECT_TRUE(avl_is_empty(&tree));
+  EXPECT_EQ(avl_first(&tree), nullptr);
+  EXPECT_EQ(avl_last(&tree), nullptr);
   for (int i = 0; i < kKeys; ++i) recs[i].key = i * 3;
   for (int step = 0; step < 20000; ++step) {
     const int i = static_cast<int>(rng() % kKeys);
     if (in[i]) {
+      dup.key = recs[i].key;
+      ASSERT_EQ(avl_add(&tree, &dup), -1);
       avl_remove(&tree, &recs[i]);
       ref.erase(recs[i].key);
-    } else {
+    } else if (step % 2 == 0) {
       ASSERT_EQ(avl_add(&tree, &recs[i]), 0);
+      ref.insert(recs[i].key);
+    } else {
+      avl_index_t where = 0;
+      ASSERT_EQ(avl_find(&tree, &recs[i], &where), nullptr);
+      avl_insert(&tree, &recs[i], where);
       ref.insert(recs[i].key);
     }
     in[i] = !in[i];
@@ -100,6 +83,9 @@ TEST_F(AvlTest, RandomOperationsMatchReferenceSet) {
         void* before = avl_nearest(&tree, where, AVL_BEFORE);
         ASSERT_EQ(after ? key(after) : -1, it == ref.end() ? -1 : *it);
         ASSERT_EQ(before ? key(before) : -1, it == ref.begin() ? -1 : *std::prev(it));
+        if (after) {
+          ASSERT_EQ(avl_walk(&tree, after, AVL_BEFORE), before);
+        }
       }
     }
   }

@@ -39,23 +39,6 @@ TEST(SemTest, RecursiveForHolderTimesOutForOthersAndRefusesForeignGive) {
   EXPECT_EQ(silSemLiveCount(), live);
 }
 
-TEST(SemTest, WaiterGetsTheSemaphoreWhenGiven) {
-  SIL_SEM_ID s = silCreateMSem(13);
-  ASSERT_EQ(silTakeSem(s, SIL_WAIT_FOREVER), 0);
-  std::atomic<bool> got{false};
-  std::thread waiter([&] {
-    silTakeSem(s, SIL_WAIT_FOREVER);
-    got = true;
-    silGiveSem(s);
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_FALSE(got);
-  silGiveSem(s);
-  waiter.join();
-  EXPECT_TRUE(got);
-  silDeleteSem(s);
-}
-
 std::atomic<int> gRuns{0};
 
 void loopUntilStopped(uintptr_t a, uintptr_t b) {

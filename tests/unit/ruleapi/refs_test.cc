@@ -18,12 +18,6 @@ class RuleRefs : public RuleApiTest {
     EXPECT_EQ(anomalies(), 0u) << "a reference was released more often than taken";
     RuleApiTest::TearDown();
   }
-  static size_t actionEntries(uint32_t rule) {
-    size_t n = 0;
-    AclRuleEntry* r = record(rule);
-    for (AclActionEntry* e = aclActionFirst(r); e != nullptr; e = aclActionNext(r, e)) ++n;
-    return n;
-  }
 };
 
 TEST_F(RuleRefs, MeterReferenceFollowsTheMeterId) {
@@ -44,9 +38,7 @@ TEST_F(RuleRefs, MeterReferenceFollowsTheMeterId) {
   ASSERT_EQ(setDesc(1, ACL_RULE_CMD_OUTACTIONPARAM, {0, 0, 0, 0, 9}), 0);
   ASSERT_EQ(set(1, ACL_RULE_CMD_METERID, ACL_RULE_DETACH), 0);
   EXPECT_EQ(meterRefs(2), 0);
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_METERID));
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_OUTACTION));
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_OUTACTIONPARAM));
+  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_FIELD_BITS), Bytes(12, 0)) << "no meter or out-action bit";
   EXPECT_EQ(get(1, ACL_RULE_CMD_METERID), 0u);
   EXPECT_EQ(actionEntries(1), 0u);
   EXPECT_EQ(set(1, ACL_RULE_CMD_METERID, ACL_RULE_DETACH), 0) << "nothing to detach";
@@ -198,9 +190,7 @@ TEST_F(RuleRefs, RemoveAllMarkerTakesEveryInActionAndItsReferences) {
   EXPECT_EQ(mirrorRefs(2), 0);
   EXPECT_EQ(counterRefs(1), 0);
   EXPECT_EQ(get(1, ACL_RULE_CMD_COUNTERID), 0u);
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_COUNTERID));
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_ACTION));
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_ACTIONPARAM));
+  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_FIELD_BITS), Bytes(12, 0)) << "no counter or action bit";
   EXPECT_EQ(actionEntries(1), 0u);
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_ACTION).size(), 0u);
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_ACTIONPARAM).size(), 0u);

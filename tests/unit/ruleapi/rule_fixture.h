@@ -12,8 +12,8 @@
 #include "api/acl_lst_api.h"
 #include "api/acl_rule_api.h"
 #include "api/acl_scalar_api.h"
-#include "platform/hwil.h"
 #include "platform/fault.h"
+#include "platform/hwil.h"
 #include "support/table_call.h"
 #include "unit/store/store_fixture.h"
 #include "wire/acl_bits.h"
@@ -157,6 +157,13 @@ class RuleApiTest : public storetest::StoreTest {
   }
   static int32_t meterRefs(uint32_t idx) { return meterGetRefcount(idx); }
   static int32_t counterRefs(uint32_t idx) { return counterGetRefcount(idx); }
+  // The action entries the rule holds, in- and out-actions.
+  static size_t actionEntries(uint32_t rule) {
+    size_t n = 0;
+    AclRuleEntry* r = record(rule);
+    for (AclActionEntry* e = aclActionFirst(r); e != nullptr; e = aclActionNext(r, e)) ++n;
+    return n;
+  }
 };
 
 }  // namespace ruletest

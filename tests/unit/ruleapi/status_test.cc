@@ -1,5 +1,7 @@
 // The life of a rule through set 57 (create, make valid, make invalid, delete) with the
 // announcements each step makes, the reset of an existing rule by status 2, and the move.
+#include <tuple>
+
 #include "unit/ruleapi/rule_fixture.h"
 
 namespace {
@@ -53,6 +55,7 @@ TEST_F(RuleStatus, CreatingAnExistingRuleEmptiesIt) {
   validMeter(1);
   validCounter(1);
   ASSERT_EQ(create(1), 0);
+  const Bytes empty = getDesc(1, ACL_RULE_CMD_RULE_IMAGE);  // bits, status and ids
   ASSERT_EQ(set(1, 14, 80), 0);
   ASSERT_EQ(setDesc(1, 11, {10, 0, 0, 1}), 0);
   ASSERT_EQ(set(1, ACL_RULE_CMD_METERID, 1), 0);
@@ -63,17 +66,11 @@ TEST_F(RuleStatus, CreatingAnExistingRuleEmptiesIt) {
   ASSERT_EQ(makeValid(1), 0);
 
   ASSERT_EQ(create(1), 0);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
-  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_FIELD_BITS), Bytes(12, 0));
+  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_RULE_IMAGE), empty);
   EXPECT_EQ(aclValueFirst(record(1)), nullptr);
   EXPECT_EQ(aclActionFirst(record(1)), nullptr);
-  EXPECT_EQ(get(1, 14), 0u);
-  EXPECT_EQ(getDesc(1, 11).size(), 0u);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_METERID), 0u);
-  EXPECT_EQ(meterRefs(1), 0);
-  EXPECT_EQ(counterRefs(1), 0);
-  EXPECT_EQ(timeRangeRefs(1), 0);
-  EXPECT_EQ(mirrorRefs(2), 0);
+  EXPECT_EQ(std::make_tuple(meterRefs(1), counterRefs(1), timeRangeRefs(1), mirrorRefs(2)),
+            std::make_tuple(0, 0, 0, 0));
   EXPECT_EQ(aclListEntryGet(kList)->ruleNum, 1u);
   EXPECT_EQ(ruleEvents().back(), (Event{251, kList, 1}));
 }

@@ -2,6 +2,7 @@
 // undo of a failed installation, the rules left out, and the transport checks.
 #include <array>
 #include <set>
+#include <tuple>
 
 #include "api/acl_slot_api.h"
 #include "services/acl_cpudefend.h"
@@ -18,11 +19,6 @@ class CpudefendTest : public InstallTest {
     std::set<HwKey> out;
     for (auto& [k, e] : globalTable()) out.insert(k);
     return out;
-  }
-  static int32_t exCall(int32_t (*fn)(uintptr_t), const Bytes& bytes, uint32_t len) {
-    Bytes copy = bytes;
-    wire::BufDesc d{copy.data(), len};
-    return fn(reinterpret_cast<uintptr_t>(&d));
   }
   static Bytes args(uint32_t lst, uint32_t action, uint32_t cir = 0, uint32_t cbs = 0,
                     uint32_t ebs = 0, uint32_t car = 0) {
@@ -48,11 +44,9 @@ TEST_F(CpudefendTest, RecordFormCarriesAppActionAndRateLimit) {
     const std::span<const uint8_t> action(d.data() + kAction, kActionLen);
     EXPECT_TRUE(aclBitTest(action, RULE_ACTION_DENY));
     EXPECT_TRUE(aclBitTest(action, RULE_ACTION_PERMIT));  // the rule's own action stays
-    EXPECT_EQ(be::load32(d, kCir), 1000u);
-    EXPECT_EQ(be::load32(d, kCbs), 2000u);
-    EXPECT_EQ(be::load32(d, kEbs), 3000u);
-    EXPECT_EQ(d[kMeterType], 1);
-    EXPECT_EQ(d[kMeterMode], 1);
+    EXPECT_EQ(std::make_tuple(be::load32(d, kCir), be::load32(d, kCbs), be::load32(d, kEbs),
+                              int(d[kMeterType]), int(d[kMeterMode])),
+              std::make_tuple(1000u, 2000u, 3000u, 1, 1));
     const std::span<const uint8_t> bits(d.data() + kBits, kBitsLen);
     EXPECT_TRUE(aclBitTest(bits, RULE_BIT_OUTACTION));
     EXPECT_TRUE(aclBitTest(bits, RULE_BIT_METERID));
@@ -193,21 +187,6 @@ TEST_F(CpudefendTest, TransportTakesExactlyTwentyFourBytes) {
   // Any other command is accepted and does nothing.
   EXPECT_EQ(aclSlotSetApi(k, 9, 0), 0);
   // The slot scope has no hardware command of its own: nothing reaches the global table.
-  EXPECT_TRUE(globalTable().empty());
-}
-
-TEST_F(CpudefendTest, SlotInstallationReleasesItsTemporaryEntries) {
-  start({{"acl.tlvenable", "true"}});
-  validList(1001, {1, 2, 3});
-  const uint32_t values = valuesInUse();
-  auto key = slotKey(1, 3);
-  // The in-process convenience goes through the slot table, which takes the lock itself.
-  EXPECT_EQ(aclCpudefendSlotadd(key.data(), 1001, RULE_ACTION_DENY, 1, 2, 3, 1), 0);
-  EXPECT_EQ(aclCpudefendSlotdel(key.data(), 1001, RULE_ACTION_DENY, 1, 2, 3, 1), 0);
-  EXPECT_EQ(aclCpudefendSlotadd(key.data(), 1009, RULE_ACTION_DENY, 1, 2, 3, 1),
-            ACL_ERR_LIST_NOT_EXIST);
-  EXPECT_EQ(valuesInUse(), values);
-  EXPECT_EQ(aclRuleValueEntryGet(aclRuleEntryGetByIndex(1001, 1), RULE_BIT_APP), nullptr);
   EXPECT_TRUE(globalTable().empty());
 }
 

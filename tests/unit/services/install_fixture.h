@@ -21,6 +21,7 @@
 #include "wire/acl_dev_layout.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
+#include "wire/buf_desc.h"
 
 namespace svctest {
 
@@ -95,6 +96,12 @@ class InstallTest : public storetest::StoreTest {
     return out;
   }
 
+  // fn called with the first len bytes of bytes in a descriptor, as the command server calls it.
+  static int32_t exCall(int32_t (*fn)(uintptr_t), const Bytes& bytes, uint32_t len) {
+    Bytes copy = bytes;
+    wire::BufDesc d{copy.data(), len};
+    return fn(reinterpret_cast<uintptr_t>(&d));
+  }
   static std::array<uint8_t, 8> slotKey(uint32_t sys, uint32_t slot) {
     std::array<uint8_t, 8> k{};
     be::store32(k, 0, sys);

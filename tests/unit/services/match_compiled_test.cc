@@ -178,29 +178,5 @@ TEST_F(CompiledMatchTest, AnswersAsTheRuleWalkOnRandomListsAndChanges) {
   ASSERT_NO_FATAL_FAILURE(query(kHybrid, false));
 }
 
-TEST_F(CompiledMatchTest, AChangeThroughTheTableIsSeenByTheNextQuery) {
-  add({.rule = 1, .src = v4("10.0.0.0"), .srcLen = 8, .actions = {RULE_ACTION_PERMIT}});
-  const Bytes q = addrQuery(ACL_MATCH_FAMILY_IPV4, v4("10.1.2.3"), 32);
-  EXPECT_EQ(ask(kList, 10, q), 0);
-  EXPECT_EQ(aclCompiledCount(), 1u);
-  // Each change, then the same query through the list get: the answer follows the change.
-  Bytes clear(8, 0), deny(8, 0);
-  aclBitSet(clear, RULE_ACTION_INVALID);
-  aclBitSet(deny, RULE_ACTION_DENY);
-  ASSERT_EQ(setValue(kList, 1, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_INVALID), 0);
-  ASSERT_EQ(setBytes(kList, 1, ACL_RULE_CMD_ACTION, clear), 0);
-  ASSERT_EQ(setBytes(kList, 1, ACL_RULE_CMD_ACTION, deny), 0);
-  EXPECT_EQ(ask(kList, 10, q), -1) << "rule 1 now denies";
-  add({.rule = 2, .src = v4("10.1.0.0"), .srcLen = 16, .actions = {RULE_ACTION_PERMIT}});
-  EXPECT_EQ(ask(kList, 10, q), -1) << "rule 1 still decides first";
-  ASSERT_EQ(setValue(kList, 1, 9, 24), 0);
-  EXPECT_EQ(ask(kList, 10, q), 0) << "rule 1 is /24 now: rule 2 decides";
-  ASSERT_EQ(setValue(kList, 2, ACL_RULE_CMD_STATUS, ACL_RULE_STATUS_SET_DELETE), 0);
-  EXPECT_EQ(ask(kList, 10, q), -1);
-  ASSERT_EQ(test::callValue(aclLstSetApi, kList, 9, ACL_LST_STATUS_DELETE), 0);
-  EXPECT_EQ(ask(kList, 10, q), ACL_ERR_LIST_NOT_EXIST);
-  EXPECT_EQ(aclCompiledCount(), 0u) << "the deleted list's compiled form is gone";
-}
-
 }  // namespace
 }  // namespace matchtest

@@ -28,11 +28,6 @@ class NatTest : public InstallTest {
     }
     return out;
   }
-  static int32_t exCall(int32_t (*fn)(uintptr_t), const Bytes& bytes, uint32_t len) {
-    Bytes copy = bytes;
-    wire::BufDesc d{copy.data(), len};
-    return fn(reinterpret_cast<uintptr_t>(&d));
-  }
   static Bytes args(uint32_t lst, uint32_t cmd, uint32_t dir) {
     Bytes b(12);
     be::store32(b, 0, lst);
@@ -57,9 +52,9 @@ TEST_F(NatTest, SendsValidRulesWithTheDirectionInTheRecord) {
   EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);
   // The record is the rule's: priority = rule number, the list's fields.
   const auto cmds = commands("zorScalarSetApi");
-  EXPECT_EQ(be::load16(cmds[0].data, kPriority), 1u);
-  EXPECT_EQ(be::load32(cmds[0].data, kLstIdx), 1001u);
-  EXPECT_EQ(be::load16(cmds[0].data, kProtoSubType), 6u);
+  EXPECT_EQ(std::make_tuple(be::load16(cmds[0].data, kPriority), be::load32(cmds[0].data, kLstIdx),
+                            be::load16(cmds[0].data, kProtoSubType)),
+            std::make_tuple(uint16_t{1}, 1001u, uint16_t{6}));
 }
 
 TEST_F(NatTest, StatusCheckAndListChecksRefuse) {

@@ -1,5 +1,6 @@
-// Parameter blocks both ways (in-actions and out-actions, with and without TLV rules) and the
-// expansion of a rule into the rule parameter record.
+// Parameter blocks both ways (in-actions, and out-actions of TLV rules) and the expansion of a
+// rule into the rule parameter record. Action bits becoming entries, and out-actions without TLV
+// rules, are the rule table's tests' business.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -32,17 +33,6 @@ class ParamTest : public StoreTest {
   }
   AclRuleEntry* r = nullptr;
 };
-
-TEST_F(ParamTest, NewParameterlessBitsBecomeEntriesOnce) {
-  setActions({RULE_ACTION_PERMIT, RULE_ACTION_COS, RULE_ACTION_MIRROR_CPU});
-  ASSERT_EQ(aclActionBit2Entry(r), 0);
-  EXPECT_NE(aclActionEntryGet(r, RULE_ACTION_PERMIT, ACL_ACTION_NO_SLOT), nullptr);
-  EXPECT_NE(aclActionEntryGet(r, RULE_ACTION_MIRROR_CPU, ACL_ACTION_NO_SLOT), nullptr);
-  EXPECT_EQ(actionCount(), 2u) << "COS takes a parameter and gets no entry here";
-  setActions({RULE_ACTION_DENY});
-  ASSERT_EQ(aclActionBit2Entry(r), 0);
-  EXPECT_EQ(actionCount(), 3u) << "bits already there are not added again";
-}
 
 TEST_F(ParamTest, InActionBlockRoundTrip) {
   setActions({RULE_ACTION_COS, RULE_ACTION_OUTPUT_PORT, RULE_ACTION_DA_REWRITE,
@@ -81,39 +71,6 @@ TEST_F(ParamTest, InActionBlockRoundTrip) {
   EXPECT_EQ(aclActionEntry2Param(nullptr, out), CMN_ERR_BAD_PARAM);
   EXPECT_EQ(aclActionParam2Entry(r, {}), CMN_ERR_BAD_PARAM);
   EXPECT_EQ(aclActionParam2Entry(r, std::span(in).first(175)), CMN_ERR_BUFFER_SHORT);
-}
-
-TEST_F(ParamTest, OutputPortWithAZeroSecondHalfMakesOneEntry) {
-  setActions({RULE_ACTION_OUTPUT_PORT});
-  std::array<uint8_t, ACL_ACTION_PARAM_LEN> in{};
-  in[11 * 4] = 0x80;
-  ASSERT_EQ(aclActionParam2Entry(r, in), 0);
-  EXPECT_EQ(actionCount(), 1u);
-  ASSERT_NE(aclActionEntryGet(r, RULE_ACTION_OUTPUT_PORT, 11), nullptr);
-  // Parameters of actions that are not set are ignored.
-  in[1 * 4 + 3] = 7;
-  ASSERT_EQ(aclActionParam2Entry(r, in), 0);
-  EXPECT_EQ(actionCount(), 1u);
-}
-
-TEST_F(ParamTest, OutActionsWithoutTlv) {
-  aclBitSet(r->outActionBits, 1);  // OUTDROP
-  aclBitSet(r->outActionBits, 5);  // YP DSCP, word 1
-  ASSERT_EQ(aclOutActionBit2Entry(r), 0);
-  EXPECT_NE(aclActionEntryGet(r, 65, ACL_ACTION_NO_SLOT), nullptr);
-  std::array<uint8_t, ACL_OUT_ACTION_PARAM_LEN> in{};
-  be::store32(std::span<uint8_t>(in), 4, 46);
-  ASSERT_EQ(aclOutActionParam2Entry(r, in), 0);
-  EXPECT_NE(aclActionEntryGet(r, 69, 1), nullptr);
-  std::array<uint8_t, ACL_OUT_ACTION_PARAM_LEN> out;
-  out.fill(0xEE);
-  ASSERT_EQ(aclOutActionEntry2Param(r, out), 0);
-  EXPECT_EQ(out, in);
-  EXPECT_EQ(aclOutActionEntry2Param(r, std::span(out).first(23)), CMN_ERR_BUFFER_SHORT);
-  // The out-actions go with the out-action list, the in-actions stay.
-  ASSERT_EQ(aclShortActionEntryAdd(r, RULE_ACTION_PERMIT, 0, nullptr, 0), 0);
-  aclOutActionListDel(r);
-  EXPECT_EQ(actionCount(), 1u);
 }
 
 TEST_F(ParamTest, OutActionsWithTlvUseTheirOwnCodes) {

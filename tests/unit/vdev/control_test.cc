@@ -1,17 +1,13 @@
-// Control requests: inspection, model changes, bad requests, registered ops, and tasks at once.
+// Control requests: inspection, model changes and registered ops. Bad requests are the hostile
+// input tests' business; requests while the daemon's tasks call the device, the stress run's.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
-#include "client/dev_client.h"
 #include "platform/hwil.h"
 #include "platform/ifmgr.h"
 #include "platform/proc.h"
 #include "platform/timerange.h"
 #include "platform/vdev/control.h"
 #include "platform/vdev/vdev.h"
-#include "support/run_dir.h"
 #include "wire/be.h"
 
 namespace {
@@ -103,26 +99,10 @@ TEST_F(ControlTest, ModelChangesAreCheckedLikeADeviceFile) {
   EXPECT_EQ(zorHwilCardGet(key, 0x02EE002B, nullptr), 0);
   ASSERT_TRUE(req({{"op", "card.set"}, {"system", 1}, {"slot", 6}})["ok"]);
   EXPECT_NE(zorHwilCardGet(key, 0x02EE002B, nullptr), 0);
-  ASSERT_TRUE(req({{"op", "timerange.set"}, {"id", 2}, {"active", true}})["ok"]);
-  ASSERT_EQ(timerangeListGetApi(2, 11, w), 0);
-  EXPECT_EQ(be::load32(w), 1u);
   EXPECT_EQ(req({{"op", "timerange.set"}, {"id", 2}, {"active", "yes"}})["error"],
             "request.active: expected true or false");
   ASSERT_EQ(timerangeListGetApi(2, 11, w), 0);
-  EXPECT_EQ(be::load32(w), 1u);
-}
-
-TEST_F(ControlTest, MalformedRequestsGetErrors) {
-  for (const json& r : {json::array(), json{{"nop", 1}}, json{{"op", "launch"}},
-                        json{{"op", "hw"}, {"scope", "unit"}},  // unit missing
-                        json{{"op", "relays"}, {"since", -4}}, json{{"op", "interface.set"}, {"interface", 5}},
-                        json{{"op", "interface.remove"}, {"index", 4242}},
-                        json{{"op", "model.load"}, {"model", {{"self", 1}}}}}) {
-    EXPECT_FALSE(req(r)["ok"]) << r.dump();
-  }
-  // The model survived all of it.
-  EXPECT_EQ(zorSelfSlotIndex(), 1u);
-  EXPECT_TRUE(req({{"op", "show"}})["ok"]);
+  EXPECT_EQ(be::load32(w), 0u) << "a refused change leaves the range as it was";
 }
 
 TEST_F(ControlTest, RegisteredOpsAnswerByNameAndCannotShadowBuiltIns) {
@@ -138,49 +118,6 @@ TEST_F(ControlTest, RegisteredOpsAnswerByNameAndCannotShadowBuiltIns) {
   const json gone = vdev::handleRequest({{"op", "test.op"}});
   EXPECT_EQ(gone["ok"], false);
   EXPECT_EQ(gone["error"], "unknown op \"test.op\"");
-}
-
-}  // namespace
-
-namespace {
-
-// The daemon's two tasks call the platform while an operator inspects and changes the device.
-TEST_F(ControlTest, CallsAndRequestsFromSeveralTasksKeepTablesConsistent) {
-  test::TempRunDir dir;
-  ASSERT_EQ(vdev::serve(), 0);
-  const std::string path = dir.path() + "/acldev.socket";
-  std::atomic<bool> failed{false};
-  auto installer = [&](uint32_t unit) {
-    std::vector<uint8_t> rec(508, 0), opt(64, 0);
-    for (uint32_t rule = 1; rule <= 200; ++rule) {
-      be::store32(rec, 476, 3001);
-      be::store32(rec, 480, rule);
-      if (zorHwilCmdSetApi(unit, HWIL_CMD_IF_ADD, rec.data(), opt.data()) != 0) failed = true;
-      if (rule % 2 == 0 && zorHwilCmdSetApi(unit, HWIL_CMD_IF_DEL, rec.data(), opt.data()) != 0) {
-        failed = true;
-      }
-      uint8_t loc[32];
-      if (zorIndexTrans(unit, ZOR_TRANS_LOCATION, loc) != 0) failed = true;
-    }
-  };
-  std::thread a(installer, 201), b(installer, 301);
-  json reply;
-  std::string err;
-  for (int i = 0; i < 20; ++i) {
-    ASSERT_TRUE(aclclient::devRequest(path, {{"op", "hw"}}, &reply, &err)) << err;
-    ASSERT_TRUE(aclclient::devRequest(
-        path, {{"op", "timerange.set"}, {"id", 1}, {"active", i % 2 == 0}}, &reply, &err))
-        << err;
-  }
-  a.join();
-  b.join();
-  EXPECT_FALSE(failed);
-  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "hw"}}, &reply, &err)) << err;
-  ASSERT_EQ(reply["tables"].size(), 2u);
-  EXPECT_EQ(reply["tables"][0]["entries"].size(), 100u);
-  EXPECT_EQ(reply["tables"][1]["entries"].size(), 100u);
-  ASSERT_TRUE(aclclient::devRequest(path, {{"op", "anomalies"}}, &reply, &err)) << err;
-  EXPECT_TRUE(reply["anomalies"].empty());
 }
 
 }  // namespace

@@ -92,10 +92,8 @@ TEST_F(HwTablesTest, EachScopeKeepsItsOwnRules) {
   EXPECT_EQ(entries({1, 202, 0, 0}), 1u);
   EXPECT_EQ(entries({2, 401, 7, 3}), 1u);
   const auto& e = table({1, 201, 0, 0})->entries.begin()->second;
-  EXPECT_EQ(e.list, 1001u);
-  EXPECT_EQ(e.rule, 5u);
-  EXPECT_EQ(e.dir, 0u);
-  EXPECT_EQ(e.priority, 4101u);
+  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority),
+            std::make_tuple(1001u, 5u, 0u, 4101u));
   EXPECT_EQ(e.data, r);
   EXPECT_EQ(e.options, o);  // the target travels with the entry
 
@@ -264,8 +262,8 @@ TEST_F(HwTablesTest, GemFaultAimsAtOneOnuAndGemPort) {
     be::store32(std::span<uint8_t>(k), 8, gem);
     return k;
   };
-  plat::faultAdd({.call = "zorHwilCmdSetApi", .unit = 401, .onu = 7, .gem = 3, .result = 9,
-                  .count = -1});
+  plat::faultAdd(
+      {.call = "zorHwilCmdSetApi", .unit = 401, .onu = 7, .gem = 3, .result = 9, .count = -1});
   auto other = gemKey(7, 4), otherOnu = gemKey(8, 3), target = gemKey(7, 3);
   EXPECT_EQ(add(reinterpret_cast<uintptr_t>(other.data()), HWIL_CMD_GEM_ADD, r), 0);
   EXPECT_EQ(add(reinterpret_cast<uintptr_t>(otherOnu.data()), HWIL_CMD_GEM_ADD, r), 0);

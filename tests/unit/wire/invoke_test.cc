@@ -1,5 +1,6 @@
 // The call the server makes from a request: what each shape hands the function, and that only
-// memory the call owns comes back, however the function treats its arguments.
+// memory the call owns comes back, however the function treats its arguments. (Missing and empty
+// buffers, and value words, are the payload tests' and the end-to-end tests' business.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -14,46 +15,7 @@ namespace {
 using wire::BufShape;
 using wire::KeyShape;
 
-struct Seen {
-  int calls = 0;
-  uintptr_t a1 = 0, a2 = 0, a3 = 0;
-};
-Seen gSeen;
-
-int32_t record(uintptr_t a1, uintptr_t a2, uintptr_t a3) {
-  ++gSeen.calls;
-  gSeen.a1 = a1;
-  gSeen.a2 = a2;
-  gSeen.a3 = a3;
-  return 0;
-}
-
-class WireInvoke : public ::testing::Test {
- protected:
-  void SetUp() override { gSeen = {}; }
-};
-
-TEST_F(WireInvoke, ValueWordGoesInBigEndianAndComesBack) {
-  wire::Request r;
-  r.funcId = 7;
-  r.cmd = 9;
-  r.keyShape = KeyShape::Value;
-  r.keyValue = 2001;
-  r.bufShape = BufShape::Value;
-  r.bufValue = 0x01020304;
-  const auto resp = wire::invoke(r, [](uintptr_t key, uintptr_t cmd, uintptr_t buf) -> int32_t {
-    auto* p = reinterpret_cast<uint8_t*>(buf);
-    if (key != 2001 || cmd != 9 || p[0] != 1 || p[3] != 4) return 99;
-    be::store32(p, 0xCAFEF00D);
-    return -5;
-  });
-  EXPECT_EQ(resp.result, -5);
-  EXPECT_EQ(resp.bufShape, BufShape::Value);
-  EXPECT_EQ(resp.bufValue, 0xCAFEF00Du);
-  EXPECT_EQ(resp.keyShape, KeyShape::None);  // a key by value is not written back
-}
-
-TEST_F(WireInvoke, DescriptorCarriesInputAndOnlyTheOwnedAreaComesBack) {
+TEST(WireInvoke, DescriptorCarriesInputAndOnlyTheOwnedAreaComesBack) {
   wire::Request r;
   r.funcId = 6;
   r.cmd = 1;
@@ -81,18 +43,9 @@ TEST_F(WireInvoke, DescriptorCarriesInputAndOnlyTheOwnedAreaComesBack) {
   });
   EXPECT_EQ(resp.descLen, 100000u);
   EXPECT_EQ(resp.data.size(), 8u);
-
-  // Capacity 0: a descriptor with a null data address.
-  r.descCapacity = 0;
-  r.data.clear();
-  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
-    const auto* d = reinterpret_cast<const wire::BufDesc*>(buf);
-    return d->data == nullptr && d->len == 0 ? 22 : 99;
-  });
-  EXPECT_EQ(resp.result, 22);
 }
 
-TEST_F(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
+TEST(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
   wire::Request r;
   r.funcId = 12;
   r.cmd = 30;
@@ -115,13 +68,6 @@ TEST_F(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
   EXPECT_EQ(resp.key[3], 7);
   EXPECT_EQ(resp.key[11], 1);
 
-  // A pointer without a record is a word holding a null address.
-  r.data.clear();
-  resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
-    return *reinterpret_cast<void**>(buf) == nullptr ? 0x03E8001A : 99;
-  });
-  EXPECT_EQ(resp.result, 0x03E8001A);
-
   // A raw record is handed over directly.
   r.bufShape = BufShape::Raw;
   r.data = {1, 2, 3};
@@ -132,18 +78,7 @@ TEST_F(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
   EXPECT_EQ(resp.data.size(), 3u);
 }
 
-TEST_F(WireInvoke, NullBufferIsANullPointer) {
-  wire::Request r;
-  r.funcId = 7;
-  r.cmd = 9;
-  r.keyShape = KeyShape::Value;
-  r.keyValue = 1;
-  wire::invoke(r, record);
-  ASSERT_EQ(gSeen.calls, 1);
-  EXPECT_EQ(gSeen.a3, 0u);
-}
-
-TEST_F(WireInvoke, WalksGetAKeyAreaAndIndexConversionAValueWord) {
+TEST(WireInvoke, WalksGetAKeyArea) {
   wire::Request first;
   first.funcId = 4;  // aclLstGetFirst
   first.keyShape = KeyShape::Bytes;
@@ -169,28 +104,6 @@ TEST_F(WireInvoke, WalksGetAKeyAreaAndIndexConversionAValueWord) {
   EXPECT_EQ(resp.result, 0);
   ASSERT_EQ(resp.key.size(), 28u);
   EXPECT_EQ(resp.key[27], 0x5A);
-
-  wire::Request conv;
-  conv.funcId = 45;
-  conv.keyShape = KeyShape::Value;
-  conv.keyValue = 7;
-  conv.bufShape = BufShape::Value;
-  resp = wire::invoke(conv, [](uintptr_t idx, uintptr_t word, uintptr_t a3) -> int32_t {
-    be::store32(reinterpret_cast<void*>(word), static_cast<uint32_t>(idx) * 2);
-    return a3 == 0 ? 0 : 99;
-  });
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.bufValue, 14u);
-}
-
-TEST_F(WireInvoke, MissingFunctionsAnswerMinusOneWithoutACall) {
-  wire::Request r;
-  r.funcId = 7;
-  r.keyShape = KeyShape::Value;
-  EXPECT_EQ(wire::invoke(r, nullptr).result, -1);
-  r.funcId = 47;  // an empty slot, even with something to call
-  EXPECT_EQ(wire::invoke(r, record).result, -1);
-  EXPECT_EQ(gSeen.calls, 0);
 }
 
 }  // namespace

@@ -22,89 +22,76 @@ wire::Request req(uint32_t funcId, KeyShape ks, size_t keyLen, BufShape bs, size
   return r;
 }
 
-TEST(WireSchema, FunctionIdsPastTheTableAreUnknownAndEmptySlotsPass) {
-  EXPECT_EQ(wire::checkRequest(req(87, KeyShape::None, 0, BufShape::None)),
-            Status::UnknownFunction);
-  EXPECT_EQ(wire::checkRequest(req(0xFFFFFFFF, KeyShape::None, 0, BufShape::None)),
-            Status::UnknownFunction);
-  // Empty slots answer -1 whatever they carry, as the daemon always has.
-  for (uint32_t id : {0u, 31u, 44u, 47u, 74u}) {
-    EXPECT_EQ(wire::checkRequest(req(id, KeyShape::Bytes, 3, BufShape::Raw, 9)), Status::Ok) << id;
+// One request shape per row and the check's answer.
+TEST(WireSchema, EachFunctionTakesOnlyItsShapes) {
+  constexpr size_t kMax = wire::kMaxRecordLen;
+  const struct {
+    const char* what;
+    uint32_t funcId, cmd;
+    KeyShape ks;
+    size_t keyLen;
+    BufShape bs;
+    size_t dataLen;
+    Status want;
+  } cases[] = {
+      {"id past the table", 87, 0, KeyShape::None, 0, BufShape::None, 0, Status::UnknownFunction},
+      {"largest id", 0xFFFFFFFF, 0, KeyShape::None, 0, BufShape::None, 0, Status::UnknownFunction},
+      // Empty slots answer -1 whatever they carry, as the daemon always has.
+      {"empty slot 0", 0, 0, KeyShape::Bytes, 3, BufShape::Raw, 9, Status::Ok},
+      {"empty slot 31", 31, 0, KeyShape::Bytes, 3, BufShape::Raw, 9, Status::Ok},
+      {"empty slot 74", 74, 0, KeyShape::Bytes, 3, BufShape::Raw, 9, Status::Ok},
+      // Keys of the family's width: rule 12, statistics 28, GEM port bind list 24, slot 8.
+      {"rule key", 11, 0, KeyShape::Bytes, 12, BufShape::Desc, 0, Status::Ok},
+      {"short rule key", 11, 0, KeyShape::Bytes, 11, BufShape::Value, 0, Status::Schema},
+      {"long rule key", 11, 0, KeyShape::Bytes, 13, BufShape::Value, 0, Status::Schema},
+      {"rule key by value", 11, 0, KeyShape::Value, 0, BufShape::Value, 0, Status::Schema},
+      {"statistics key", 24, 0, KeyShape::Bytes, 28, BufShape::Value, 0, Status::Ok},
+      {"short statistics key", 24, 0, KeyShape::Bytes, 12, BufShape::Value, 0, Status::Schema},
+      {"GEM port key", 76, 0, KeyShape::Bytes, 24, BufShape::None, 0, Status::Ok},
+      {"slot key", 48, 0, KeyShape::Bytes, 8, BufShape::Desc, 24, Status::Ok},
+      {"short slot key", 48, 0, KeyShape::Bytes, 7, BufShape::Desc, 24, Status::Schema},
+      // Value-keyed tables take the key by value, never as bytes; scalars absent or a value.
+      {"list key", 7, 0, KeyShape::Value, 0, BufShape::Value, 0, Status::Ok},
+      {"list key as bytes", 7, 0, KeyShape::Bytes, 4, BufShape::Value, 0, Status::Schema},
+      {"list without key", 7, 0, KeyShape::None, 0, BufShape::Value, 0, Status::Schema},
+      {"scalar", 2, 0, KeyShape::None, 0, BufShape::Value, 0, Status::Ok},
+      {"scalar with value key", 2, 0, KeyShape::Value, 0, BufShape::Value, 0, Status::Ok},
+      {"scalar with key bytes", 2, 0, KeyShape::Bytes, 4, BufShape::Value, 0, Status::Schema},
+      // GetFirst fills a key area of the family's width, also for value-keyed tables.
+      {"list GetFirst", 4, 0, KeyShape::Bytes, 4, BufShape::None, 0, Status::Ok},
+      {"list GetFirst by value", 4, 0, KeyShape::Value, 0, BufShape::None, 0, Status::Schema},
+      {"rule GetFirst", 9, 0, KeyShape::Bytes, 12, BufShape::None, 0, Status::Ok},
+      {"GetFirst with a buffer", 9, 0, KeyShape::Bytes, 12, BufShape::Value, 0, Status::Schema},
+      {"GetFirst with a command", 9, 1, KeyShape::Bytes, 12, BufShape::None, 0, Status::Schema},
+      // GetNext: the current key in the family's form.
+      {"list GetNext", 5, 0, KeyShape::Value, 0, BufShape::None, 0, Status::Ok},
+      {"statistics GetNext", 22, 0, KeyShape::Bytes, 28, BufShape::None, 0, Status::Ok},
+      {"statistics GetNext by value", 22, 0, KeyShape::Value, 0, BufShape::None, 0, Status::Schema},
+      // Index conversion: an index by value and a value word for the answer, nothing else.
+      {"conversion", 45, 0, KeyShape::Value, 0, BufShape::Value, 0, Status::Ok},
+      {"conversion back", 46, 0, KeyShape::Value, 0, BufShape::Value, 0, Status::Ok},
+      {"conversion without answer", 46, 0, KeyShape::Value, 0, BufShape::None, 0, Status::Schema},
+      {"conversion to a descriptor", 45, 0, KeyShape::Value, 0, BufShape::Desc, 4, Status::Schema},
+      {"conversion without index", 46, 0, KeyShape::None, 0, BufShape::Value, 0, Status::Schema},
+      // Buffer sizes; a pointer with no record carries a null address for the function to answer.
+      {"empty record", 7, 0, KeyShape::Value, 0, BufShape::Raw, 0, Status::Schema},
+      {"one byte", 7, 0, KeyShape::Value, 0, BufShape::Raw, 1, Status::Ok},
+      {"longest record", 7, 0, KeyShape::Value, 0, BufShape::Raw, kMax, Status::Ok},
+      {"record too long", 7, 0, KeyShape::Value, 0, BufShape::Raw, kMax + 1, Status::Schema},
+      {"null pointer", 7, 0, KeyShape::Value, 0, BufShape::Ptr, 0, Status::Ok},
+      {"pointer too long", 7, 0, KeyShape::Value, 0, BufShape::Ptr, kMax + 1, Status::Schema},
+      // A command row replaces the default: the statistics read takes a descriptor only.
+      {"statistics default", 23, 0, KeyShape::Bytes, 28, BufShape::Desc, 32, Status::Ok},
+      {"statistics read", 23, 1, KeyShape::Bytes, 28, BufShape::Desc, 32, Status::Ok},
+      {"statistics read, none", 23, 1, KeyShape::Bytes, 28, BufShape::None, 0, Status::Schema},
+      {"statistics read, value", 23, 1, KeyShape::Bytes, 28, BufShape::Value, 0, Status::Schema},
+      {"statistics clear, value", 23, 2, KeyShape::Bytes, 28, BufShape::Value, 0, Status::Ok},
+  };
+  for (const auto& c : cases) {
+    wire::Request r = req(c.funcId, c.ks, c.keyLen, c.bs, c.dataLen);
+    r.cmd = c.cmd;
+    EXPECT_EQ(wire::checkRequest(r), c.want) << c.what;
   }
-}
-
-TEST(WireSchema, KeysMustHaveTheFamilyWidth) {
-  // Rule get: a 12-byte key record only.
-  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 12, BufShape::Desc)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 11, BufShape::Value)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Bytes, 13, BufShape::Value)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(11, KeyShape::Value, 0, BufShape::Value)), Status::Schema);
-  // Statistics: 28; GEM port bind list: 24; slot: 8.
-  EXPECT_EQ(wire::checkRequest(req(24, KeyShape::Bytes, 28, BufShape::Value)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(24, KeyShape::Bytes, 12, BufShape::Value)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(76, KeyShape::Bytes, 24, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(48, KeyShape::Bytes, 8, BufShape::Desc, 24)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(48, KeyShape::Bytes, 7, BufShape::Desc, 24)), Status::Schema);
-  // Value-keyed tables take the key by value, never as bytes.
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Value)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Bytes, 4, BufShape::Value)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::None, 0, BufShape::Value)), Status::Schema);
-  // Scalars ignore the key: absent or a value.
-  EXPECT_EQ(wire::checkRequest(req(2, KeyShape::None, 0, BufShape::Value)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(2, KeyShape::Value, 0, BufShape::Value)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(2, KeyShape::Bytes, 4, BufShape::Value)), Status::Schema);
-}
-
-TEST(WireSchema, WalksAndIndexConversionTakeOnlyTheirWords) {
-  // GetFirst fills a key area of the family's width, also for value-keyed tables.
-  EXPECT_EQ(wire::checkRequest(req(4, KeyShape::Bytes, 4, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(4, KeyShape::Value, 0, BufShape::None)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(9, KeyShape::Bytes, 12, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(9, KeyShape::Bytes, 12, BufShape::Value)), Status::Schema);
-  auto withCmd = req(9, KeyShape::Bytes, 12, BufShape::None);
-  withCmd.cmd = 1;
-  EXPECT_EQ(wire::checkRequest(withCmd), Status::Schema);
-  // GetNext: the current key in the family's form.
-  EXPECT_EQ(wire::checkRequest(req(5, KeyShape::Value, 0, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(22, KeyShape::Bytes, 28, BufShape::None)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(22, KeyShape::Value, 0, BufShape::None)), Status::Schema);
-  // 45 and 46: an index by value and a value word for the answer, nothing else.
-  for (uint32_t id : {45u, 46u}) {
-    EXPECT_EQ(wire::checkRequest(req(id, KeyShape::Value, 0, BufShape::Value)), Status::Ok);
-    EXPECT_EQ(wire::checkRequest(req(id, KeyShape::Value, 0, BufShape::None)), Status::Schema);
-    EXPECT_EQ(wire::checkRequest(req(id, KeyShape::Value, 0, BufShape::Desc, 4)), Status::Schema);
-    EXPECT_EQ(wire::checkRequest(req(id, KeyShape::None, 0, BufShape::Value)), Status::Schema);
-  }
-}
-
-TEST(WireSchema, BufferSizesAreBounded) {
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Raw, 0)), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Raw, 1)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Raw, wire::kMaxRecordLen)),
-            Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Raw, wire::kMaxRecordLen + 1)),
-            Status::Schema);
-  // A pointer with no record carries a null address: the function's null check answers it.
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Ptr, 0)), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(req(7, KeyShape::Value, 0, BufShape::Ptr, wire::kMaxRecordLen + 1)),
-            Status::Schema);
-}
-
-TEST(WireSchema, CommandRowsReplaceTheDefault) {
-  // Rule statistics read: a descriptor only, of any length (short ones have their own answer).
-  EXPECT_EQ(wire::checkRequest(req(23, KeyShape::Bytes, 28, BufShape::Desc, 32)), Status::Ok);
-  auto none = req(23, KeyShape::Bytes, 28, BufShape::None);
-  none.cmd = 1;
-  auto desc = req(23, KeyShape::Bytes, 28, BufShape::Desc, 32);
-  desc.cmd = 1;
-  auto value = req(23, KeyShape::Bytes, 28, BufShape::Value);
-  value.cmd = 1;
-  EXPECT_EQ(wire::checkRequest(desc), Status::Ok);
-  EXPECT_EQ(wire::checkRequest(none), Status::Schema);
-  EXPECT_EQ(wire::checkRequest(value), Status::Schema);
-  // Another command of the same function keeps the default.
-  value.cmd = 2;
-  EXPECT_EQ(wire::checkRequest(value), Status::Ok);
 }
 
 TEST(WireSchema, EveryRowNamesAFunctionThatTakesACommand) {
