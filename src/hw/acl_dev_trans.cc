@@ -150,44 +150,44 @@ void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
   }
 }
 
-// The rule's own words the translation reads, packed so that one fixed-size compare checks them.
-// With the store generation (which moves whenever an entry of any rule is added or freed, a rule
-// made or deleted, and at every aclLock) they decide whether a kept record is still the rule's.
-constexpr size_t kHeadLen = sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx +
-                            sizeof AclRuleEntry::meterId + sizeof AclRuleEntry::counterId +
-                            sizeof AclRuleEntry::fieldBits + sizeof AclRuleEntry::actionBits +
-                            sizeof AclRuleEntry::outActionBits + sizeof AclRuleEntry::layerType +
-                            sizeof AclRuleEntry::multicastGem;
+// The rule's own words the translation reads. With the store generation (which moves whenever an
+// entry of any rule is added or freed, a rule made or deleted, and at every aclLock) they decide
+// whether a kept record is still the rule's. A kept head is compared with the rule in place: a
+// head built on the stack and compared at once would stall on its own narrow stores.
 struct RuleHead {
   const AclRuleEntry* rule = nullptr;
   uint64_t gen = 0;
-  std::array<uint8_t, kHeadLen> words{};
-
-  bool operator==(const RuleHead& o) const {
-    return rule == o.rule && gen == o.gen &&
-           std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
-  }
+  uint32_t lstIdx = 0, ruleIdx = 0, meterId = 0, counterId = 0;
+  std::array<uint8_t, sizeof AclRuleEntry::fieldBits> fieldBits{};
+  std::array<uint8_t, sizeof AclRuleEntry::actionBits> actionBits{};
+  std::array<uint8_t, sizeof AclRuleEntry::outActionBits> outActionBits{};
+  uint8_t layerType = 0, multicastGem = 0;
 };
 
 RuleHead headOf(const AclRuleEntry* rule) {
   RuleHead h;
   h.rule = rule;
   h.gen = aclStoreGen();
-  uint8_t* p = h.words.data();
-  const auto put = [&p](const void* src, size_t n) {
-    std::memcpy(p, src, n);
-    p += n;
-  };
-  put(&rule->lstIdx, sizeof rule->lstIdx);
-  put(&rule->ruleIdx, sizeof rule->ruleIdx);
-  put(&rule->meterId, sizeof rule->meterId);
-  put(&rule->counterId, sizeof rule->counterId);
-  put(rule->fieldBits, sizeof rule->fieldBits);
-  put(rule->actionBits, sizeof rule->actionBits);
-  put(rule->outActionBits, sizeof rule->outActionBits);
-  put(&rule->layerType, sizeof rule->layerType);
-  put(&rule->multicastGem, sizeof rule->multicastGem);
+  h.lstIdx = rule->lstIdx;
+  h.ruleIdx = rule->ruleIdx;
+  h.meterId = rule->meterId;
+  h.counterId = rule->counterId;
+  std::memcpy(h.fieldBits.data(), rule->fieldBits, h.fieldBits.size());
+  std::memcpy(h.actionBits.data(), rule->actionBits, h.actionBits.size());
+  std::memcpy(h.outActionBits.data(), rule->outActionBits, h.outActionBits.size());
+  h.layerType = rule->layerType;
+  h.multicastGem = rule->multicastGem;
   return h;
+}
+
+bool headIs(const RuleHead& h, const AclRuleEntry* rule) {
+  return h.rule == rule && h.gen == aclStoreGen() && h.lstIdx == rule->lstIdx &&
+         h.ruleIdx == rule->ruleIdx && h.meterId == rule->meterId &&
+         h.counterId == rule->counterId &&
+         std::memcmp(h.fieldBits.data(), rule->fieldBits, h.fieldBits.size()) == 0 &&
+         std::memcmp(h.actionBits.data(), rule->actionBits, h.actionBits.size()) == 0 &&
+         std::memcmp(h.outActionBits.data(), rule->outActionBits, h.outActionBits.size()) == 0 &&
+         h.layerType == rule->layerType && h.multicastGem == rule->multicastGem;
 }
 
 // Records already made, by rule: a list installed on many bindings under one hold of the lock
@@ -240,7 +240,8 @@ constexpr bool fillLeavesViewWords() {
     if (p.off2 != 0 && !clearOfViewWords(p.off2, 1)) return false;
   }
   return clearOfViewWords(kUserData, kUserDataOffset + 4 * kUserDataCount - kUserData) &&
-         clearOfViewWords(kActionParam, kOutActionParam + 4 * kOutActionParamWords - kActionParam) &&
+         clearOfViewWords(kActionParam,
+                          kOutActionParam + 4 * kOutActionParamWords - kActionParam) &&
          clearOfViewWords(kCir, kCarType + 1 - kCir);
 }
 static_assert(fillLeavesViewWords(), "a rule field overlaps the aggregation or active-rule word");
@@ -271,10 +272,9 @@ const uint8_t* aclDevTransView(const AclRuleEntry* rule, uint8_t* scratch, const
     // The kept record itself: every word written below is written at every translation, so what
     // the last one left there never shows.
     KeptRecord& kept = keptSlot(rule);
-    const RuleHead head = headOf(rule);
-    if (!(kept.head == head)) {
+    if (!headIs(kept.head, rule)) {
       ruleFill(rule, kept.rec);
-      kept.head = head;
+      kept.head = headOf(rule);
     }
     dev = kept.rec;
   }
@@ -293,19 +293,18 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uin
     ruleFill(rule, dev);
   } else {
     KeptRecord& kept = keptSlot(rule);
-    const RuleHead head = headOf(rule);
-    if (kept.head == head) {
+    if (headIs(kept.head, rule)) {
       std::copy(kept.rec.begin(), kept.rec.end(), dev.begin());
       // A view may have left its two words in the kept record; the fill has 0 there.
       be::store32(dev, kAggIfIndex, 0);
       be::store32(dev, kActiveRuleNum, 0);
     } else {
       ruleFill(rule, dev);
-      kept.head = head;
+      kept.head = headOf(rule);
       std::copy(dev.begin(), dev.end(), kept.rec.begin());
     }
   }
-  writeBindingWords(rule, dev, AclDevWords{dir, counterShared, meterShared, priority, onuId,
-                                           gemPort, gemPortVp});
+  writeBindingWords(
+      rule, dev, AclDevWords{dir, counterShared, meterShared, priority, onuId, gemPort, gemPortVp});
   return 0;
 }

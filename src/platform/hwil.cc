@@ -187,15 +187,18 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
     }
   }
   const bool gemScope = kind && kind->scope == 2 && index != 0;
-  if (auto f = plat::faultHit({.call = "zorHwilCmdSetApi",
-                               .cmd = cmdId,
-                               .scope = kind ? std::optional<uint32_t>(scope.scope) : std::nullopt,
-                               .unit = scope.unit,
-                               .list = list,
-                               .rule = rule,
-                               .onu = gemScope ? std::optional<uint32_t>(scope.onu) : std::nullopt,
-                               .gem = gemScope ? std::optional<uint32_t>(scope.gem) : std::nullopt})) {
-    return *f;
+  if (plat::faultArmed()) {
+    if (auto f = plat::faultHitArmed(
+            {.call = "zorHwilCmdSetApi",
+             .cmd = cmdId,
+             .scope = kind ? std::optional<uint32_t>(scope.scope) : std::nullopt,
+             .unit = scope.unit,
+             .list = list,
+             .rule = rule,
+             .onu = gemScope ? std::optional<uint32_t>(scope.onu) : std::nullopt,
+             .gem = gemScope ? std::optional<uint32_t>(scope.gem) : std::nullopt})) {
+      return *f;
+    }
   }
   if (!kind) return kErrNotSupported;
   if (data == nullptr || (kind->scope == 2 && index == 0)) return kErrBadParam;

@@ -76,11 +76,13 @@ void setMembership(std::vector<uint32_t>& v, uint32_t module, bool on) {
 
 int zorIndexTrans(uintptr_t in, uint32_t type, void* out) {
   const bool byUnit = type == ZOR_TRANS_LOCATION;
-  if (auto f = plat::faultHit(
-          {.call = "zorIndexTrans",
-           .cmd = type,
-           .unit = byUnit ? std::optional(static_cast<uint32_t>(in)) : std::nullopt})) {
-    return *f;
+  if (plat::faultArmed()) {
+    if (auto f = plat::faultHitArmed(
+            {.call = "zorIndexTrans",
+             .cmd = type,
+             .unit = byUnit ? std::optional(static_cast<uint32_t>(in)) : std::nullopt})) {
+      return *f;
+    }
   }
   if (type == ZOR_TRANS_NEIGHBOUR) return neighbourQuery(reinterpret_cast<const void*>(in), out);
   if (!byUnit) return kErrNotSupported;
