@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -271,6 +272,28 @@ TEST_F(PlatformCallsTest, LocationFollowsEveryModelEdit) {
     EXPECT_EQ(be::load32(got.data() + 4 * ZOR_LOC_SLOT), c.slot);
     EXPECT_EQ(be::load32(got.data() + 4 * ZOR_LOC_PORT), c.unit % 100);
   }
+}
+
+// A thread that keeps asking while another moves the interface sees the old or the new place,
+// and the new one once the move is known to have happened.
+TEST_F(PlatformCallsTest, LocationLookupsRaceWithAMove) {
+  std::atomic<bool> moved{false};
+  std::thread mover([&] {
+    vdev::modelEdit([](vdev::Model& m) { m.interfaces.at(301).location[ZOR_LOC_SLOT] = 7; });
+    moved.store(true, std::memory_order_release);
+  });
+  uint8_t b[32];
+  bool done = false;
+  while (!done) {
+    done = moved.load(std::memory_order_acquire);
+    ASSERT_EQ(zorIndexTrans(301, ZOR_TRANS_LOCATION, b), 0);
+    const uint32_t slot = be::load32(b + 4 * ZOR_LOC_SLOT);
+    ASSERT_TRUE(slot == 3 || slot == 7) << slot;
+    if (done) {
+      EXPECT_EQ(slot, 7u);
+    }
+  }
+  mover.join();
 }
 
 TEST_F(PlatformCallsTest, EveryCallAsksTheFaultTable) {
