@@ -150,44 +150,44 @@ void ruleFill(const AclRuleEntry* rule, std::span<uint8_t> dev) {
   }
 }
 
-// The rule's own words the translation reads, packed so that one fixed-size compare checks them.
-// With the store generation (which moves whenever an entry of any rule is added or freed, a rule
-// made or deleted, and at every aclLock) they decide whether a kept record is still the rule's.
-constexpr size_t kHeadLen = sizeof AclRuleEntry::lstIdx + sizeof AclRuleEntry::ruleIdx +
-                            sizeof AclRuleEntry::meterId + sizeof AclRuleEntry::counterId +
-                            sizeof AclRuleEntry::fieldBits + sizeof AclRuleEntry::actionBits +
-                            sizeof AclRuleEntry::outActionBits + sizeof AclRuleEntry::layerType +
-                            sizeof AclRuleEntry::multicastGem;
+// The rule's own words the translation reads. With the store generation (which moves whenever an
+// entry of any rule is added or freed, a rule made or deleted, and at every aclLock) they decide
+// whether a kept record is still the rule's. A kept head is compared with the rule in place: a
+// head built on the stack and compared at once would stall on its own narrow stores.
 struct RuleHead {
   const AclRuleEntry* rule = nullptr;
   uint64_t gen = 0;
-  std::array<uint8_t, kHeadLen> words{};
-
-  bool operator==(const RuleHead& o) const {
-    return rule == o.rule && gen == o.gen &&
-           std::memcmp(words.data(), o.words.data(), kHeadLen) == 0;
-  }
+  uint32_t lstIdx = 0, ruleIdx = 0, meterId = 0, counterId = 0;
+  std::array<uint8_t, sizeof AclRuleEntry::fieldBits> fieldBits{};
+  std::array<uint8_t, sizeof AclRuleEntry::actionBits> actionBits{};
+  std::array<uint8_t, sizeof AclRuleEntry::outActionBits> outActionBits{};
+  uint8_t layerType = 0, multicastGem = 0;
 };
 
 RuleHead headOf(const AclRuleEntry* rule) {
   RuleHead h;
   h.rule = rule;
   h.gen = aclStoreGen();
-  uint8_t* p = h.words.data();
-  const auto put = [&p](const void* src, size_t n) {
-    std::memcpy(p, src, n);
-    p += n;
-  };
-  put(&rule->lstIdx, sizeof rule->lstIdx);
-  put(&rule->ruleIdx, sizeof rule->ruleIdx);
-  put(&rule->meterId, sizeof rule->meterId);
-  put(&rule->counterId, sizeof rule->counterId);
-  put(rule->fieldBits, sizeof rule->fieldBits);
-  put(rule->actionBits, sizeof rule->actionBits);
-  put(rule->outActionBits, sizeof rule->outActionBits);
-  put(&rule->layerType, sizeof rule->layerType);
-  put(&rule->multicastGem, sizeof rule->multicastGem);
+  h.lstIdx = rule->lstIdx;
+  h.ruleIdx = rule->ruleIdx;
+  h.meterId = rule->meterId;
+  h.counterId = rule->counterId;
+  std::memcpy(h.fieldBits.data(), rule->fieldBits, h.fieldBits.size());
+  std::memcpy(h.actionBits.data(), rule->actionBits, h.actionBits.size());
+  std::memcpy(h.outActionBits.data(), rule->outActionBits, h.outActionBits.size());
+  h.layerType = rule->layerType;
+  h.multicastGem = rule->multicastGem;
   return h;
+}
+
+bool headIs(const RuleHead& h, const AclRuleEntry* rule) {
+  return h.rule == rule && h.gen == aclStoreGen() && h.lstIdx == rule->lstIdx &&
+         h.ruleIdx == rule->ruleIdx && h.meterId == rule->meterId &&
+         h.counterId == rule->counterId &&
+         std::memcmp(h.fieldBits.data(), rule->fieldBits, h.fieldBits.size()) == 0 &&
+         std::memcmp(h.actionBits.data(), rule->actionBits, h.actionBits.size()) == 0 &&
+         std::memcmp(h.outActionBits.data(), rule->outActionBits, h.outActionBits.size()) == 0 &&
+         h.layerType == rule->layerType && h.multicastGem == rule->multicastGem;
 }
 
 // Records already made, by rule: a list installed on many bindings under one hold of the lock
@@ -212,7 +212,77 @@ bool readsOtherModules(const AclRuleEntry* rule) {
   return aclBitTest(fieldBits, RULE_BIT_COUNTERID) || aclBitTest(fieldBits, RULE_BIT_METERID);
 }
 
+// The fill leaves the aggregation and active-rule words 0: a kept record that a view wrote them
+// into goes out of the copying translation with them cleared again.
+constexpr uint32_t placeLen(const FieldPlace& p) {
+  switch (p.kind) {
+    case Kind::U8:
+      return 1;
+    case Kind::U16:
+      return 2;
+    case Kind::U32:
+      return 4;
+    case Kind::Bytes:
+      return kAddrLen;
+    case Kind::Mac:
+      return kMacLen;
+    default:
+      return 0;  // Udf writes the user-data words, None nothing
+  }
+}
+constexpr bool clearOfViewWords(uint32_t off, uint32_t len) {
+  return off + len <= kAggIfIndex || off >= kActiveRuleNum + 4;
+}
+constexpr bool fillLeavesViewWords() {
+  for (uint32_t c = 0; c < kPlacedFieldCodes; ++c) {
+    const FieldPlace& p = kFieldPlaces[c];
+    if (!clearOfViewWords(p.off, placeLen(p))) return false;
+    if (p.off2 != 0 && !clearOfViewWords(p.off2, 1)) return false;
+  }
+  return clearOfViewWords(kUserData, kUserDataOffset + 4 * kUserDataCount - kUserData) &&
+         clearOfViewWords(kActionParam,
+                          kOutActionParam + 4 * kOutActionParamWords - kActionParam) &&
+         clearOfViewWords(kCir, kCarType + 1 - kCir);
+}
+static_assert(fillLeavesViewWords(), "a rule field overlaps the aggregation or active-rule word");
+
+// The binding's words, and the rule's identity, written last over whatever the fill left.
+void writeBindingWords(const AclRuleEntry* rule, std::span<uint8_t> dev, const AclDevWords& w) {
+  be::store32(dev, kLstIdx, rule->lstIdx);
+  be::store32(dev, kRuleIdx, rule->ruleIdx);
+  be::store8(dev, kDir, w.dir);
+  be::store8(dev, kCounterShared, w.counterShared);
+  be::store8(dev, kMeterShared, w.meterShared);
+  be::store16(dev, kPriority, w.priority);
+  be::store8(dev, kLayerType, rule->layerType);
+  be::store16(dev, kOnuId, w.onuId);
+  be::store16(dev, kGemPort, w.gemPort);
+  // A multicast GEM rule reaches every GEM port of the ONU.
+  be::store32(dev, kGemPortVp, rule->multicastGem != 0 ? 0xFFFFFFFFu : w.gemPortVp);
+}
+
 }  // namespace
+
+const uint8_t* aclDevTransView(const AclRuleEntry* rule, uint8_t* scratch, const AclDevWords& w) {
+  if (rule == nullptr || scratch == nullptr) return nullptr;
+  std::span<uint8_t> dev(scratch, kRecLen);
+  if (readsOtherModules(rule)) {
+    ruleFill(rule, dev);
+  } else {
+    // The kept record itself: every word written below is written at every translation, so what
+    // the last one left there never shows.
+    KeptRecord& kept = keptSlot(rule);
+    if (!headIs(kept.head, rule)) {
+      ruleFill(rule, kept.rec);
+      kept.head = headOf(rule);
+    }
+    dev = kept.rec;
+  }
+  writeBindingWords(rule, dev, w);
+  be::store32(dev, kAggIfIndex, w.aggIfIndex);
+  be::store32(dev, kActiveRuleNum, w.activeRuleNum);
+  return dev.data();
+}
 
 uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uint8_t counterShared,
                      uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
@@ -223,27 +293,18 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uin
     ruleFill(rule, dev);
   } else {
     KeptRecord& kept = keptSlot(rule);
-    const RuleHead head = headOf(rule);
-    if (kept.head == head) {
+    if (headIs(kept.head, rule)) {
       std::copy(kept.rec.begin(), kept.rec.end(), dev.begin());
+      // A view may have left its two words in the kept record; the fill has 0 there.
+      be::store32(dev, kAggIfIndex, 0);
+      be::store32(dev, kActiveRuleNum, 0);
     } else {
       ruleFill(rule, dev);
-      kept.head = head;
+      kept.head = headOf(rule);
       std::copy(dev.begin(), dev.end(), kept.rec.begin());
     }
   }
-
-  // The binding's words, and the rule's identity, written last over whatever the fill left.
-  be::store32(dev, kLstIdx, rule->lstIdx);
-  be::store32(dev, kRuleIdx, rule->ruleIdx);
-  be::store8(dev, kDir, dir);
-  be::store8(dev, kCounterShared, counterShared);
-  be::store8(dev, kMeterShared, meterShared);
-  be::store16(dev, kPriority, priority);
-  be::store8(dev, kLayerType, rule->layerType);
-  be::store16(dev, kOnuId, onuId);
-  be::store16(dev, kGemPort, gemPort);
-  // A multicast GEM rule reaches every GEM port of the ONU.
-  be::store32(dev, kGemPortVp, rule->multicastGem != 0 ? 0xFFFFFFFFu : gemPortVp);
+  writeBindingWords(
+      rule, dev, AclDevWords{dir, counterShared, meterShared, priority, onuId, gemPort, gemPortVp});
   return 0;
 }

@@ -18,6 +18,22 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* dev, uint8_t dir, uint8_
                      uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
                      uint32_t gemPortVp);
 
+// The words of a record that come from the binding rather than the rule. aggIfIndex and
+// activeRuleNum are written by aclDevTransView only (0 for a command that does not carry them).
+struct AclDevWords {
+  uint8_t dir = 0, counterShared = 0, meterShared = 0;
+  uint16_t priority = 0, onuId = 0, gemPort = 0;
+  uint32_t gemPortVp = 0;
+  uint32_t aggIfIndex = 0, activeRuleNum = 0;
+};
+
+// The record of aclDevTrans with the aggregation and active-rule words of w, without copying it
+// out: a pointer to the record kept for the rule, with w written into it, or to scratch (508
+// bytes, filled then) when the rule's record is not kept. The record stays valid until the next
+// translation, which every caller makes under the ACL lock. nullptr when the rule or scratch is
+// missing.
+const uint8_t* aclDevTransView(const AclRuleEntry* rule, uint8_t* scratch, const AclDevWords& w);
+
 // Writes the TLV message for rule into buffer (at least ACL_DEV_TLV_BUF_LEN bytes) and its total
 // length into *length. 0, or CMN_ERR_BAD_PARAM when the rule, the buffer or the length is missing;
 // CMN_ERR_BUFFER_SHORT when the rule's items do not fit into the 512 bytes (nothing is sent then:

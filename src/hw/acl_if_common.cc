@@ -10,6 +10,7 @@
 #include "stats/acl_gemport_stats.h"
 #include "stats/acl_stats.h"
 #include "wire/acl_dev_layout.h"
+#include "wire/acl_ret.h"
 #include "wire/be.h"
 
 uint16_t aclIfPriority(uint32_t kind, bool gemPort, uint32_t ruleIdx) {
@@ -46,23 +47,21 @@ int32_t sendRule(Buffer& buf, const AclRuleEntry* r, const AclListEntry* list, c
     return toGem ? aclRuleGemPortUpdate(b.ifIndex, b.onuId, b.gemPort, &desc, how.target)
                  : aclRuleIfHwilUpdateTlv(b.ifIndex, &desc, how.target);
   }
-  // The translation clears the whole record itself.
-  const uint32_t ret = aclDevTrans(r, buf.data(), dir8, list->counterShared, list->meterShared,
-                                   priority, b.onuId, b.gemPort, 0);
-  if (ret != 0) {
+  // The translation clears the whole record itself; the kept record goes out as it is.
+  const uint8_t* dev = aclDevTransView(
+      r, buf.data(),
+      AclDevWords{dir8, list->counterShared, list->meterShared, priority, b.onuId, b.gemPort, 0,
+                  how.aggIfIndex, how.recordActiveNum ? list->activeRuleNum : 0});
+  if (dev == nullptr) {
     *transFailed = true;
-    return static_cast<int32_t>(ret);
+    return static_cast<int32_t>(CMN_ERR_BAD_PARAM);
   }
-  std::span<uint8_t> dev(buf.data(), buf.len());
-  if (how.recordActiveNum) be::store32(dev, acldev::kActiveRuleNum, list->activeRuleNum);
-  if (how.aggIfIndex != 0) be::store32(dev, acldev::kAggIfIndex, how.aggIfIndex);
   if (toGem) {
-    return how.remove
-               ? aclRuleGemPortDel(b.ifIndex, b.onuId, b.gemPort, buf.data(), b.dir, how.target)
-               : aclRuleGemPortAdd(b.ifIndex, b.onuId, b.gemPort, buf.data(), b.dir, how.target);
+    return how.remove ? aclRuleGemPortDel(b.ifIndex, b.onuId, b.gemPort, dev, b.dir, how.target)
+                      : aclRuleGemPortAdd(b.ifIndex, b.onuId, b.gemPort, dev, b.dir, how.target);
   }
-  return aclRuleIfHwilUpdate(b.ifIndex, how.remove ? HWIL_CMD_IF_DEL : HWIL_CMD_IF_ADD, buf.data(),
-                             b.dir, how.target);
+  return aclRuleIfHwilUpdate(b.ifIndex, how.remove ? HWIL_CMD_IF_DEL : HWIL_CMD_IF_ADD, dev, b.dir,
+                             how.target);
 }
 
 namespace {

@@ -31,10 +31,10 @@ struct FaultRule {
   std::optional<uint32_t> cmd{}, scope{}, unit{}, list{}, rule{}, onu{}, gem{};
   std::string name{};  // empty matches every name
   int32_t result = -1;
-  uint32_t skip = 0;   // matching calls let through before the first failure
-  int32_t count = 1;   // failures to inject; -1 for always
-  uint32_t id = 0;     // given by faultAdd
-  uint32_t hits = 0;   // failures injected so far
+  uint32_t skip = 0;  // matching calls let through before the first failure
+  int32_t count = 1;  // failures to inject; -1 for always
+  uint32_t id = 0;    // given by faultAdd
+  uint32_t hits = 0;  // failures injected so far
 };
 
 uint32_t faultAdd(FaultRule rule);
@@ -46,6 +46,12 @@ std::vector<FaultRule> faultList();
 extern std::atomic<size_t> gFaultRuleCount;
 // The walk over the armed rules behind faultHit.
 std::optional<int32_t> faultHitArmed(const FaultCall& call);
+
+// Whether any rule is armed: a hot call asks this first and builds its FaultCall for
+// faultHitArmed only then.
+inline bool faultArmed() {
+  return gFaultRuleCount.load(std::memory_order_acquire) != 0;
+}
 
 // Called by each call that can fail; the result to fail with, or nothing. Inline: with no rule
 // armed (the daemon's normal state) a call pays one load, and its FaultCall need not be built.

@@ -114,15 +114,16 @@ void keepTableNode(TableNode n) {
   if (spare.size() < kSpareTables) spare.push_back(std::move(n));
 }
 
-// The table of scope, made (from a kept node when there is one) on its first install.
+// The table of scope, made (from a kept node when there is one) on its first install. One search.
 HwTable& tableOf(Journal& jr, const ScopeKey& scope) {
-  if (auto t = jr.hw.find(scope); t != jr.hw.end()) return t->second;
+  const auto t = jr.hw.lower_bound(scope);
+  if (t != jr.hw.end() && t->first == scope) return t->second;
   auto& spare = spareTables();
-  if (spare.empty()) return jr.hw[scope];
+  if (spare.empty()) return jr.hw.emplace_hint(t, scope, HwTable{})->second;
   TableNode n = std::move(spare.back());
   spare.pop_back();
   n.key() = scope;
-  return jr.hw.insert(std::move(n)).position->second;
+  return jr.hw.insert(t, std::move(n))->second;
 }
 
 // Writes a command into an entry; the buffers keep their capacity from earlier uses.
@@ -186,15 +187,18 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
     }
   }
   const bool gemScope = kind && kind->scope == 2 && index != 0;
-  if (auto f = plat::faultHit({.call = "zorHwilCmdSetApi",
-                               .cmd = cmdId,
-                               .scope = kind ? std::optional<uint32_t>(scope.scope) : std::nullopt,
-                               .unit = scope.unit,
-                               .list = list,
-                               .rule = rule,
-                               .onu = gemScope ? std::optional<uint32_t>(scope.onu) : std::nullopt,
-                               .gem = gemScope ? std::optional<uint32_t>(scope.gem) : std::nullopt})) {
-    return *f;
+  if (plat::faultArmed()) {
+    if (auto f = plat::faultHitArmed(
+            {.call = "zorHwilCmdSetApi",
+             .cmd = cmdId,
+             .scope = kind ? std::optional<uint32_t>(scope.scope) : std::nullopt,
+             .unit = scope.unit,
+             .list = list,
+             .rule = rule,
+             .onu = gemScope ? std::optional<uint32_t>(scope.onu) : std::nullopt,
+             .gem = gemScope ? std::optional<uint32_t>(scope.gem) : std::nullopt})) {
+      return *f;
+    }
   }
   if (!kind) return kErrNotSupported;
   if (data == nullptr || (kind->scope == 2 && index == 0)) return kErrBadParam;
@@ -205,7 +209,8 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
   }
 
   Device& d = device();
-  std::lock_guard lock(d.mutex);
+  // A rule command writes the journal only.
+  ModelUnchangedLock lock(d.mutex);
   Journal& jr = d.journal;
   const uint64_t seq = nextSeq(jr);
   auto anomaly = [&](const char* what) {
@@ -216,8 +221,8 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
   const auto options64 = optionBytes(options);
   if (op == Op::Install) {
     HwTable& table = tableOf(jr, scope);
-    auto it = table.entries.find(key);
-    if (it != table.entries.end()) {
+    const auto it = table.entries.lower_bound(key);
+    if (it != table.entries.end() && it->first == key) {
       if (!hasTarget(options64)) anomaly("install of an entry already in hardware");
       fillEntry(it->second, bytes, options64, cmdId, prio, kind->tlv, seq);
       ++it->second.installs;
@@ -230,7 +235,7 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
       e.dir = dir;
       e.installs = 1;
       fillEntry(e, bytes, options64, cmdId, prio, kind->tlv, seq);
-      table.entries.insert(std::move(node));
+      table.entries.insert(it, std::move(node));
     }
   } else {
     // Nothing is copied for a removal; the entry's node waits for the next install.

@@ -2,6 +2,7 @@
 #include "platform/ifmgr.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <span>
 
@@ -49,6 +50,22 @@ int neighbourQuery(const void* in, void* out) {
   return 0;
 }
 
+// Locations already answered, per thread, each with the model generation it was read at: a
+// binding sends every rule of its list through the location lookup, and the interface map is a
+// search under the device mutex. An entry answers only while the generation is unchanged, that is
+// while nobody has held the mutex in a way that could change the model (vdev::DeviceMutex).
+struct KeptLocation {
+  uint64_t gen = 0;  // 0: empty (the generation starts at 1)
+  uint32_t unit = 0;
+  std::array<uint8_t, kLocationLen> bytes{};
+};
+constexpr size_t kKeptLocations = 8;
+thread_local std::array<KeptLocation, kKeptLocations> tKeptLocations{};
+
+KeptLocation& keptLocation(uint32_t unit) {
+  return tKeptLocations[unit % kKeptLocations];
+}
+
 void setMembership(std::vector<uint32_t>& v, uint32_t module, bool on) {
   auto it = std::find(v.begin(), v.end(), module);
   if (on && it == v.end()) v.push_back(module);
@@ -59,24 +76,36 @@ void setMembership(std::vector<uint32_t>& v, uint32_t module, bool on) {
 
 int zorIndexTrans(uintptr_t in, uint32_t type, void* out) {
   const bool byUnit = type == ZOR_TRANS_LOCATION;
-  if (auto f = plat::faultHit(
-          {.call = "zorIndexTrans",
-           .cmd = type,
-           .unit = byUnit ? std::optional(static_cast<uint32_t>(in)) : std::nullopt})) {
-    return *f;
+  if (plat::faultArmed()) {
+    if (auto f = plat::faultHitArmed(
+            {.call = "zorIndexTrans",
+             .cmd = type,
+             .unit = byUnit ? std::optional(static_cast<uint32_t>(in)) : std::nullopt})) {
+      return *f;
+    }
   }
   if (type == ZOR_TRANS_NEIGHBOUR) return neighbourQuery(reinterpret_cast<const void*>(in), out);
   if (!byUnit) return kErrNotSupported;
   if (out == nullptr) return kErrBadParam;
+  const auto unit = static_cast<uint32_t>(in);
   Device& d = device();
-  std::lock_guard lock(d.mutex);
-  auto it = d.model.interfaces.find(static_cast<uint32_t>(in));
+  KeptLocation& kept = keptLocation(unit);
+  if (kept.gen == d.mutex.generation() && kept.unit == unit) {
+    std::memcpy(out, kept.bytes.data(), kLocationLen);
+    return 0;
+  }
+  ModelUnchangedLock lock(d.mutex);
+  auto it = d.model.interfaces.find(unit);
   if (it == d.model.interfaces.end()) {
-    it = d.model.departed.find(static_cast<uint32_t>(in));
+    it = d.model.departed.find(unit);
     if (it == d.model.departed.end()) return kErrNotFound;
   }
-  std::span<uint8_t> loc(static_cast<uint8_t*>(out), kLocationLen);
+  std::span<uint8_t> loc(kept.bytes);
   for (size_t w = 0; w < ZOR_LOC_WORDS; ++w) be::store32(loc, 4 * w, it->second.location[w]);
+  // Under the mutex the generation cannot move.
+  kept.gen = d.mutex.generation();
+  kept.unit = unit;
+  std::memcpy(out, kept.bytes.data(), kLocationLen);
   return 0;
 }
 
@@ -86,7 +115,7 @@ int zorIfGetApi(uint32_t unit, uint32_t field, void* data) {
   if (field == ZOR_IF_FIELD_STATS) {
     {
       Device& d = device();
-      std::lock_guard lock(d.mutex);
+      ModelUnchangedLock lock(d.mutex);
       if (!d.model.interfaces.count(unit)) return kErrNotFound;
     }
     const auto* req = static_cast<const ZorScalarReq*>(data);
@@ -94,7 +123,7 @@ int zorIfGetApi(uint32_t unit, uint32_t field, void* data) {
     return counterRequest(unit, req->data, false);
   }
   Device& d = device();
-  std::lock_guard lock(d.mutex);
+  ModelUnchangedLock lock(d.mutex);
   auto it = d.model.interfaces.find(unit);
   if (it == d.model.interfaces.end()) return kErrNotFound;
   const Interface& i = it->second;
@@ -155,7 +184,7 @@ int zorIfUnit2Name(uint32_t unit, char* buf, uint32_t len) {
   if (buf == nullptr || len == 0) return kErrBadParam;
   buf[0] = '\0';
   Device& d = device();
-  std::lock_guard lock(d.mutex);
+  ModelUnchangedLock lock(d.mutex);
   auto it = d.model.interfaces.find(unit);
   if (it == d.model.interfaces.end()) {
     it = d.model.departed.find(unit);
@@ -175,7 +204,7 @@ int zorEthAggIfGetApi(uint32_t aggUnit, uint32_t cmd, void* pair) {
   auto* desc = static_cast<ZorBufDesc*>(pair);
   if (desc == nullptr || desc->data == nullptr) return kErrBadParam;
   Device& d = device();
-  std::lock_guard lock(d.mutex);
+  ModelUnchangedLock lock(d.mutex);
   auto it = d.model.interfaces.find(aggUnit);
   if (it == d.model.interfaces.end() || it->second.kind() != ZOR_IF_KIND_AGG) return kErrNotFound;
   const auto& members = it->second.members;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -230,8 +231,45 @@ struct Journal {
   uint64_t seq = 0;
 };
 
+// The device's mutex. Each release of it moves the model generation: whoever held it may have
+// changed the model (tests and control requests edit it in place), so an answer cached against a
+// generation can never outlive an edit made under the mutex. Holders that leave the model alone
+// (the rule commands, which write the journal only, and reads) give it back through
+// ModelUnchangedLock, which keeps the generation.
+class DeviceMutex {
+ public:
+  void lock() { m_.lock(); }
+  bool try_lock() { return m_.try_lock(); }
+  void unlock() {
+    // Only the holder writes the generation: a plain store, no read-modify-write.
+    gen_.store(gen_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    m_.unlock();
+  }
+  // For a holder that did not change the model.
+  void unlockUnchanged() { m_.unlock(); }
+  // Readable without the mutex. An answer taken from the model under the mutex at generation g
+  // is still the model's answer while this reads g.
+  uint64_t generation() const { return gen_.load(std::memory_order_acquire); }
+
+ private:
+  std::mutex m_;
+  std::atomic<uint64_t> gen_{1};
+};
+
+// Holds the device's mutex for a holder that does not change the model.
+class ModelUnchangedLock {
+ public:
+  explicit ModelUnchangedLock(DeviceMutex& m) : m_(m) { m_.lock(); }
+  ~ModelUnchangedLock() { m_.unlockUnchanged(); }
+  ModelUnchangedLock(const ModelUnchangedLock&) = delete;
+  ModelUnchangedLock& operator=(const ModelUnchangedLock&) = delete;
+
+ private:
+  DeviceMutex& m_;
+};
+
 struct Device {
-  std::mutex mutex;
+  DeviceMutex mutex;
   Model model;
   Journal journal;
 };

@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/fault.h"
@@ -14,6 +18,7 @@
 #include "platform/netlink.h"
 #include "platform/rtbus.h"
 #include "platform/timerange.h"
+#include "platform/vdev/locked.h"
 #include "platform/vdev/model.h"
 #include "platform/vdev/vdev.h"
 #include "support/run_dir.h"
@@ -199,6 +204,85 @@ TEST_F(PlatformCallsTest, AnnouncementsAreKeptInOrderAndGoOnTheBus) {
   EXPECT_EQ(plat::busSend(99, m), 0) << "nobody joined this one";
   zor_close(fd);
   EXPECT_EQ(plat::busSend(56, m), 0) << "a closed socket leaves the bus";
+}
+
+// Locations are answered from a per-thread cache: every edit of the model, however it is made,
+// shows in the next answer, and a cached answer is never another unit's.
+TEST_F(PlatformCallsTest, LocationFollowsEveryModelEdit) {
+  const auto location = [](uint32_t unit) {
+    Bytes b(32);
+    const int ret = zorIndexTrans(unit, ZOR_TRANS_LOCATION, b.data());
+    return ret == 0 ? b : Bytes{};
+  };
+  const auto underLock = [](const std::function<void(vdev::Model&)>& fn) {
+    auto& d = vdev::device();
+    std::lock_guard lock(d.mutex);
+    fn(d.model);
+  };
+  struct Case {
+    const char* name;
+    uint32_t unit;
+    std::function<void()> edit;
+    uint32_t slot;  // the slot word the next answer holds; 0: no answer
+  };
+  const Case cases[] = {
+      {"moved under the mutex", 301,
+       [&] { underLock([](vdev::Model& m) { m.interfaces.at(301).location[ZOR_LOC_SLOT] = 7; }); },
+       7},
+      {"moved through modelEdit", 301,
+       [] {
+         vdev::modelEdit([](vdev::Model& m) { m.interfaces.at(301).location[ZOR_LOC_SLOT] = 8; });
+       },
+       8},
+      {"moved by another thread", 301,
+       [&] {
+         std::thread t([&] {
+           underLock([](vdev::Model& m) { m.interfaces.at(301).location[ZOR_LOC_SLOT] = 9; });
+         });
+         t.join();
+       },
+       9},
+      {"removed", 301, [&] { underLock([](vdev::Model& m) { m.interfaces.erase(301); }); }, 0},
+      // 201 and 305 share a place in the cache.
+      {"another unit asked", 305, [&] { location(201); }, 3},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    vdev::resetForTest();
+    ASSERT_FALSE(location(c.unit).empty());
+    ASSERT_FALSE(location(c.unit).empty());  // the second answer comes from the cache
+    c.edit();
+    const Bytes got = location(c.unit);
+    if (c.slot == 0) {
+      EXPECT_TRUE(got.empty());
+      continue;
+    }
+    ASSERT_FALSE(got.empty());
+    EXPECT_EQ(be::load32(got.data() + 4 * ZOR_LOC_SLOT), c.slot);
+    EXPECT_EQ(be::load32(got.data() + 4 * ZOR_LOC_PORT), c.unit % 100);
+  }
+}
+
+// A thread that keeps asking while another moves the interface sees the old or the new place,
+// and the new one once the move is known to have happened.
+TEST_F(PlatformCallsTest, LocationLookupsRaceWithAMove) {
+  std::atomic<bool> moved{false};
+  std::thread mover([&] {
+    vdev::modelEdit([](vdev::Model& m) { m.interfaces.at(301).location[ZOR_LOC_SLOT] = 7; });
+    moved.store(true, std::memory_order_release);
+  });
+  uint8_t b[32];
+  bool done = false;
+  while (!done) {
+    done = moved.load(std::memory_order_acquire);
+    ASSERT_EQ(zorIndexTrans(301, ZOR_TRANS_LOCATION, b), 0);
+    const uint32_t slot = be::load32(b + 4 * ZOR_LOC_SLOT);
+    ASSERT_TRUE(slot == 3 || slot == 7) << slot;
+    if (done) {
+      EXPECT_EQ(slot, 7u);
+    }
+  }
+  mover.join();
 }
 
 TEST_F(PlatformCallsTest, EveryCallAsksTheFaultTable) {
