@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (the asan preset: clang, ASan and UBSan, which also builds every
-# test) and runs each for a bounded time (ACL_FUZZ_SECONDS, default 20) from its seed corpus, as
+# test) and runs each for a bounded time (ACL_FUZZ_SECONDS, default 10) from its seed corpus, as
 # CI does.
 #
 # scripts/fuzz.sh --long [RUNS]: a campaign instead: each target runs to RUNS executions
@@ -11,11 +11,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-# The CPU-defend packet parser takes 15 s unless ACL_FUZZ_SECONDS_CPUDEFEND says otherwise, the
-# device-control lines (vdev_control) the common time unless ACL_FUZZ_SECONDS_VDEV_CONTROL does.
-seconds=(-DACL_FUZZ_SECONDS="${ACL_FUZZ_SECONDS:-20}"
-  -DACL_FUZZ_SECONDS_cpudefend_packet="${ACL_FUZZ_SECONDS_CPUDEFEND:-15}"
-  -DACL_FUZZ_SECONDS_vdev_control="${ACL_FUZZ_SECONDS_VDEV_CONTROL:-${ACL_FUZZ_SECONDS:-20}}")
+# The CPU-defend packet parser (ACL_FUZZ_SECONDS_CPUDEFEND) and the device-control lines
+# (ACL_FUZZ_SECONDS_VDEV_CONTROL) take the common time unless given their own.
+seconds=(-DACL_FUZZ_SECONDS="${ACL_FUZZ_SECONDS:-10}"
+  -DACL_FUZZ_SECONDS_cpudefend_packet="${ACL_FUZZ_SECONDS_CPUDEFEND:-${ACL_FUZZ_SECONDS:-10}}"
+  -DACL_FUZZ_SECONDS_vdev_control="${ACL_FUZZ_SECONDS_VDEV_CONTROL:-${ACL_FUZZ_SECONDS:-10}}")
 # As in build.sh: a directory configured by an older preset definition is configured afresh.
 cmake --preset asan "${seconds[@]}" >/dev/null 2>&1 || cmake --preset asan --fresh "${seconds[@]}" >/dev/null
 fuzz_targets=()

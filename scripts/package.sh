@@ -6,7 +6,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh package
 cmake --preset default >/dev/null
-cmake --build --preset default --target package -j "$(nproc)" >/dev/null
+# The package target would build everything first (tests, benchmarks); build only what the
+# package holds, then pack.
+pieces=(acl aclctl package_doc)
+if grep -q '^HELP2MAN:FILEPATH=/' build/default/CMakeCache.txt; then pieces+=(manpages); fi
+cmake --build --preset default -j "$(nproc)" --target "${pieces[@]}" >/dev/null
+(cd build/default && cpack --config CPackConfig.cmake >/dev/null)
 deb=$(ls -t build/default/acl-manager_*.deb | head -n1)
 echo "package: $deb"
 
