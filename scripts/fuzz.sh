@@ -57,13 +57,14 @@ campaign() {
   rm -rf "$dir" && mkdir -p "$dir"
   mapfile -t args < <(args_of "$name")
   mkdir -p "build/asan/fuzz/corpus_$name"
-  # Each worker runs in a scratch directory of its own, in memory where there is one: inputs that
-  # name files (device-control saves) write there, not into the tree or onto the disk.
+  # Each worker runs in a scratch directory of its own, in memory where there is one, also its
+  # TMPDIR: the file targets' input files and the files device-control saves name go there, not
+  # into the tree or onto the disk, and go with it.
   local scratch
   scratch=$(mktemp -d "$( [ -w /dev/shm ] && echo /dev/shm || echo /tmp)/acl-fuzz-XXXXXX")
   for ((w = 0; w < workers; w++)); do
     mkdir -p "$scratch/$w"
-    (cd "$scratch/$w" && exec "$PWD_ROOT/$bin/fuzz_$name" -runs="$each" -timeout=10 \
+    (cd "$scratch/$w" && TMPDIR="$scratch/$w" exec "$PWD_ROOT/$bin/fuzz_$name" -runs="$each" -timeout=10 \
       -print_final_stats=1 -artifact_prefix="$PWD_ROOT/$dir/" -seed=$((w + 1)) "${args[@]}" \
       >"$PWD_ROOT/$dir/log.$w" 2>&1) &
   done
