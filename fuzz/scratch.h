@@ -11,7 +11,7 @@
 
 inline std::string fuzzScratchPath(const char* name, const char* suffix) {
   const char* tmp = std::getenv("TMPDIR");
-  const std::string dir = tmp != nullptr && *tmp != '\0'           ? tmp
+  const std::string dir = tmp != nullptr && *tmp != '\0'    ? tmp
                           : ::access("/dev/shm", W_OK) == 0 ? "/dev/shm"
                                                             : "/tmp";
   return dir + "/acl_fuzz_" + name + "_" + std::to_string(::getpid()) + suffix;
