@@ -14,11 +14,12 @@
 #include "platform/vdev/model.h"
 #include "platform/vdev/model_json.h"
 #include "platform/vdev/vdev.h"
+#include "scratch.h"
 
 namespace {
 
 const std::string& scratchPath() {
-  static const std::string path = "/tmp/acl_fuzz_device_" + std::to_string(::getpid()) + ".json";
+  static const std::string path = fuzzScratchPath("device", ".json");
   return path;
 }
 

@@ -15,11 +15,12 @@
 #include "main/opt_read.h"
 #include "platform/options.h"
 #include "platform/sil.h"
+#include "scratch.h"
 
 namespace {
 
 const std::string& scratchPath() {
-  static const std::string path = "/tmp/acl_fuzz_options_" + std::to_string(::getpid()) + ".conf";
+  static const std::string path = fuzzScratchPath("options", ".conf");
   return path;
 }
 
