@@ -19,11 +19,11 @@ bash scripts/setup.sh
 seconds=(-DACL_FUZZ_SECONDS="${ACL_FUZZ_SECONDS:-10}"
   -DACL_FUZZ_SECONDS_cpudefend_packet="${ACL_FUZZ_SECONDS_CPUDEFEND:-${ACL_FUZZ_SECONDS:-10}}"
   -DACL_FUZZ_SECONDS_vdev_control="${ACL_FUZZ_SECONDS_VDEV_CONTROL:-${ACL_FUZZ_SECONDS:-10}}")
-# As in build.sh: a directory configured by an older preset definition is configured afresh.
 fuzz_targets=()
 for src in fuzz/*.cc; do fuzz_targets+=("fuzz_$(basename "$src" .cc)"); done
 
 if [ "${1:-}" != "--long" ]; then
+  # As in build.sh: a directory configured by an older preset definition is configured afresh.
   cmake --preset asan "${seconds[@]}" >/dev/null 2>&1 || cmake --preset asan --fresh "${seconds[@]}" >/dev/null
   cmake --build --preset asan -j "$(nproc)" --target "${fuzz_targets[@]}"
   ctest --preset asan -L fuzz
