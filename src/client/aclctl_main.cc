@@ -8,6 +8,7 @@
 #include "client/aclctl_list.h"
 #include "client/aclctl_rule.h"
 #include "client/aclctl_views.h"
+#include "client/client_timeout.h"
 
 int main(int argc, char** argv) {
   CLI::App app("Client of the acl daemon: raw command-table calls and device control");
@@ -17,6 +18,11 @@ int main(int argc, char** argv) {
                                 "directory of the daemon's sockets (default /tmp)");
   app.add_option("--socket", globals.socket, "command socket path")->excludes(runDir);
   app.add_flag("--json", globals.json, "JSON output for the friendly commands");
+  // Applied as soon as it is read, before any subcommand runs.
+  app.add_option_function<int>(
+         "--timeout", [](int seconds) { aclclient::setDefaultTimeoutMs(seconds * 1000); },
+         "seconds to wait for each answer of the daemon or the device (default 5)")
+      ->check(CLI::Range(1, 3600));
 
   aclctlAddCallCommand(app, globals);
   aclctlAddMeterCommands(app, globals);

@@ -7,13 +7,13 @@
 #include <span>
 #include <string>
 
+#include "client/client_timeout.h"
 #include "wire/protocol.h"
 
 namespace aclclient {
 
 constexpr const char* kCmdSocketName = "aclcmd.socket";
 constexpr const char* kDefaultRunDir = "/tmp";
-constexpr int kDefaultTimeoutMs = 5000;
 
 // The command socket: socket when given, else the socket's name inside runDir (default /tmp).
 std::string cmdSocketPath(const std::string& runDir, const std::string& socket);
@@ -22,7 +22,7 @@ class CmdClient {
  public:
   // nullptr with err set when nothing serves path.
   static std::unique_ptr<CmdClient> connect(const std::string& path, std::string* err,
-                                            int timeoutMs = kDefaultTimeoutMs);
+                                            int timeoutMs = defaultTimeoutMs());
   ~CmdClient();
   CmdClient(const CmdClient&) = delete;
   CmdClient& operator=(const CmdClient&) = delete;
