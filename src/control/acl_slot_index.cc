@@ -10,7 +10,7 @@
 namespace {
 
 std::map<AclSlotListDirKey, AclSlotListDir>& filed() {
-  static std::map<AclSlotListDirKey, AclSlotListDir> all;
+  static auto& all = *new std::map<AclSlotListDirKey, AclSlotListDir>;  // never destroyed
   return all;
 }
 

@@ -31,7 +31,7 @@ constexpr uint8_t kHqosSlot = 22;
 
 using Key = std::tuple<uint32_t, uint32_t, uint8_t>;
 std::map<Key, uint32_t>& held() {
-  static std::map<Key, uint32_t> h;
+  static auto& h = *new std::map<Key, uint32_t>;  // never destroyed, as the other books
   return h;
 }
 

@@ -84,11 +84,11 @@ using EntryNode = decltype(HwTable::entries)::node_type;
 using TableNode = decltype(Journal::hw)::node_type;
 constexpr size_t kSpareEntries = 64, kSpareTables = 4;
 std::vector<EntryNode>& spareEntries() {
-  static std::vector<EntryNode> spare;
+  static auto& spare = *new std::vector<EntryNode>;  // never destroyed
   return spare;
 }
 std::vector<TableNode>& spareTables() {
-  static std::vector<TableNode> spare;
+  static auto& spare = *new std::vector<TableNode>;  // never destroyed
   return spare;
 }
 

@@ -240,9 +240,13 @@ AclRuleEntry* nextRule(AclListEntry* l, AclRuleEntry* r) {
 }
 
 // The global policies' rule copies in the global table, counted per (list, rule, dir).
+// This book, like the other per-process books built on first use (HQoS holders, the slot index,
+// the device's spare nodes), is never destroyed: a function-local static made after an exit
+// handler was registered dies before that handler runs, and a reset from it (or a task thread
+// still ending) would then walk a freed tree (found by the table-call fuzz campaign).
 using GlobalKey = std::tuple<uint32_t, uint32_t, uint8_t>;
 std::map<GlobalKey, uint32_t>& globalHeld() {
-  static std::map<GlobalKey, uint32_t> held;
+  static auto& held = *new std::map<GlobalKey, uint32_t>;  // never destroyed: see below
   return held;
 }
 void globalNote(const AclRuleEntry* r, uint8_t dir, bool add) {
