@@ -212,8 +212,8 @@ bool readsOtherModules(const AclRuleEntry* rule) {
   return aclBitTest(fieldBits, RULE_BIT_COUNTERID) || aclBitTest(fieldBits, RULE_BIT_METERID);
 }
 
-// The fill leaves the aggregation and active-rule words 0: a kept record that a view wrote them
-// into goes out of the copying translation with them cleared again.
+// The fill leaves the aggregation and active-rule words 0, so a kept record holds in them only
+// what the last view wrote, which every view writes again.
 constexpr uint32_t placeLen(const FieldPlace& p) {
   switch (p.kind) {
     case Kind::U8:
@@ -288,23 +288,11 @@ uint32_t aclDevTrans(const AclRuleEntry* rule, uint8_t* devPtr, uint8_t dir, uin
                      uint8_t meterShared, uint16_t priority, uint16_t onuId, uint16_t gemPort,
                      uint32_t gemPortVp) {
   if (rule == nullptr || devPtr == nullptr) return CMN_ERR_BAD_PARAM;
-  std::span<uint8_t> dev(devPtr, kRecLen);
-  if (readsOtherModules(rule)) {
-    ruleFill(rule, dev);
-  } else {
-    KeptRecord& kept = keptSlot(rule);
-    if (headIs(kept.head, rule)) {
-      std::copy(kept.rec.begin(), kept.rec.end(), dev.begin());
-      // A view may have left its two words in the kept record; the fill has 0 there.
-      be::store32(dev, kAggIfIndex, 0);
-      be::store32(dev, kActiveRuleNum, 0);
-    } else {
-      ruleFill(rule, dev);
-      kept.head = headOf(rule);
-      std::copy(dev.begin(), dev.end(), kept.rec.begin());
-    }
-  }
-  writeBindingWords(
-      rule, dev, AclDevWords{dir, counterShared, meterShared, priority, onuId, gemPort, gemPortVp});
+  // The view with the aggregation and active-rule words 0, as the fill leaves them, copied out
+  // when it is the kept record rather than devPtr itself.
+  const uint8_t* view = aclDevTransView(
+      rule, devPtr,
+      AclDevWords{dir, counterShared, meterShared, priority, onuId, gemPort, gemPortVp});
+  if (view != devPtr) std::copy(view, view + kRecLen, devPtr);
   return 0;
 }
