@@ -48,24 +48,21 @@ TEST_F(RuleFields, EveryPlainValueIsStoredUnderItsCodeAndReadBack) {
     const uint32_t v = 0x10000 + cmd;
     const size_t before = relayCount();
     ASSERT_EQ(set(1, cmd, v), 0) << cmd;
-    EXPECT_EQ(relayCount(), before + 1) << cmd;
-    EXPECT_EQ(storedWord(1, static_cast<uint8_t>(code)), v) << cmd;
-    EXPECT_TRUE(fieldBit(1, code)) << cmd;
-    EXPECT_EQ(get(1, cmd), v) << cmd;
+    EXPECT_EQ(std::make_tuple(relayCount(), storedWord(1, static_cast<uint8_t>(code)),
+                              fieldBit(1, code), get(1, cmd)),
+              std::make_tuple(before + 1, v, true, v))
+        << cmd;
   }
   // The relay carries the rule key, the value word and the options of the rule family.
   const vdev::Relay r = lastRelay();
-  EXPECT_EQ(r.cmd, 0x08CDC000u + 86);
   const Key key(kList, 1);
-  EXPECT_EQ(r.keyBytes, Bytes(key.bytes.begin(), key.bytes.end()));
-  EXPECT_EQ(r.data, (Bytes{0, 1, 0, 86}));
-  EXPECT_EQ(be::load32(r.options, 0), 3u);
-  EXPECT_EQ(be::load32(r.options, 4), 12u);
-  EXPECT_EQ(be::load32(r.options, 16), 4u);
+  EXPECT_EQ(std::make_tuple(r.cmd, r.keyBytes, r.data, be::load32(r.options, 0),
+                            be::load32(r.options, 4), be::load32(r.options, 16)),
+            std::make_tuple(0x08CDC000u + 86, Bytes(key.bytes.begin(), key.bytes.end()),
+                            Bytes{0, 1, 0, 86}, 3u, 12u, 4u));
   // Setting a field again changes its one value.
   ASSERT_EQ(set(1, 14, 8080), 0);
-  EXPECT_EQ(get(1, 14), 8080u);
-  EXPECT_EQ(entries(1, RULE_BIT_SRCPORT), 1u);
+  EXPECT_EQ(std::make_pair(get(1, 14), entries(1, RULE_BIT_SRCPORT)), std::make_pair(8080u, 1ul));
 }
 
 TEST_F(RuleFields, ShiftedValuesAndDefaults) {
@@ -75,35 +72,32 @@ TEST_F(RuleFields, ShiftedValuesAndDefaults) {
                                  {74, RULE_BIT_IPPRECEDENCE, 5, 160}};
   for (const auto& [cmd, code, v, kept] : shifted) {
     ASSERT_EQ(set(1, cmd, v), 0) << cmd;
-    EXPECT_EQ(storedWord(1, static_cast<uint8_t>(code)), kept) << cmd;
-    EXPECT_EQ(get(1, cmd), v) << cmd;
+    EXPECT_EQ(std::make_pair(storedWord(1, static_cast<uint8_t>(code)), get(1, cmd)),
+              std::make_pair(kept, v))
+        << cmd;
   }
   const Bytes bits = getDesc(1, ACL_RULE_CMD_FIELD_BITS);
-  EXPECT_TRUE(aclBitTest(bits, 18));
-  EXPECT_TRUE(aclBitTest(bits, 19));
-  EXPECT_TRUE(aclBitTest(bits, 65));
+  EXPECT_TRUE(aclBitTest(bits, 18) && aclBitTest(bits, 19) && aclBitTest(bits, 65));
 
   // Absent fields read 0, protocol type and subtype 65535.
   ASSERT_EQ(create(2), 0);
-  EXPECT_EQ(get(2, 5), 65535u);
-  EXPECT_EQ(get(2, 6), 65535u);
-  for (uint32_t cmd : {2u, 3u, 7u, 14u, 19u, 20u, 74u, 86u}) EXPECT_EQ(get(2, cmd), 0u) << cmd;
-  ASSERT_EQ(set(2, 5, 6), 0);
-  EXPECT_EQ(get(2, 5), 6u);
-  EXPECT_EQ(entries(2, RULE_BIT_PROTOTYPE), 1u);
-  ASSERT_EQ(set(2, 5, 17), 0);
-  EXPECT_EQ(get(2, 5), 17u);
-  EXPECT_EQ(entries(2, RULE_BIT_PROTOTYPE), 1u) << "overwritten in place";
+  std::vector<uint32_t> absent;
+  for (uint32_t cmd : {5u, 6u, 2u, 3u, 7u, 14u, 19u, 20u, 74u, 86u}) absent.push_back(get(2, cmd));
+  EXPECT_EQ(absent, (std::vector<uint32_t>{65535, 65535, 0, 0, 0, 0, 0, 0, 0, 0}));
+  for (uint32_t v : {6u, 17u}) {  // overwritten in place
+    ASSERT_EQ(set(2, 5, v), 0);
+    EXPECT_EQ(std::make_pair(get(2, 5), entries(2, RULE_BIT_PROTOTYPE)), std::make_pair(v, 1ul));
+  }
 }
 
 TEST_F(RuleFields, LayerTypeAndMulticastGemLiveInTheRecord) {
   ASSERT_EQ(set(1, ACL_RULE_CMD_LAYERTYPE, 0x1234), 0);
-  EXPECT_EQ(record(1)->layerType, 0x34);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_LAYERTYPE), 0x34u);
-  EXPECT_TRUE(fieldBit(1, RULE_BIT_LAYERTYPE));
+  EXPECT_EQ(std::make_tuple(record(1)->layerType, get(1, ACL_RULE_CMD_LAYERTYPE),
+                            fieldBit(1, RULE_BIT_LAYERTYPE)),
+            std::make_tuple(0x34, 0x34u, true));
   ASSERT_EQ(set(1, ACL_RULE_CMD_MULTICASTGEM, 7), 0);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_MULTICASTGEM), 1u);
-  EXPECT_TRUE(fieldBit(1, RULE_BIT_MULTICASTGEM));
+  EXPECT_EQ(std::make_pair(get(1, ACL_RULE_CMD_MULTICASTGEM), fieldBit(1, RULE_BIT_MULTICASTGEM)),
+            std::make_pair(1u, true));
   ASSERT_EQ(set(1, ACL_RULE_CMD_MULTICASTGEM, 0), 0);
   EXPECT_EQ(get(1, ACL_RULE_CMD_MULTICASTGEM), 0u);
   EXPECT_EQ(aclValueFirst(record(1)), nullptr) << "neither has a value entry";
@@ -115,19 +109,16 @@ TEST_F(RuleFields, AddressesTakeFourOrSixteenBytes) {
   for (uint32_t cmd : {8u, 10u, 11u, 13u}) {
     const uint8_t code = aclRuleSetCmd(cmd).code;
     ASSERT_EQ(setDesc(1, cmd, v4), 0) << cmd;
-    EXPECT_EQ(getDesc(1, cmd), v4) << cmd;
-    EXPECT_TRUE(fieldBit(1, code));
-    // A longer address replaces the shorter one, from the other pool.
+    EXPECT_EQ(std::make_pair(getDesc(1, cmd), fieldBit(1, code)), std::make_pair(v4, true)) << cmd;
+    // A longer address replaces the shorter one, from the other pool; a short read is clamped.
     ASSERT_EQ(setDesc(1, cmd, v6), 0) << cmd;
-    EXPECT_EQ(getDesc(1, cmd), v6) << cmd;
-    EXPECT_EQ(entries(1, code), 1u);
-    EXPECT_EQ(getDesc(1, cmd, 5), Bytes(v6.begin(), v6.begin() + 5)) << "clamped";
+    EXPECT_EQ(std::make_tuple(getDesc(1, cmd), entries(1, code), getDesc(1, cmd, 5)),
+              std::make_tuple(v6, 1ul, Bytes(v6.begin(), v6.begin() + 5)))
+        << cmd;
   }
   const vdev::Relay r = lastRelay();
-  EXPECT_EQ(r.cmd, 0x08CDC000u + 13);
-  EXPECT_EQ(be::load32(r.options, 0), 0x80000003u);
-  EXPECT_EQ(be::load32(r.options, 16), 16u);
-  EXPECT_EQ(r.data, v6);
+  EXPECT_EQ(std::make_tuple(r.cmd, be::load32(r.options, 0), be::load32(r.options, 16), r.data),
+            std::make_tuple(0x08CDC000u + 13, 0x80000003u, 16u, v6));
 }
 
 TEST_F(RuleFields, BadAddressLengthsAreRefusedBeforeOrAfterTheRelay) {
@@ -143,9 +134,9 @@ TEST_F(RuleFields, BadAddressLengthsAreRefusedBeforeOrAfterTheRelay) {
       EXPECT_EQ(relayCount(), before) << cmd << " " << len;
     }
   }
-  EXPECT_FALSE(fieldBit(1, RULE_BIT_SRCADDR));
-  EXPECT_EQ(aclValueFirst(record(1)), nullptr);
-  EXPECT_EQ(getDesc(1, 8).size(), 0u) << "an absent address has length 0";
+  EXPECT_EQ(std::make_tuple(fieldBit(1, RULE_BIT_SRCADDR), aclValueFirst(record(1)),
+                            getDesc(1, 8).size()),  // an absent address has length 0
+            std::make_tuple(false, nullptr, 0ul));
   // A descriptor whose data address is missing.
   Key k(kList, 1);
   wire::BufDesc d{nullptr, 4};
@@ -163,8 +154,7 @@ TEST_F(RuleFields, MacsTakeExactlySixBytes) {
     }
   }
   // An absent MAC still answers six bytes; an absent mask answers none.
-  EXPECT_EQ(getDesc(1, 34), Bytes(6, 0));
-  EXPECT_EQ(getDesc(1, 36).size(), 0u);
+  EXPECT_EQ(std::make_pair(getDesc(1, 34), getDesc(1, 36)), std::make_pair(Bytes(6, 0), Bytes{}));
   const std::pair<uint32_t, Bytes> sets[] = {{34, mac}, {36, mask}, {37, mac}, {39, mask}};
   for (const auto& [cmd, bytes] : sets) ASSERT_EQ(setDesc(1, cmd, bytes), 0) << cmd;
   ASSERT_EQ(set(1, 35, 24), 0);
@@ -186,15 +176,14 @@ TEST_F(RuleFields, UserDefinedDataIsFourRecords) {
   for (uint32_t n = 0; n < 4; ++n) {
     const AclValueEntry* e =
         aclRuleValueEntryGet(record(1), static_cast<uint8_t>(RULE_BIT_USERDEFINEDDATA1 + n));
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->len, 12);
+    EXPECT_TRUE(e != nullptr && e->len == 12) << n;
   }
-  EXPECT_EQ(getDesc(1, 48), udf);
-  EXPECT_EQ(getDesc(1, 48, 20), Bytes(udf.begin(), udf.begin() + 20));
+  EXPECT_EQ(std::make_pair(getDesc(1, 48), getDesc(1, 48, 20)),
+            std::make_pair(udf, Bytes(udf.begin(), udf.begin() + 20)));
   udf[0] = 0x99;
   ASSERT_EQ(setDesc(1, 48, udf), 0);
-  EXPECT_EQ(getDesc(1, 48), udf);
-  EXPECT_EQ(entries(1, RULE_BIT_USERDEFINEDDATA1), 1u);
+  EXPECT_EQ(std::make_pair(getDesc(1, 48), entries(1, RULE_BIT_USERDEFINEDDATA1)),
+            std::make_pair(udf, 1ul));
 }
 
 TEST_F(RuleFields, UnknownCommandsAnswerMinusOne) {
@@ -216,15 +205,15 @@ TEST_F(RuleFields, RecordCommandsOfTheGet) {
   // The image of the rule record: list, rule, field bits, ..., status, time range.
   const Bytes img = getDesc(1, ACL_RULE_CMD_RULE_IMAGE);
   ASSERT_EQ(img.size(), ACL_RULE_IMAGE_LEN);
-  EXPECT_EQ(be::load32(img, ACL_RULE_IMAGE_LST), kList);
-  EXPECT_EQ(be::load32(img, ACL_RULE_IMAGE_RULE), 1u);
-  EXPECT_TRUE(aclBitTest(std::span(img).subspan(ACL_RULE_IMAGE_FIELD_BITS, 12), 13));
-  EXPECT_EQ(img[ACL_RULE_IMAGE_STATUS], 3);
-  EXPECT_EQ(be::load16(img, ACL_RULE_IMAGE_TR_IDX), 1u);
-  EXPECT_EQ(getDesc(1, ACL_RULE_CMD_RULE_IMAGE, 10).size(), 10u);
-  // Field bits: 12 bytes at most.
-  EXPECT_EQ(getDesc(1, 0).size(), 12u);
-  EXPECT_EQ(getDesc(1, 0, 3).size(), 3u);
+  EXPECT_EQ(
+      std::make_tuple(be::load32(img, ACL_RULE_IMAGE_LST), be::load32(img, ACL_RULE_IMAGE_RULE),
+                      aclBitTest(std::span(img).subspan(ACL_RULE_IMAGE_FIELD_BITS, 12), 13),
+                      img[ACL_RULE_IMAGE_STATUS], be::load16(img, ACL_RULE_IMAGE_TR_IDX)),
+      std::make_tuple(kList, 1u, true, 3, 1u));
+  // Short reads are cut; field bits are 12 bytes at most.
+  EXPECT_EQ(std::make_tuple(getDesc(1, ACL_RULE_CMD_RULE_IMAGE, 10).size(), getDesc(1, 0).size(),
+                            getDesc(1, 0, 3).size()),
+            std::make_tuple(10u, 12u, 3u));
   // A get without a buffer.
   Key k(kList, 1);
   EXPECT_EQ(aclRuleGetApi(k.addr(), 14, 0), CMN_ERR_BAD_PARAM);

@@ -22,33 +22,30 @@ class RuleStatus : public RuleApiTest {
 };
 
 TEST_F(RuleStatus, CreateValidInvalidDelete) {
+  using Events = std::vector<Event>;
+  // Status read back, rules in the list, announcements.
+  const auto state = [&] {
+    return std::make_tuple(record(1) ? get(1, ACL_RULE_CMD_STATUS) : 0u,
+                           aclListEntryGet(kList)->ruleNum, ruleEvents());
+  };
   ASSERT_EQ(create(1), 0);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
-  EXPECT_EQ(aclListEntryGet(kList)->ruleNum, 1u);
-  EXPECT_EQ(lastRelay().cmd, 0x08CDC000u + 57);
-  EXPECT_EQ(lastRelay().data, (Bytes{0, 0, 0, 2}));
-  EXPECT_TRUE(ruleEvents().empty()) << "creation is not announced";
-
+  EXPECT_EQ(std::make_tuple(lastRelay().cmd, lastRelay().data),
+            std::make_tuple(0x08CDC000u + 57, Bytes{0, 0, 0, 2}));
+  EXPECT_EQ(state(), std::make_tuple(3u, 1u, Events{})) << "creation is not announced";
+  Events ev = {{249, kList, 0}, {250, kList, 1}};
   ASSERT_EQ(makeValid(1), 0);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 1u);
-  EXPECT_EQ(ruleEvents(), (std::vector<Event>{{249, kList, 0}, {250, kList, 1}}));
-
+  EXPECT_EQ(state(), std::make_tuple(1u, 1u, ev));
   ASSERT_EQ(makeInvalid(1), 0);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
   ASSERT_EQ(makeInvalid(1), 0) << "already invalid";
-  EXPECT_EQ(ruleEvents().size(), 3u);
-  EXPECT_EQ(ruleEvents().back(), (Event{251, kList, 1}));
-
+  ev.push_back({251, kList, 1});
+  EXPECT_EQ(state(), std::make_tuple(3u, 1u, ev));
   EXPECT_EQ(set(1, ACL_RULE_CMD_STATUS, 5), 0) << "other values change nothing";
+  EXPECT_EQ(state(), std::make_tuple(3u, 1u, ev));
   ASSERT_EQ(remove(1), 0);
-  EXPECT_EQ(record(1), nullptr);
-  EXPECT_EQ(aclListEntryGet(kList)->ruleNum, 0u);
-  const auto ev = ruleEvents();
-  ASSERT_EQ(ev.size(), 5u);
-  EXPECT_EQ(ev[3], (Event{249, kList, 0}));
-  EXPECT_EQ(ev[4], (Event{251, kList, 1}));
+  ev.insert(ev.end(), {{249, kList, 0}, {251, kList, 1}});
+  EXPECT_EQ(state(), std::make_tuple(0u, 0u, ev));
   EXPECT_EQ(remove(1), 0) << "a missing rule";
-  EXPECT_EQ(ruleEvents().size(), 5u);
+  EXPECT_EQ(state(), std::make_tuple(0u, 0u, ev));
 }
 
 TEST_F(RuleStatus, CreatingAnExistingRuleEmptiesIt) {
@@ -67,11 +64,10 @@ TEST_F(RuleStatus, CreatingAnExistingRuleEmptiesIt) {
 
   ASSERT_EQ(create(1), 0);
   EXPECT_EQ(getDesc(1, ACL_RULE_CMD_RULE_IMAGE), empty);
-  EXPECT_EQ(aclValueFirst(record(1)), nullptr);
-  EXPECT_EQ(aclActionFirst(record(1)), nullptr);
-  EXPECT_EQ(std::make_tuple(meterRefs(1), counterRefs(1), timeRangeRefs(1), mirrorRefs(2)),
-            std::make_tuple(0, 0, 0, 0));
-  EXPECT_EQ(aclListEntryGet(kList)->ruleNum, 1u);
+  EXPECT_EQ(std::make_tuple(aclValueFirst(record(1)), aclActionFirst(record(1)), meterRefs(1),
+                            counterRefs(1), timeRangeRefs(1), mirrorRefs(2),
+                            aclListEntryGet(kList)->ruleNum),
+            std::make_tuple(nullptr, nullptr, 0, 0, 0, 0, 1u));
   EXPECT_EQ(ruleEvents().back(), (Event{251, kList, 1}));
 }
 
@@ -84,14 +80,12 @@ TEST_F(RuleStatus, ACreationThatFailsAnswersTheReason) {
   EXPECT_EQ(create(2), 0) << "a reset needs no room";
   // Rule number 0 names no rule.
   EXPECT_EQ(create(0), CMN_ERR_NOT_FOUND);
-}
-
-TEST_F(RuleStatus, ReValidatingAValidRuleInstallsItAgain) {
-  ASSERT_EQ(create(1), 0);
+  // Validating a valid rule installs (and announces) it again.
+  const size_t before = ruleEvents().size();
   ASSERT_EQ(makeValid(1), 0);
   ASSERT_EQ(makeValid(1), 0);
   EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 1u);
-  EXPECT_EQ(ruleEvents().size(), 4u);
+  EXPECT_EQ(ruleEvents().size(), before + 4);
 }
 
 TEST_F(RuleStatus, FailedRemovalsKeepTheRule) {
@@ -101,14 +95,15 @@ TEST_F(RuleStatus, FailedRemovalsKeepTheRule) {
   ASSERT_EQ(makeValid(1), 0);
   ASSERT_TRUE(inGlobalTable(1));
   failGlobal(HWIL_CMD_GLOBAL_DEL, 1, 0x3EA0048, 3);
-  EXPECT_EQ(remove(1), 0x3EA0048);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 1u);
-  EXPECT_EQ(create(1), 0x3EA0048) << "the reset stops too";
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 1u);
-  // Making it invalid goes on whatever the removal answered.
-  EXPECT_EQ(makeInvalid(1), 0x3EA0048);
-  EXPECT_EQ(get(1, ACL_RULE_CMD_STATUS), 3u);
-  EXPECT_TRUE(inGlobalTable(1)) << "the hardware kept what it refused to give up";
+  // The reset stops too; making it invalid goes on whatever the removal answered, and the
+  // hardware keeps what it refused to give up.
+  const std::pair<int32_t (*)(uint32_t), uint32_t> steps[] = {
+      {remove, 1}, {create, 1}, {makeInvalid, 3}};
+  for (const auto& [step, status] : steps) {
+    EXPECT_EQ(step(1), 0x3EA0048);
+    EXPECT_EQ(std::make_pair(get(1, ACL_RULE_CMD_STATUS), inGlobalTable(1)),
+              std::make_pair(status, true));
+  }
   ASSERT_EQ(remove(1), 0);
 
   // A rule whose time range will not let it go stays whole.
@@ -126,8 +121,7 @@ TEST_F(RuleStatus, MoveIsRelayedAndChangesNothing) {
   ASSERT_EQ(create(1), 0);
   ASSERT_EQ(set(1, ACL_RULE_CMD_MOVE, 5), 0);
   EXPECT_EQ(lastRelay().cmd, 0x08CDC000u + 58);
-  EXPECT_NE(record(1), nullptr);
-  EXPECT_EQ(record(5), nullptr);
+  EXPECT_TRUE(record(1) != nullptr && record(5) == nullptr);
 }
 
 }  // namespace
