@@ -104,27 +104,36 @@ uint16_t u16(const Rec& r, uint32_t off) {
 uint32_t u32(const Rec& r, uint32_t off) {
   return be::load32(r, off);
 }
-uint8_t ipVer(const Rec& r) {
-  return r[ACL_RP_ENCAP_LAYER_IPVER] & 3;
-}
-uint8_t ipFrag(const Rec& r) {
-  return r[ACL_RP_DOT1P_FLAGS] & 1;
+
+// The layer-3/4 view of a parse: IP version, fragment flag, protocol type and subtype, the first
+// word of the source address, the ports and the TCP flags.
+using L34 = std::array<uint32_t, 8>;
+L34 l34(const Rec& r) {
+  return {uint32_t(r[ACL_RP_ENCAP_LAYER_IPVER] & 3),
+          uint32_t(r[ACL_RP_DOT1P_FLAGS] & 1),
+          u16(r, ACL_RP_PROTO_TYPE),
+          u16(r, ACL_RP_PROTO_SUBTYPE),
+          u32(r, ACL_RP_SRC_ADDR),
+          u16(r, ACL_RP_SRC_PORT),
+          u16(r, ACL_RP_DEST_PORT),
+          r[ACL_RP_TCP_FSM]};
 }
 
 TEST(CpuDefendParse, TcpOverIpv4) {
   const Rec r = parse(tcpSyn(80), meta(ACL_ETHTYPE_IPV4));
   EXPECT_TRUE(std::equal(kDmac.begin(), kDmac.end(), r.begin() + ACL_RP_DEST_MAC));
   EXPECT_TRUE(std::equal(kSmac.begin(), kSmac.end(), r.begin() + ACL_RP_SRC_MAC));
-  // (offset, width in bytes, value) of the fields the SYN sets.
-  const std::tuple<uint32_t, int, uint32_t> fields[] = {
-      {ACL_RP_ETH_TYPE, 2, 0x0800},     {ACL_RP_OUTER_VID, 2, 100},
-      {ACL_RP_INNER_VID, 2, 200},       {ACL_RP_DOT1P_FLAGS, 1, 5 << 4 | 6 << 1},
-      {ACL_RP_PROTO_TYPE, 2, 0x0800},   {ACL_RP_PROTO_SUBTYPE, 2, 6},
-      {ACL_RP_ENCAP_LAYER_IPVER, 1, 1}, {ACL_RP_SRC_ADDR, 4, 0xC0000201u},
-      {ACL_RP_SRC_ADDR + 4, 4, 0},      {ACL_RP_DEST_ADDR, 4, 0xC6336407u},
-      {ACL_RP_TOS_DSCP, 1, 0xB8},       {ACL_RP_IP_TTL, 1, 64},
-      {ACL_RP_SRC_PORT, 2, 40000},      {ACL_RP_DEST_PORT, 2, 80},
-      {ACL_RP_TCP_FSM, 1, 0x02}};
+  EXPECT_EQ(l34(r), (L34{1, 0, 0x0800, 6, 0xC0000201u, 40000, 80, 0x02}));
+  // (offset, width in bytes, value) of the other fields the SYN sets.
+  const std::tuple<uint32_t, int, uint32_t> fields[] = {{ACL_RP_ETH_TYPE, 2, 0x0800},
+                                                        {ACL_RP_OUTER_VID, 2, 100},
+                                                        {ACL_RP_INNER_VID, 2, 200},
+                                                        {ACL_RP_DOT1P_FLAGS, 1, 5 << 4 | 6 << 1},
+                                                        {ACL_RP_ENCAP_LAYER_IPVER, 1, 1},
+                                                        {ACL_RP_SRC_ADDR + 4, 4, 0},
+                                                        {ACL_RP_DEST_ADDR, 4, 0xC6336407u},
+                                                        {ACL_RP_TOS_DSCP, 1, 0xB8},
+                                                        {ACL_RP_IP_TTL, 1, 64}};
   for (const auto& [off, width, want] : fields) {
     const uint32_t got = width == 1 ? r[off] : width == 2 ? u16(r, off) : u32(r, off);
     EXPECT_EQ(got, want) << "offset " << off;
@@ -132,32 +141,29 @@ TEST(CpuDefendParse, TcpOverIpv4) {
   EXPECT_EQ(r[300], 0) << "the record is cleared first";
 }
 
-TEST(CpuDefendParse, FragmentsAndIcmp) {
-  struct Case {
-    uint16_t frag;
-    uint8_t ipFrag;
-    uint16_t sport;
-  } cases[] = {{0x2000, 1, 53}, {0x200C, 1, 0}, {0x0001, 1, 0}, {0x4000, 1, 53}, {0, 0, 53}};
-  for (const Case& c : cases) {
+TEST(CpuDefendParse, FragmentsOptionsAndIcmp) {
+  // UDP 53 -> 5353 by fragment word; addresses are in every fragment, ports only in the first.
+  const std::pair<uint16_t, L34> frags[] = {{0x2000, {1, 1, 0x0800, 17, 0x0A000001u, 53, 5353, 0}},
+                                            {0x200C, {1, 1, 0x0800, 17, 0x0A000001u, 0, 0, 0}},
+                                            {0x0001, {1, 1, 0x0800, 17, 0x0A000001u, 0, 0, 0}},
+                                            {0x4000, {1, 1, 0x0800, 17, 0x0A000001u, 53, 5353, 0}},
+                                            {0, {1, 0, 0x0800, 17, 0x0A000001u, 53, 5353, 0}}};
+  for (const auto& [frag, want] : frags) {
     Bytes f = ethernet(ACL_ETHTYPE_IPV4);
-    append(f, ipv4(17, "10.0.0.1", "10.0.0.2", c.frag));
+    append(f, ipv4(17, "10.0.0.1", "10.0.0.2", frag));
     append(f, udp(53, 5353));
-    const Rec r = parse(f, meta(ACL_ETHTYPE_IPV4));
-    EXPECT_EQ(ipFrag(r), c.ipFrag) << std::hex << c.frag;
-    EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), c.sport) << std::hex << c.frag;
-    EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x0A000001u) << "addresses in every fragment";
+    EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV4))), want) << std::hex << frag;
   }
+  // ICMP type and code stand in the ports.
   Bytes f = ethernet(ACL_ETHTYPE_IPV4);
   append(f, ipv4(1, "10.0.0.1", "10.0.0.2"));
   append(f, Bytes{8, 3, 0, 0});  // echo request, code 3
-  const Rec r = parse(f, meta(ACL_ETHTYPE_IPV4));
-  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 8);
-  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 3);
+  EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV4))), (L34{1, 0, 0x0800, 1, 0x0A000001u, 8, 3, 0}));
   // Options move the layer-4 header: ihl 6 puts the ports 4 bytes later.
   f = ethernet(ACL_ETHTYPE_IPV4);
   append(f, ipv4(6, "10.0.0.1", "10.0.0.2", 0, 6));
   append(f, tcp(1, 2, 0x12));
-  EXPECT_EQ(u16(parse(f, meta(ACL_ETHTYPE_IPV4)), ACL_RP_DEST_PORT), 2);
+  EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV4))), (L34{1, 0, 0x0800, 6, 0x0A000001u, 1, 2, 0x12}));
 }
 
 TEST(CpuDefendParse, Ipv6AndItsExtensionHeaders) {
@@ -165,60 +171,40 @@ TEST(CpuDefendParse, Ipv6AndItsExtensionHeaders) {
   append(f, ipv6(17, "2001:db8::1", "2001:db8::2"));
   append(f, udp(546, 547));
   Rec r = parse(f, meta(ACL_ETHTYPE_IPV6));
-  EXPECT_EQ(ipVer(r), 2);
-  EXPECT_EQ(u16(r, ACL_RP_PROTO_TYPE), 0x0800);
-  EXPECT_EQ(u16(r, ACL_RP_PROTO_SUBTYPE), 17);
-  EXPECT_EQ(r[ACL_RP_TOS_DSCP], 0xA5);
-  EXPECT_EQ(r[ACL_RP_HOP_LIMIT], 255);
-  EXPECT_EQ(u32(r, ACL_RP_FLOW), (17u << 24) | (0x12345u << 4));
-  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x20010db8u);
-  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR + 12), 1u);
-  EXPECT_EQ(u32(r, ACL_RP_DEST_ADDR + 12), 2u);
-  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 546);
-  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 547);
-
+  EXPECT_EQ(l34(r), (L34{2, 0, 0x0800, 17, 0x20010db8u, 546, 547, 0}));
+  EXPECT_EQ(std::make_tuple(r[ACL_RP_TOS_DSCP], r[ACL_RP_HOP_LIMIT], u32(r, ACL_RP_FLOW),
+                            u32(r, ACL_RP_SRC_ADDR + 12), u32(r, ACL_RP_DEST_ADDR + 12)),
+            std::make_tuple(0xA5, 255, (17u << 24) | (0x12345u << 4), 1u, 2u));
   // Behind a hop-by-hop header the layer-4 fields are left empty.
   f = ethernet(ACL_ETHTYPE_IPV6);
   append(f, ipv6(0, "2001:db8::1", "2001:db8::2"));
   append(f, Bytes{17, 0, 0, 0, 0, 0, 0, 0});
   append(f, udp(546, 547));
-  r = parse(f, meta(ACL_ETHTYPE_IPV6));
-  EXPECT_EQ(u16(r, ACL_RP_PROTO_SUBTYPE), 0);
-  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 0);
-  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0x20010db8u);
+  EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV6))), (L34{2, 0, 0x0800, 0, 0x20010db8u, 0, 0, 0}));
 }
 
 TEST(CpuDefendParse, NothingIsReadPastTheFrame) {
   // The IPv4 header would end at byte 130.
   Bytes f(ACL_CPUDEFEND_FRAME_LEN, 0x45);
   Rec r = parse(f, meta(ACL_ETHTYPE_IPV4, 110));
-  EXPECT_EQ(ipVer(r), 0);
-  EXPECT_EQ(u16(r, ACL_RP_PROTO_TYPE), 0);
-  EXPECT_EQ(u32(r, ACL_RP_SRC_ADDR), 0u);
+  EXPECT_EQ(l34(r), L34{});
   EXPECT_EQ(u16(r, ACL_RP_OUTER_VID), 100) << "the layer-2 fields are still there";
   // Offsets that wrap around.
   for (uint32_t l2len : {0xFFFFFFFFu, 0xFFFFFFECu, 129u, 128u}) {
-    r = parse(f, meta(ACL_ETHTYPE_IPV4, l2len));
-    EXPECT_EQ(ipVer(r), 0) << l2len;
-    r = parse(f, meta(ACL_ETHTYPE_IPV6, l2len));
-    EXPECT_EQ(ipVer(r), 0) << l2len;
+    EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV4, l2len)))[0], 0) << l2len;
+    EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV6, l2len)))[0], 0) << l2len;
   }
   // 60 bytes of IPv4 header at 60: the TCP ports at 120..123 are there, its flags (133) are not.
   f = Bytes(60, 0);
   append(f, ipv4(6, "10.0.0.1", "10.0.0.2", 0, 15));
   append(f, Bytes{0x01, 0xBB, 0x00, 0x50, 0, 0, 0, 0});
   ASSERT_EQ(f.size(), ACL_CPUDEFEND_FRAME_LEN);
-  r = parse(f, meta(ACL_ETHTYPE_IPV4, 60));
-  EXPECT_EQ(ipVer(r), 1);
-  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 443);
-  EXPECT_EQ(u16(r, ACL_RP_DEST_PORT), 80);
-  EXPECT_EQ(r[ACL_RP_TCP_FSM], 0);
+  EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV4, 60))),
+            (L34{1, 0, 0x0800, 6, 0x0A000001u, 443, 80, 0}));
   // An IPv6 header that just fits leaves no room for its UDP header.
   f = Bytes(88, 0);
   append(f, ipv6(17, "::1", "::2"));
-  r = parse(f, meta(ACL_ETHTYPE_IPV6, 88));
-  EXPECT_EQ(ipVer(r), 2);
-  EXPECT_EQ(u16(r, ACL_RP_SRC_PORT), 0);
+  EXPECT_EQ(l34(parse(f, meta(ACL_ETHTYPE_IPV6, 88))), (L34{2, 0, 0x0800, 17, 0, 0, 0, 0}));
   // A frame shorter than its MAC addresses.
   r = parse(Bytes(8, 0xAB), meta(0x0806));
   EXPECT_EQ(r[ACL_RP_DEST_MAC + 5], 0xAB);
@@ -229,7 +215,7 @@ using CpuDefendMatch = MatchTest;
 
 // A SYN denied by its destination port is shown end to end; here the request's edges.
 TEST_F(CpuDefendMatch, RequestLengthsAndNoMatch) {
-  add({.rule = 1, .ipVer = 0, .values = {{16, 80}}, .actions = {RULE_ACTION_DENY}});
+  add({.rule = 1, .ipVer = 0, .values = {{16, 80}}, .actions = kDeny});
   Bytes back;
   EXPECT_EQ(ask(kList, 16, request(tcpSyn(81), meta(ACL_ETHTYPE_IPV4)), &back), -1);
   EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], 0xEE) << "untouched when no rule matched";
@@ -247,9 +233,9 @@ TEST_F(CpuDefendMatch, RequestLengthsAndNoMatch) {
 
 TEST_F(CpuDefendMatch, VerdictsOfRulesWithoutFields) {
   // Only valid rules are tried; a rule without fields matches every packet.
-  add({.rule = 1, .ipVer = 0, .actions = {RULE_ACTION_DENY}, .valid = false});
+  add({.rule = 1, .ipVer = 0, .actions = kDeny, .valid = false});
   add({.rule = 2, .ipVer = 0, .actions = {RULE_ACTION_CPU}});
-  add({.rule = 3, .ipVer = 0, .actions = {RULE_ACTION_PERMIT}});
+  add({.rule = 3, .ipVer = 0, .actions = kPermit});
   Bytes back;
   const Bytes req = request(tcpSyn(22), meta(ACL_ETHTYPE_IPV4));
   EXPECT_EQ(ask(kList, 16, req, &back), 0);
@@ -268,31 +254,19 @@ TEST_F(CpuDefendMatch, VerdictsOfRulesWithoutFields) {
 TEST_F(CpuDefendMatch, FieldTests) {
   // Each rule fails on one field of the SYN (192.0.2.1:40000 -> 198.51.100.7:80, DSCP 46, TTL
   // 64, outer VLAN 100, inner 200); the last passes every test it makes.
-  add({.rule = 1, .ipVer = 2, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 2, .src = v4("192.0.3.0"), .srcLen = 24, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 3, .dst = v4("198.51.100.8"), .actions = {RULE_ACTION_DENY}});
-  add({.rule = 4, .values = {{14, 1000}, {15, 2000}}, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 5, .values = {{20, 10}}, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 6, .values = {{30, 101}, {51, 200}}, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 7, .values = {{21, 63}}, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 8, .values = {{33, 0x86DD}}, .actions = {RULE_ACTION_DENY}});
-  add({.rule = 9,
-       .src = v4("192.0.2.0"),
-       .srcLen = 24,
-       .dst = v4("198.51.100.7"),
-       .values = {{6, 6},
-                  {14, 32768},
-                  {15, 65535},
-                  {16, 80},
-                  {18, 0x02},
-                  {20, 46},
-                  {21, 64},
-                  {30, 50},
-                  {51, 150},
-                  {32, 200},
-                  {33, 0x0800},
-                  {22, 0}},
-       .actions = {RULE_ACTION_PERMIT}});
+  add({.rule = 1, .ipVer = 2, .actions = kDeny});
+  add({.rule = 2, .src = v4("192.0.3.0"), .srcLen = 24, .actions = kDeny});
+  add({.rule = 3, .dst = v4("198.51.100.8"), .actions = kDeny});
+  add({.rule = 4, .values = {{14, 1000}, {15, 2000}}, .actions = kDeny});
+  add({.rule = 5, .values = {{20, 10}}, .actions = kDeny});
+  add({.rule = 6, .values = {{30, 101}, {51, 200}}, .actions = kDeny});
+  add({.rule = 7, .values = {{21, 63}}, .actions = kDeny});
+  add({.rule = 8, .values = {{33, 0x86DD}}, .actions = kDeny});
+  const std::vector<std::pair<uint32_t, uint32_t>> all = {
+      {6, 6},   {14, 32768}, {15, 65535}, {16, 80},  {18, 0x02},   {20, 46},
+      {21, 64}, {30, 50},    {51, 150},   {32, 200}, {33, 0x0800}, {22, 0}};
+  const Bytes src = v4("192.0.2.0"), dst = v4("198.51.100.7");
+  add({.rule = 9, .src = src, .srcLen = 24, .dst = dst, .values = all, .actions = kPermit});
   Bytes back;
   EXPECT_EQ(ask(kList, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
   EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_PERMIT);
@@ -300,7 +274,7 @@ TEST_F(CpuDefendMatch, FieldTests) {
   // MACs by prefix length, and the rule's address all zero tests nothing.
   createList(1002);
   const Bytes smac = {0x00, 0x1b, 0x21, 0xFF, 0xFF, 0xFF};
-  add({.lst = 1002, .rule = 1, .ipVer = 0, .actions = {RULE_ACTION_DENY}, .valid = false});
+  add({.lst = 1002, .rule = 1, .ipVer = 0, .actions = kDeny, .valid = false});
   ASSERT_EQ(setBytes(1002, 1, ACL_RULE_CMD_SRCMAC, smac), 0);
   ASSERT_EQ(setValue(1002, 1, 35, 25), 0);
   ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 1), 0);

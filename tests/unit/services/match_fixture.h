@@ -70,6 +70,7 @@ inline Bytes ipsecQuery(uint32_t family, const Bytes& src, const Bytes& dst, uin
 
 class MatchTest : public ruletest::RuleApiTest {
  protected:
+  static inline const std::vector<uint32_t> kPermit{RULE_ACTION_PERMIT}, kDeny{RULE_ACTION_DENY};
   // A new rule: fields by (set command, value word) and optional source / destination prefixes.
   struct Rule {
     uint32_t lst = kList;
