@@ -47,6 +47,14 @@ Bytes options(uint32_t word0, uint32_t unit = 0) {
   return o;
 }
 
+std::array<uint8_t, 12> gemKey(uint32_t onu, uint32_t gem) {
+  std::array<uint8_t, 12> k{};
+  be::store32(k, 0, 401);
+  be::store32(k, 4, onu);
+  be::store32(k, 8, gem);
+  return k;
+}
+
 class HwTablesTest : public ::testing::Test {
  protected:
   void SetUp() override { vdev::resetForTest(); }
@@ -60,6 +68,12 @@ class HwTablesTest : public ::testing::Test {
   static size_t entries(vdev::ScopeKey k) {
     const auto* t = table(k);
     return t ? t->entries.size() : 0;
+  }
+  using Sizes = std::vector<size_t>;
+  static Sizes sizes(std::initializer_list<vdev::ScopeKey> keys) {
+    Sizes out;
+    for (const auto& k : keys) out.push_back(entries(k));
+    return out;
   }
   static const std::vector<vdev::Anomaly>& anomalies() { return vdev::device().journal.anomalies; }
   int add(uintptr_t index, uint32_t cmd, const Bytes& rec) {
@@ -81,27 +95,18 @@ TEST_F(HwTablesTest, EachScopeKeepsItsOwnRules) {
   ASSERT_EQ(zorHwilCmdSetApi(0, HWIL_CMD_GLOBAL_ADD, r.data(), o.data()), 0);
   ASSERT_EQ(zorHwilCmdSetApi(201, HWIL_CMD_IF_ADD, r.data(), o.data()), 0);
   ASSERT_EQ(add(202, HWIL_CMD_IF_ADD, record(1001, 6, 1, 4102)), 0);
-  uint8_t gemKey[12];
-  be::store32(std::span<uint8_t>(gemKey), 0, 401);
-  be::store32(std::span<uint8_t>(gemKey), 4, 7);
-  be::store32(std::span<uint8_t>(gemKey), 8, 3);
-  ASSERT_EQ(add(reinterpret_cast<uintptr_t>(gemKey), HWIL_CMD_GEM_ADD, r), 0);
-
-  EXPECT_EQ(entries(kGlobal), 1u);
-  EXPECT_EQ(entries({1, 201, 0, 0}), 1u);
-  EXPECT_EQ(entries({1, 202, 0, 0}), 1u);
-  EXPECT_EQ(entries({2, 401, 7, 3}), 1u);
+  auto key = gemKey(7, 3);
+  ASSERT_EQ(add(reinterpret_cast<uintptr_t>(key.data()), HWIL_CMD_GEM_ADD, r), 0);
+  const auto scopes = {kGlobal, vdev::ScopeKey{1, 201, 0, 0}, vdev::ScopeKey{1, 202, 0, 0},
+                       vdev::ScopeKey{2, 401, 7, 3}};
+  EXPECT_EQ(sizes(scopes), (Sizes{1, 1, 1, 1}));
+  // The target (options) travels with the entry.
   const auto& e = table({1, 201, 0, 0})->entries.begin()->second;
-  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority),
-            std::make_tuple(1001u, 5u, 0u, 4101u));
-  EXPECT_EQ(e.data, r);
-  EXPECT_EQ(e.options, o);  // the target travels with the entry
-
+  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority, e.data, e.options),
+            std::make_tuple(1001u, 5u, 0u, 4101u, r, o));
   // Removing from one unit leaves the same rule elsewhere.
   ASSERT_EQ(add(201, HWIL_CMD_IF_DEL, r), 0);
-  EXPECT_EQ(entries({1, 201, 0, 0}), 0u);
-  EXPECT_EQ(entries(kGlobal), 1u);
-  EXPECT_EQ(entries({2, 401, 7, 3}), 1u);
+  EXPECT_EQ(sizes(scopes), (Sizes{1, 0, 1, 1}));
   EXPECT_TRUE(anomalies().empty());
 }
 
@@ -110,9 +115,9 @@ TEST_F(HwTablesTest, SecondInstallAndMissingRemoveAreAnomalies) {
   ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, r), 0);
   ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, r), 0);
   ASSERT_EQ(anomalies().size(), 1u);
-  EXPECT_EQ(anomalies()[0].what, "install of an entry already in hardware");
-  EXPECT_EQ(anomalies()[0].list, 7u);
-  EXPECT_EQ(table(kGlobal)->entries.begin()->second.installs, 2u);
+  EXPECT_EQ(std::make_tuple(anomalies()[0].what, anomalies()[0].list,
+                            table(kGlobal)->entries.begin()->second.installs),
+            std::make_tuple("install of an entry already in hardware", 7u, 2u));
 
   // The same rule in the other direction is another entry.
   ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(7, 1, 1, 4097)), 0);
@@ -122,8 +127,8 @@ TEST_F(HwTablesTest, SecondInstallAndMissingRemoveAreAnomalies) {
   ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_DEL, r), 0);
   ASSERT_EQ(add(0, HWIL_CMD_GLOBAL_DEL, r), 0);
   ASSERT_EQ(anomalies().size(), 2u);
-  EXPECT_EQ(anomalies()[1].what, "removal of an entry not in hardware");
-  EXPECT_EQ(entries(kGlobal), 1u);
+  EXPECT_EQ(std::make_pair(anomalies()[1].what, entries(kGlobal)),
+            std::make_pair(std::string("removal of an entry not in hardware"), size_t{1}));
 
   // A card synchronisation names its target cards: reaching a new card is not a double install.
   Bytes o = options(0);
@@ -138,17 +143,15 @@ TEST_F(HwTablesTest, TlvCommandsInstallAndRemoveByOper) {
   ASSERT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, tlv(2001, 3, 1, 0)), 0);
   ASSERT_EQ(entries(kGlobal), 1u);
   const auto& e = table(kGlobal)->entries.begin()->second;
-  EXPECT_TRUE(e.tlv);
-  EXPECT_EQ(e.data.size(), 40u);
-  EXPECT_EQ(e.dir, 1u);
-  EXPECT_EQ(e.priority, 3u);
+  EXPECT_EQ(std::make_tuple(e.tlv, e.data.size(), e.dir, e.priority),
+            std::make_tuple(true, 40u, 1u, 3u));
   // The traffic-policy path installs with 2 and removes with 3.
+  const auto scopes = {kGlobal, vdev::ScopeKey{1, 305, 0, 0}};
   ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 0, 2)), 0);
-  EXPECT_EQ(entries({1, 305, 0, 0}), 1u);
+  EXPECT_EQ(sizes(scopes), (Sizes{1, 1}));
   ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 0, 3)), 0);
-  EXPECT_EQ(entries({1, 305, 0, 0}), 0u);
   ASSERT_EQ(tlvCmd(0, HWIL_CMD_GLOBAL_TLV, tlv(2001, 3, 1, 1)), 0);
-  EXPECT_EQ(entries(kGlobal), 0u);
+  EXPECT_EQ(sizes(scopes), (Sizes{0, 0}));
   EXPECT_TRUE(anomalies().empty());
 }
 
@@ -163,11 +166,9 @@ TEST_F(HwTablesTest, AnInstallAfterRemovalsKeepsNothingOfTheRemovedEntries) {
   ASSERT_EQ(entries({1, 306, 0, 0}), 1u);
   const auto& [key, e] = *table({1, 306, 0, 0})->entries.begin();
   EXPECT_EQ(key, std::make_tuple(3001u, 9u, 0u));
-  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority, e.tlv, e.cmd, e.installs),
-            std::make_tuple(3001u, 9u, 0u, 4105u, false, HWIL_CMD_IF_ADD, 1u));
-  EXPECT_EQ(e.data, r);
-  EXPECT_TRUE(e.options.empty());
-  EXPECT_EQ(anomalies().size(), 1u);  // only the TLV rule's second install
+  EXPECT_EQ(std::make_tuple(e.list, e.rule, e.dir, e.priority, e.tlv, e.cmd, e.installs, e.data,
+                            e.options.size(), anomalies().size()),  // only the TLV's 2nd install
+            std::make_tuple(3001u, 9u, 0u, 4105u, false, HWIL_CMD_IF_ADD, 1u, r, 0u, 1u));
 }
 
 TEST_F(HwTablesTest, MalformedCommandsChangeNothing) {
@@ -206,12 +207,9 @@ TEST_F(HwTablesTest, RelayLogKeepsKeyCommandOptionsAndData) {
 
   const auto& relays = vdev::device().journal.relays;
   ASSERT_EQ(relays.size(), 2u);
-  EXPECT_EQ(relays[0].key, 2001u);
-  EXPECT_EQ(relays[0].cmd, 0x06D98003u);
-  EXPECT_EQ(relays[0].options, o);
-  EXPECT_EQ(relays[0].data, Bytes({0, 0, 0, 77}));
-  EXPECT_EQ(relays[1].keyBytes, Bytes(key, key + 12));
-  EXPECT_EQ(relays[1].data, name);
+  EXPECT_EQ(std::make_tuple(relays[0].key, relays[0].cmd, relays[0].options, relays[0].data,
+                            relays[1].keyBytes, relays[1].data),
+            std::make_tuple(2001u, 0x06D98003u, o, Bytes{0, 0, 0, 77}, Bytes(key, key + 12), name));
   EXPECT_LT(relays[0].seq, relays[1].seq);
   EXPECT_EQ(zorHwilCmdSyncApi(1, 2, word, nullptr), 0x03E8001A);
   EXPECT_EQ(relays.size(), 2u);
@@ -241,33 +239,25 @@ TEST_F(HwTablesTest, FaultAlwaysOnlyForItsListRuleAndScope) {
   EXPECT_EQ(add(201, HWIL_CMD_IF_ADD, record(1001, 3, 0, 1)), 0);    // another rule
   EXPECT_EQ(add(0, HWIL_CMD_GLOBAL_ADD, record(1001, 2, 0, 1)), 0);  // another scope
   EXPECT_EQ(entries({1, 201, 0, 0}), 1u) << "a failed call leaves the hardware as it was";
-
+  // A fault for a unit, then one for any call of one command.
   plat::faultClear();
   plat::faultAdd({.call = "zorHwilCmdSetApi", .unit = 202, .result = 9, .count = -1});
-  EXPECT_EQ(add(202, HWIL_CMD_IF_ADD, record(5, 5, 0, 1)), 9);
-  EXPECT_EQ(add(203, HWIL_CMD_IF_ADD, record(5, 5, 0, 1)), 0);
-
-  plat::faultClear();
-  plat::faultAdd({.cmd = HWIL_CMD_IF_DEL, .result = 11, .count = -1});  // any call, one command
-  EXPECT_EQ(add(203, HWIL_CMD_IF_DEL, record(5, 5, 0, 1)), 11);
-  EXPECT_EQ(entries({1, 203, 0, 0}), 1u);
+  plat::faultAdd({.cmd = HWIL_CMD_IF_DEL, .result = 11, .count = -1});
+  const Bytes r = record(5, 5, 0, 1);
+  EXPECT_EQ((std::tuple{add(202, HWIL_CMD_IF_ADD, r), add(203, HWIL_CMD_IF_ADD, r),
+                        add(203, HWIL_CMD_IF_DEL, r), entries({1, 203, 0, 0})}),
+            std::make_tuple(9, 0, 11, 1u));
 }
 
 TEST_F(HwTablesTest, GemFaultAimsAtOneOnuAndGemPort) {
   const Bytes r = record(1001, 5, 0, 4101);
-  auto gemKey = [](uint32_t onu, uint32_t gem) {
-    std::array<uint8_t, 12> k{};
-    be::store32(std::span<uint8_t>(k), 0, 401);
-    be::store32(std::span<uint8_t>(k), 4, onu);
-    be::store32(std::span<uint8_t>(k), 8, gem);
-    return k;
-  };
   plat::faultAdd(
       {.call = "zorHwilCmdSetApi", .unit = 401, .onu = 7, .gem = 3, .result = 9, .count = -1});
-  auto other = gemKey(7, 4), otherOnu = gemKey(8, 3), target = gemKey(7, 3);
-  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(other.data()), HWIL_CMD_GEM_ADD, r), 0);
-  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(otherOnu.data()), HWIL_CMD_GEM_ADD, r), 0);
-  EXPECT_EQ(add(reinterpret_cast<uintptr_t>(target.data()), HWIL_CMD_GEM_ADD, r), 9);
+  // Another GEM port, another ONU, the target.
+  for (auto [onu, gem, want] : {std::tuple{7u, 4u, 0}, {8u, 3u, 0}, {7u, 3u, 9}}) {
+    auto key = gemKey(onu, gem);
+    EXPECT_EQ(add(reinterpret_cast<uintptr_t>(key.data()), HWIL_CMD_GEM_ADD, r), want) << onu;
+  }
   EXPECT_EQ(entries({2, 401, 7, 3}), 0u);
   // The unit scope of the same interface has no ONU, so the rule does not reach it.
   EXPECT_EQ(add(401, HWIL_CMD_IF_ADD, r), 0);

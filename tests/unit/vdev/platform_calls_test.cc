@@ -37,21 +37,21 @@ class PlatformCallsTest : public ::testing::Test {
 
 TEST_F(PlatformCallsTest, InterfaceFlagsNamesAndRegistration) {
   vdev::device().model.interfaces[205].flags10 = 0x400;
-  uint8_t w[4];
-  ASSERT_EQ(zorIfGetApi(205, ZOR_IF_FIELD_FLAGS10, w), 0);
-  EXPECT_EQ(be::load32(w), 0x400u);
-  ASSERT_EQ(zorIfGetApi(205, ZOR_IF_FIELD_FLAGS13, w), 0);
-  EXPECT_EQ(be::load32(w), 0u);
-  EXPECT_EQ(zorIfGetApi(9999, ZOR_IF_FIELD_FLAGS13, w), kNotFound);
-
-  char name[64];
-  ASSERT_EQ(zorIfUnit2Name(305, name, sizeof name), 0);
-  EXPECT_STREQ(name, "ge-1/3/5");
-  char small[5];
-  ASSERT_EQ(zorIfUnit2Name(305, small, sizeof small), 0);
-  EXPECT_STREQ(small, "ge-1");
-  EXPECT_EQ(zorIfUnit2Name(9999, name, sizeof name), kNotFound);
-  EXPECT_STREQ(name, "");
+  // (unit, field, answer, word read)
+  for (auto [unit, field, ret, want] : {std::tuple{205u, ZOR_IF_FIELD_FLAGS10, 0, 0x400u},
+                                        {205u, ZOR_IF_FIELD_FLAGS13, 0, 0u},
+                                        {9999u, ZOR_IF_FIELD_FLAGS13, kNotFound, 0u}}) {
+    uint8_t w[4] = {};
+    EXPECT_EQ(zorIfGetApi(unit, field, w), ret) << unit;
+    EXPECT_EQ(be::load32(w), want) << unit;
+  }
+  // (unit, buffer size, answer, name): a name is cut to its buffer.
+  for (auto [unit, size, ret, want] :
+       {std::tuple{305u, 64u, 0, "ge-1/3/5"}, {305u, 5u, 0, "ge-1"}, {9999u, 64u, kNotFound, ""}}) {
+    char name[64];
+    EXPECT_EQ(zorIfUnit2Name(unit, name, size), ret);
+    EXPECT_STREQ(name, want);
+  }
 
   uint8_t p[8] = {};
   be::store32(p, 165);
@@ -59,50 +59,48 @@ TEST_F(PlatformCallsTest, InterfaceFlagsNamesAndRegistration) {
   ASSERT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, p), 0);  // registering twice is one registration
   ASSERT_EQ(zorIfSetApi(201, ZOR_IF_IGNORE_ENABLE, p), 0);
   auto& i = vdev::device().model.interfaces.at(201);
-  EXPECT_EQ(i.protocols, std::vector<uint32_t>{165});
-  EXPECT_EQ(i.ignoring, std::vector<uint32_t>{165});
+  using Ids = std::vector<uint32_t>;
+  EXPECT_EQ(std::make_pair(i.protocols, i.ignoring), std::make_pair(Ids{165}, Ids{165}));
   ASSERT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_DISABLE, p), 0);
   ASSERT_EQ(zorIfSetApi(201, ZOR_IF_IGNORE_DISABLE, p), 0);
-  EXPECT_TRUE(i.protocols.empty());
-  EXPECT_TRUE(i.ignoring.empty());
+  EXPECT_EQ(std::make_pair(i.protocols, i.ignoring), std::make_pair(Ids{}, Ids{}));
 }
 
 TEST_F(PlatformCallsTest, AggregationModeAndMembers) {
   auto& agg = vdev::device().model.interfaces.at(1001);
   agg.modes[HWIL_CMD_IF_DEL] = 1;
-  uint8_t q[20] = {};
-  be::store32(q, HWIL_CMD_IF_ADD);
-  q[8] = 1;
-  ASSERT_EQ(zorIfGetApi(1001, ZOR_IF_FIELD_AGG_MODE, q), 0);
-  EXPECT_EQ(q[8], agg.defaultMode);
-  be::store32(q, HWIL_CMD_IF_DEL);
-  ASSERT_EQ(zorIfGetApi(1001, ZOR_IF_FIELD_AGG_MODE, q), 0);
-  EXPECT_EQ(q[8], 1);
-  EXPECT_NE(zorIfGetApi(201, ZOR_IF_FIELD_AGG_MODE, q), 0);  // a port has no mode
-
-  uint8_t buf[512];
-  ZorBufDesc d{buf, 512};
-  ASSERT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d), 0);
-  ASSERT_EQ(d.len, 4 * agg.members.size());
-  for (size_t n = 0; n < agg.members.size(); ++n) {
-    EXPECT_EQ(be::load32(std::span<const uint8_t>(buf), 4 * n), agg.members[n]);
+  for (auto [cmd, want] : {std::pair{HWIL_CMD_IF_ADD, agg.defaultMode}, {HWIL_CMD_IF_DEL, 1}}) {
+    uint8_t q[20] = {};
+    be::store32(q, cmd);
+    q[8] = 7;
+    ASSERT_EQ(zorIfGetApi(1001, ZOR_IF_FIELD_AGG_MODE, q), 0);
+    EXPECT_EQ(q[8], want) << cmd;
+    EXPECT_NE(zorIfGetApi(201, ZOR_IF_FIELD_AGG_MODE, q), 0);  // a port has no mode
   }
-  // A short buffer gets the members that fit.
-  ZorBufDesc shortDesc{buf, 6};
-  ASSERT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &shortDesc), 0);
-  EXPECT_EQ(shortDesc.len, 4u);
-  ZorBufDesc d2{buf, 512};
-  EXPECT_EQ(zorEthAggIfGetApi(201, ZOR_AGG_MEMBERS, &d2), kNotFound);
+
+  // The members as words; a short buffer gets the members that fit.
+  const auto members = [](uint32_t unit, uint32_t cap) {
+    Bytes buf(cap);
+    ZorBufDesc d{buf.data(), cap};
+    const int32_t ret = zorEthAggIfGetApi(unit, ZOR_AGG_MEMBERS, &d);
+    std::vector<uint32_t> out;
+    for (uint32_t at = 0; ret == 0 && at + 4 <= d.len; at += 4) out.push_back(be::load32(buf, at));
+    return std::make_pair(ret, out);
+  };
+  EXPECT_EQ(members(1001, 512), std::make_pair(0, agg.members));
+  EXPECT_EQ(members(1001, 6), std::make_pair(0, std::vector<uint32_t>{agg.members[0]}));
+  EXPECT_EQ(members(201, 512), std::make_pair(kNotFound, std::vector<uint32_t>{}));
 }
 
 TEST_F(PlatformCallsTest, CardAndSlotQueries) {
   uint8_t key[16] = {};
   be::store32(std::span<uint8_t>(key), 0, 1);
   be::store32(std::span<uint8_t>(key), 4, 2);
-  EXPECT_NE(zorHwilCardGet(key, vdev::CARD_PROP_NOT_READY, nullptr), 0);
-  EXPECT_EQ(zorHwilCardGet(key, vdev::CARD_PROP_READY, nullptr), 0);
-  EXPECT_NE(zorHwilSlotGet(key, vdev::SLOT_PROP_NOT_READY, nullptr), 0);
-  EXPECT_EQ(zorHwilSlotGet(key, vdev::SLOT_PROP_READY, nullptr), 0);
+  EXPECT_EQ(std::make_tuple(zorHwilCardGet(key, vdev::CARD_PROP_NOT_READY, nullptr) != 0,
+                            zorHwilCardGet(key, vdev::CARD_PROP_READY, nullptr),
+                            zorHwilSlotGet(key, vdev::SLOT_PROP_NOT_READY, nullptr) != 0,
+                            zorHwilSlotGet(key, vdev::SLOT_PROP_READY, nullptr)),
+            std::make_tuple(true, 0, true, 0));
 
   // Card options and resources as the daemon reads them are shown end to end; here the edge:
   // whole 20-byte resource records only.
@@ -116,21 +114,21 @@ TEST_F(PlatformCallsTest, CardAndSlotQueries) {
 }
 
 TEST_F(PlatformCallsTest, TimeRangesAndMirrorGroupsCountUsers) {
-  uint8_t v[4];
-  ASSERT_EQ(timerangeListGetApi(1, TIMERANGE_ATTR_STATE, v), 0);
-  EXPECT_EQ(be::load32(v), 1u);
-  ASSERT_EQ(timerangeListGetApi(2, TIMERANGE_ATTR_STATE, v), 0);
-  EXPECT_EQ(be::load32(v), 0u);
-  EXPECT_EQ(timerangeListGetApi(77, TIMERANGE_ATTR_STATE, v), kNotFound);
-  be::store32(v, 1);
-  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
-  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
-  be::store32(v, static_cast<uint32_t>(-1));
-  ASSERT_EQ(timerangeListSetApi(1, TIMERANGE_ATTR_REFCNT, v), 0);
-  EXPECT_EQ(vdev::device().model.timeRanges.at(1).refCount, 1);
-  EXPECT_TRUE(vdev::device().journal.anomalies.empty());
-  ASSERT_EQ(timerangeListSetApi(2, TIMERANGE_ATTR_REFCNT, v), 0);  // release without a take
-  EXPECT_EQ(vdev::device().journal.anomalies.size(), 1u);
+  // (time range, answer, state)
+  for (auto [id, ret, want] : {std::tuple{1u, 0, 1u}, {2u, 0, 0u}, {77u, kNotFound, 0xEEEEEEEEu}}) {
+    uint8_t v[4] = {0xEE, 0xEE, 0xEE, 0xEE};
+    EXPECT_EQ(timerangeListGetApi(id, TIMERANGE_ATTR_STATE, v), ret) << id;
+    EXPECT_EQ(be::load32(v), want) << id;
+  }
+  // Take, take, release; then a release without a take is an anomaly.
+  for (auto [id, delta] : {std::pair{1u, 1}, {1u, 1}, {1u, -1}, {2u, -1}}) {
+    uint8_t v[4];
+    be::store32(v, static_cast<uint32_t>(delta));
+    ASSERT_EQ(timerangeListSetApi(id, TIMERANGE_ATTR_REFCNT, v), 0);
+  }
+  EXPECT_EQ(std::make_pair(vdev::device().model.timeRanges.at(1).refCount,
+                           vdev::device().journal.anomalies.size()),
+            std::make_pair(1, size_t{1}));
 
   ASSERT_EQ(mirrorRefCount(3, 165, 1), 0);
   ASSERT_EQ(mirrorRefCount(3, 165, 1), 0);
@@ -148,12 +146,12 @@ TEST_F(PlatformCallsTest, NeighbourQueryAndDetectList) {
   std::memcpy(&buf[5], known, 4);
   ZorBufDesc in{buf.data(), 4 + 9};
   ZorBufDesc out{buf.data(), 1024};
-  ASSERT_EQ(zorIndexTrans(reinterpret_cast<uintptr_t>(&in), ZOR_TRANS_NEIGHBOUR, &out), 0);
-  EXPECT_NE(buf[13], 0);
-  buf[8] = 99;  // 192.0.2.99 is not known
-  buf[13] = 0;
-  ASSERT_EQ(zorIndexTrans(reinterpret_cast<uintptr_t>(&in), ZOR_TRANS_NEIGHBOUR, &out), 0);
-  EXPECT_EQ(buf[13], 0);
+  for (auto [last, known] : {std::pair{1, true}, {99, false}}) {  // 192.0.2.99 is not known
+    buf[8] = static_cast<uint8_t>(last);
+    buf[13] = 0;
+    ASSERT_EQ(zorIndexTrans(reinterpret_cast<uintptr_t>(&in), ZOR_TRANS_NEIGHBOUR, &out), 0);
+    EXPECT_EQ(buf[13] != 0, known) << last;
+  }
 
   Bytes rec(28, 0);
   rec[0] = 1;
@@ -165,7 +163,7 @@ TEST_F(PlatformCallsTest, NeighbourQueryAndDetectList) {
   ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
   ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
   ASSERT_EQ(vdev::device().model.detectList.size(), 1u);
-  EXPECT_EQ(vdev::device().model.detectList[0].vrf, 5u);
+  EXPECT_EQ(vdev::device().model.detectList[0].vrf, 5u) << "added once";
   rec[0] = 0;
   ASSERT_EQ(hrdScalarSetApi(0, 6, &d), 0);
   EXPECT_TRUE(vdev::device().model.detectList.empty());
@@ -291,24 +289,25 @@ TEST_F(PlatformCallsTest, EveryCallAsksTheFaultTable) {
   ZorBufDesc d{b, 64};
   uint8_t counterReq[88] = {};  // a counter request is always 88 bytes
   ZorScalarReq s{ZOR_SCALAR_STATS_READ, counterReq, 1, 0, 0, 0};
-  EXPECT_EQ(zorIndexTrans(201, ZOR_TRANS_LOCATION, b), 0x77);
-  EXPECT_EQ(zorIfGetApi(201, ZOR_IF_FIELD_FLAGS13, b), 0x77);
-  EXPECT_EQ(zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, b), 0x77);
-  EXPECT_EQ(zorIfUnit2Name(201, reinterpret_cast<char*>(b), 64), 0x77);
-  EXPECT_EQ(zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d), 0x77);
-  EXPECT_EQ(zorHwilCardGet(b, 1, nullptr), 0x77);
-  EXPECT_EQ(zorHwilSlotGet(b, 1, nullptr), 0x77);
-  EXPECT_EQ(zorHwilSlotSet(b, 1, b, 0), 0x77);
-  EXPECT_EQ(zorCardUpPcsSet(b, 165), 0x77);
-  EXPECT_EQ(zorHwilScalarGet(0, 46, b, 0), 0x77);
-  EXPECT_EQ(zorHwilScalarSet(0, 46, b, 0), 0x77);
-  EXPECT_EQ(zorScalarGetApi(0, 0, &s), 0x77);
-  EXPECT_EQ(zorScalarSetApi(0, 0, &s), 0x77);
-  EXPECT_EQ(hrdScalarSetApi(0, 6, &d), 0x77);
-  EXPECT_EQ(timerangeListGetApi(1, 11, b), 0x77);
-  EXPECT_EQ(timerangeListSetApi(1, 4, b), 0x77);
-  EXPECT_EQ(mirrorRefCount(1, 165, 1), 0x77);
-  EXPECT_EQ(zorNetlinkSGrpSend(56, 0, b, 32), 0x77);
+  const std::vector<int32_t> answers{zorIndexTrans(201, ZOR_TRANS_LOCATION, b),
+                                     zorIfGetApi(201, ZOR_IF_FIELD_FLAGS13, b),
+                                     zorIfSetApi(201, ZOR_IF_PROTO_ENABLE, b),
+                                     zorIfUnit2Name(201, reinterpret_cast<char*>(b), 64),
+                                     zorEthAggIfGetApi(1001, ZOR_AGG_MEMBERS, &d),
+                                     zorHwilCardGet(b, 1, nullptr),
+                                     zorHwilSlotGet(b, 1, nullptr),
+                                     zorHwilSlotSet(b, 1, b, 0),
+                                     zorCardUpPcsSet(b, 165),
+                                     zorHwilScalarGet(0, 46, b, 0),
+                                     zorHwilScalarSet(0, 46, b, 0),
+                                     zorScalarGetApi(0, 0, &s),
+                                     zorScalarSetApi(0, 0, &s),
+                                     hrdScalarSetApi(0, 6, &d),
+                                     timerangeListGetApi(1, 11, b),
+                                     timerangeListSetApi(1, 4, b),
+                                     mirrorRefCount(1, 165, 1),
+                                     zorNetlinkSGrpSend(56, 0, b, 32)};
+  EXPECT_EQ(answers, std::vector<int32_t>(answers.size(), 0x77));
   EXPECT_TRUE(vdev::device().journal.announcements.empty());
 }
 
