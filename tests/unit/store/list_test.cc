@@ -47,19 +47,19 @@ TEST_F(ListTest, CreationDefaultsCountAndAnnouncement) {
                             l->ruleNum, int(l->priority), int(l->status), int(l->counterShared),
                             int(l->meterShared)),
             std::make_tuple(2001u, 2001u, std::string("acl2001"), 0, 0u, 0, 1, 2, 2));
-  EXPECT_EQ(gaclGrp.curLstNum, 1u);
-  EXPECT_EQ(aclLookupByIndex(2001), 0);
-  EXPECT_EQ(aclLookupByIndex(2002), -1);
-  EXPECT_EQ(events(), (std::vector<Event>{{247, 2001, 0}}));
+  EXPECT_EQ(
+      std::make_tuple(gaclGrp.curLstNum, aclLookupByIndex(2001), aclLookupByIndex(2002), events()),
+      std::make_tuple(1u, 0, -1, std::vector<Event>{{247, 2001, 0}}));
 }
 
 TEST_F(ListTest, NameLookupIsLengthExactAndCaseSensitive) {
   list(12);
   list(13);
-  EXPECT_EQ(aclListEntryGetByName("acl12", 5), aclListEntryGet(12));
-  EXPECT_EQ(aclListEntryGetByName("acl12", 4), nullptr) << "acl1 is nobody's name";
-  EXPECT_EQ(aclListEntryGetByName("ACL12", 5), nullptr);
-  EXPECT_EQ(aclListEntryGetByName("acl123", 6), nullptr);
+  // acl1 is nobody's name.
+  EXPECT_EQ((std::vector<AclListEntry*>{
+                aclListEntryGetByName("acl12", 5), aclListEntryGetByName("acl12", 4),
+                aclListEntryGetByName("ACL12", 5), aclListEntryGetByName("acl123", 6)}),
+            (std::vector<AclListEntry*>{aclListEntryGet(12), nullptr, nullptr, nullptr}));
   // Two lists with the same name: the lower number is found first.
   AclListEntry* l13 = aclListEntryGet(13);
   std::memcpy(l13->name, "acl12", 5);
@@ -72,8 +72,8 @@ TEST_F(ListTest, NameLookupIsLengthExactAndCaseSensitive) {
 
 TEST_F(ListTest, RoomCheckFollowsPerTypeMaxima) {
   start({{"acl.maxrulenum", "4"}, {"acl.maxipv4rulenum", "3"}});
-  EXPECT_EQ(gaclGrp.ruleNum[1].max, 3u);
-  EXPECT_EQ(gaclGrp.ruleNum[0].max, 4u);
+  EXPECT_EQ(std::pair<uint32_t, uint32_t>(gaclGrp.ruleNum[0].max, gaclGrp.ruleNum[1].max),
+            std::make_pair(4u, 3u));
   AclListEntry* a = list(1001);
   AclListEntry* b = list(1500);
   ASSERT_TRUE(a && b);
@@ -83,10 +83,9 @@ TEST_F(ListTest, RoomCheckFollowsPerTypeMaxima) {
   rule(1500, 1);
   EXPECT_EQ(gaclGrp.ruleNum[1].cur, 3u);
   // The type is full: even a list without rules of that type is refused.
-  EXPECT_EQ(aclListRuleCheck(a), ACL_ERR_RULE_LIMIT);
   AclListEntry* c = list(1999);
-  EXPECT_EQ(aclListRuleCheck(c), ACL_ERR_RULE_LIMIT);
-  EXPECT_EQ(aclRuleEntryAdd(1999, 1), nullptr);
+  EXPECT_EQ(std::make_tuple(aclListRuleCheck(a), aclListRuleCheck(c), aclRuleEntryAdd(1999, 1)),
+            std::make_tuple(ACL_ERR_RULE_LIMIT, ACL_ERR_RULE_LIMIT, nullptr));
   EXPECT_EQ(gaclGrp.lastErr, static_cast<uint32_t>(ACL_ERR_RULE_LIMIT));
   // Other types are counted apart.
   AclListEntry* l2 = list(7);
@@ -100,10 +99,10 @@ TEST_F(ListTest, RoomCheckFollowsPerTypeMaxima) {
 TEST_F(ListTest, RoomCheckEdgesAndCounts) {
   // Number 0 answers -1; a number without a type has room for nothing.
   AclListEntry* zero = list(0);
-  EXPECT_EQ(aclListRuleCheck(zero), -1);
   AclListEntry* untyped = list(6001);
-  EXPECT_EQ(aclListRuleCheck(untyped), ACL_ERR_RULE_LIMIT);
-  EXPECT_EQ(aclRuleEntryAdd(6001, 1), nullptr);
+  EXPECT_EQ(
+      std::make_tuple(aclListRuleCheck(zero), aclListRuleCheck(untyped), aclRuleEntryAdd(6001, 1)),
+      std::make_tuple(-1, ACL_ERR_RULE_LIMIT, nullptr));
   // Counting never touches a pair for numbers without a type.
   aclListRuleCount(0, 1);
   aclListRuleCount(6001, 1);
@@ -118,13 +117,15 @@ TEST_F(ListTest, RoomCheckEdgesAndCounts) {
 TEST_F(ListTest, PrioritiesFollowPositions) {
   list(1);
   for (uint32_t r : {9u, 2u, 5u}) rule(1, r);
+  const auto priorities = [] {
+    std::vector<uint16_t> out;
+    for (uint32_t r : {2u, 5u, 9u}) out.push_back(aclRuleEntryGetByIndex(1, r)->priority);
+    return out;
+  };
   aclListRulePrioritySet(aclListEntryGet(1), 100);
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 2)->priority, 101);
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 5)->priority, 102);
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 9)->priority, 103);
+  EXPECT_EQ(priorities(), (std::vector<uint16_t>{101, 102, 103}));
   aclListRulePrioritySet(aclListEntryGet(1), 0xFFFF);  // 16-bit arithmetic wraps
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 2)->priority, 0);
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 9)->priority, 2);
+  EXPECT_EQ(priorities(), (std::vector<uint16_t>{0, 1, 2}));
 }
 
 TEST_F(ListTest, RuleAnnouncementCarriesListAndRule) {
@@ -139,6 +140,11 @@ TEST_F(ListTest, RuleAnnouncementCarriesListAndRule) {
 // A list whose rules hold every kind of outside reference.
 class ListDelete : public StoreTest {
  protected:
+  // References of meter 3, counter 4, mirror group 2, time ranges 1 and 2.
+  static std::vector<int32_t> refs() {
+    return {meterGetRefcount(3), counterGetRefcount(4), mirrorRefs(2), timeRangeRefs(1),
+            timeRangeRefs(2)};
+  }
   void SetUp() override {
     StoreTest::SetUp();
     validMeter(3);
@@ -171,16 +177,11 @@ class ListDelete : public StoreTest {
 };
 
 TEST_F(ListDelete, ReleasesEveryReferenceAndAnnouncesLast) {
-  ASSERT_EQ(meterGetRefcount(3), 3);
+  ASSERT_EQ(refs(), (std::vector<int32_t>{3, 3, 3, 2, 1}));
   ASSERT_EQ(aclListEntryDel(l), 0);
-  EXPECT_EQ(meterGetRefcount(3), 0);
-  EXPECT_EQ(counterGetRefcount(4), 0);
-  EXPECT_EQ(mirrorRefs(2), 0);
-  EXPECT_EQ(timeRangeRefs(1), 0);
-  EXPECT_EQ(timeRangeRefs(2), 0);
-  EXPECT_EQ(aclListEntryGet(1001), nullptr);
-  EXPECT_EQ(gaclGrp.curLstNum, 0u);
-  EXPECT_EQ(gaclGrp.ruleNum[1].cur, 0u);
+  EXPECT_EQ(refs(), std::vector<int32_t>(5, 0));
+  EXPECT_EQ(std::make_tuple(aclListEntryGet(1001), gaclGrp.curLstNum, gaclGrp.ruleNum[1].cur),
+            std::make_tuple(nullptr, 0u, 0u));
   for (SIL_POOL_ID p :
        {gaclGrp.listPool, gaclGrp.rulePool, gaclGrp.shortActionPool, gaclGrp.longRulePool}) {
     EXPECT_EQ(used(p), 0u);
@@ -194,25 +195,14 @@ TEST_F(ListDelete, StopsAtAFailedTimeRangeUnbindAndCanBeRepeated) {
   EXPECT_EQ(aclListEntryDel(l), 0x3E80002);
   // The list stays with all its rules and is not announced as gone.
   ASSERT_EQ(aclListEntryGet(1001), l);
-  EXPECT_EQ(l->ruleNum, 3u);
-  EXPECT_EQ(avl_numnodes(&l->ruleTree), 3u);
-  EXPECT_EQ(gaclGrp.ruleNum[1].cur, 3u);
-  EXPECT_EQ(l->status, 1);
-  EXPECT_EQ(events().size(), 1u);
+  EXPECT_EQ(std::make_tuple(l->ruleNum, avl_numnodes(&l->ruleTree), gaclGrp.ruleNum[1].cur,
+                            int(l->status), events().size()),
+            std::make_tuple(3u, 3u, 3u, 1, 1u));
   // Rules 1 and 2 gave up meter, counter and mirror; only rule 1 left its time range.
-  EXPECT_EQ(meterGetRefcount(3), 1);
-  EXPECT_EQ(counterGetRefcount(4), 1);
-  EXPECT_EQ(mirrorRefs(2), 1);
-  EXPECT_EQ(timeRangeRefs(1), 1);
-  EXPECT_EQ(timeRangeRefs(2), 1);
-
+  EXPECT_EQ(refs(), std::vector<int32_t>(5, 1));
   // Repeated, each reference is released exactly once.
   ASSERT_EQ(aclListEntryDel(l), 0);
-  EXPECT_EQ(meterGetRefcount(3), 0);
-  EXPECT_EQ(counterGetRefcount(4), 0);
-  EXPECT_EQ(mirrorRefs(2), 0);
-  EXPECT_EQ(timeRangeRefs(1), 0);
-  EXPECT_EQ(timeRangeRefs(2), 0);
+  EXPECT_EQ(refs(), std::vector<int32_t>(5, 0));
   auto& d = vdev::device();
   std::lock_guard lock(d.mutex);
   EXPECT_TRUE(d.journal.anomalies.empty()) << "nothing released more often than taken";

@@ -31,8 +31,9 @@ TEST_F(RuleTest, CreationSetsItsFieldsAndCounts) {
   // The same number again is the same rule, counted once.
   EXPECT_EQ(aclRuleEntryAdd(2001, 5), r);
   EXPECT_EQ(state(), want);
-  EXPECT_EQ(aclRuleEntryGetByIndex(2001, 5), r);
-  EXPECT_EQ(aclRuleEntryGet(aclListEntryGet(2001), 5), r);
+  EXPECT_EQ(
+      std::make_pair(aclRuleEntryGetByIndex(2001, 5), aclRuleEntryGet(aclListEntryGet(2001), 5)),
+      std::make_pair(r, r));
 }
 
 // The references a deleted rule gives back are the rule table's tests' business.
@@ -43,12 +44,10 @@ TEST_F(RuleTest, DeletionFreesEntries) {
   ASSERT_EQ(aclRuleLongEntryAdd(r, RULE_BIT_SRCADDR, v6, 16), 0);
   ASSERT_EQ(aclShortActionEntryAdd(r, 76, ACL_ACTION_NO_SLOT, nullptr, 0), 0);
   ASSERT_EQ(aclRuleEntryDel(r), 0);
-  EXPECT_EQ(aclRuleEntryGetByIndex(1, 1), nullptr);
-  EXPECT_EQ(aclListEntryGet(1)->ruleNum, 0u);
-  EXPECT_EQ(gaclGrp.ruleNum[0].cur, 0u);
-  for (SIL_POOL_ID p : {gaclGrp.rulePool, gaclGrp.longRulePool, gaclGrp.shortActionPool}) {
-    EXPECT_EQ(used(p), 0u);
-  }
+  EXPECT_EQ(std::make_tuple(aclRuleEntryGetByIndex(1, 1), aclListEntryGet(1)->ruleNum,
+                            gaclGrp.ruleNum[0].cur, used(gaclGrp.rulePool),
+                            used(gaclGrp.longRulePool), used(gaclGrp.shortActionPool)),
+            std::make_tuple(nullptr, 0u, 0u, 0u, 0u, 0u));
   EXPECT_EQ(aclRuleEntryDel(nullptr), CMN_ERR_NOT_FOUND);
 }
 
@@ -64,47 +63,47 @@ TEST_F(RuleTest, DeletingARuleWhoseListIsGoneStillFreesIt) {
 }
 
 TEST_F(RuleTest, FreeNumbersFillTheLowestGap) {
-  uint32_t n = 0;
-  EXPECT_EQ(aclRuleGetFree(1, &n), ACL_ERR_LIST_NOT_EXIST);
+  const auto freeOf = [](uint32_t lst) {
+    uint32_t n = 0;
+    const int32_t ret = aclRuleGetFree(lst, &n);
+    return std::make_pair(ret, n);
+  };
+  EXPECT_EQ(freeOf(1).first, ACL_ERR_LIST_NOT_EXIST);
   list(1);
-  ASSERT_EQ(aclRuleGetFree(1, &n), 0);
-  EXPECT_EQ(n, 1u);
+  EXPECT_EQ(freeOf(1), std::make_pair(0, 1u));
   for (uint32_t r : {1u, 2u, 4u}) rule(1, r);
-  ASSERT_EQ(aclRuleGetFree(1, &n), 0);
-  EXPECT_EQ(n, 3u);
+  EXPECT_EQ(freeOf(1), std::make_pair(0, 3u));
   rule(1, 3);
-  ASSERT_EQ(aclRuleGetFree(1, &n), 0);
-  EXPECT_EQ(n, 5u);
+  EXPECT_EQ(freeOf(1), std::make_pair(0, 5u));
   // Rules 1..126 leave 127; rules 1..127 leave nothing (128 is never handed out).
   list(1001);
   for (uint32_t r = 1; r <= 126; ++r) rule(1001, r);
-  ASSERT_EQ(aclRuleGetFree(1001, &n), 0);
-  EXPECT_EQ(n, 127u);
+  EXPECT_EQ(freeOf(1001), std::make_pair(0, 127u));
   rule(1001, 127);
-  EXPECT_EQ(aclRuleGetFree(1001, &n), -1);
+  EXPECT_EQ(freeOf(1001).first, -1);
 }
 
 TEST_F(RuleTest, StatusCheckInBothBindingModes) {
   AclListEntry* l = list(1);
   for (uint32_t r = 1; r <= 3; ++r) rule(1, r)->status = ACL_RULE_STATUS_VALID;
-  EXPECT_EQ(aclRuleStatusCheck(l), 0);
-  EXPECT_EQ(l->activeRuleNum, 3u);
+  const auto check = [l] {
+    const int32_t ret = aclRuleStatusCheck(l);
+    return std::make_pair(ret, l->activeRuleNum);
+  };
+  EXPECT_EQ(check(), std::make_pair(0, 3u));
   aclRuleEntryGetByIndex(1, 2)->status = ACL_RULE_STATUS_CREATED;
-  EXPECT_EQ(aclRuleStatusCheck(l), ACL_ERR_RULE_INVALID);
-  EXPECT_EQ(l->activeRuleNum, 1u) << "the walk stopped at rule 2";
+  EXPECT_EQ(check(), std::make_pair(ACL_ERR_RULE_INVALID, 1u)) << "the walk stopped at rule 2";
   gaclGrp.dynamicBindEnable = 1;
-  EXPECT_EQ(aclRuleStatusCheck(l), 0);
-  EXPECT_EQ(l->activeRuleNum, 2u);
+  EXPECT_EQ(check(), std::make_pair(0, 2u));
   EXPECT_EQ(aclRuleEntryMove(1, 1, 2), 0);
   EXPECT_EQ(aclRuleEntryGetByIndex(1, 1)->ruleIdx, 1u);
 }
 
 TEST_F(RuleTest, GlobalRuleTable) {
   start({{"acl.maxgrulenum", "3"}});
-  EXPECT_EQ(aclGruleGetEntry(0), nullptr);
-  EXPECT_EQ(aclGruleGetEntry(4), nullptr);
-  EXPECT_EQ(aclGruleAddEntry(0), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(aclGruleDelEntry(4), CMN_ERR_NOT_FOUND);
+  EXPECT_EQ(std::make_tuple(aclGruleGetEntry(0), aclGruleGetEntry(4), aclGruleAddEntry(0),
+                            aclGruleDelEntry(4)),
+            std::make_tuple(nullptr, nullptr, CMN_ERR_NOT_FOUND, CMN_ERR_NOT_FOUND));
   uint32_t n = 0;
   ASSERT_EQ(aclGruleGetFree(&n), 0);
   EXPECT_EQ(n, 1u);
@@ -123,28 +122,20 @@ TEST_F(RuleTest, GlobalRuleTable) {
 TEST(ActionAttach, AppendsAfterTheSecondItem) {
   std::array<uint8_t, 64> buf{};
   buf.fill(0xEE);
-  std::span<uint8_t> b(buf);
-  be::store16(b, 36, 2);  // first item: 2 bytes
-  b[38] = 1;
-  b[39] = 2;
-  be::store16(b, 40, 3);  // second item: 3 bytes
-  b[42] = 3;
-  b[43] = 4;
-  b[44] = 5;
+  // Two items from byte 36: two bytes, then three.
+  const uint8_t items[] = {0, 2, 1, 2, 0, 3, 3, 4, 5};
+  std::copy(std::begin(items), std::end(items), buf.begin() + 36);
   uint32_t len = 45;
   const uint8_t extra[] = {9, 8};
   aclActionAttach(buf.data(), &len, extra, 2);
+  const std::vector<uint8_t> want = {0, 2, 1, 2, 0, 5, 3, 4, 5, 9, 8, 0xEE};
   EXPECT_EQ(len, 47u);
-  EXPECT_EQ(be::load16(b, 36), 2u);
-  EXPECT_EQ(be::load16(b, 40), 5u);
-  EXPECT_EQ(buf[45], 9);
-  EXPECT_EQ(buf[46], 8);
-  EXPECT_EQ(buf[47], 0xEE);
+  EXPECT_EQ(std::vector<uint8_t>(buf.begin() + 36, buf.begin() + 48), want);
   aclActionAttach(nullptr, &len, extra, 2);
   aclActionAttach(buf.data(), nullptr, extra, 2);
   aclActionAttach(buf.data(), &len, nullptr, 2);
   EXPECT_EQ(len, 47u);
-  EXPECT_EQ(be::load16(b, 40), 5u);
+  EXPECT_EQ(std::vector<uint8_t>(buf.begin() + 36, buf.begin() + 48), want);
 }
 
 }  // namespace
