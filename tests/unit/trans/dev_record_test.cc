@@ -1,5 +1,7 @@
 // The 508-byte hardware rule record, checked byte by byte against offsets written out here (not
 // taken from the layout header), so a wrong offset or width in the layout fails too.
+#include <tuple>
+
 #include "trans_fixture.h"
 
 namespace transtest {
@@ -27,59 +29,45 @@ TEST_F(DevRecordTest, EveryFieldKindLandsAtItsOffsetWithItsWidth) {
   list(3001);
   AclRuleEntry* r = rule(3001, 7);
   r->layerType = 2;
-  value(r, RULE_BIT_DTAG, num(1, 4));
-  value(r, RULE_BIT_ENCAPTYPE, num(2, 4));
-  value(r, RULE_BIT_LAYERTYPE, num(3, 4));  // the rule's own 2 wins
-  value(r, RULE_BIT_IPVER, num(2, 4));
-  value(r, RULE_BIT_ETHTYPE, num(0x86DD, 4));
-  value(r, RULE_BIT_PROTOTYPE, num(0x1234, 4));
-  value(r, RULE_BIT_PROTOSUBTYPE, num(0x00010002, 4));  // truncated to 0x0002
-  value(r, RULE_BIT_SRCADDR, seq(0x20, 16));
-  value(r, RULE_BIT_SRCPREFIX, num(64, 4));
-  value(r, RULE_BIT_SRCSTRPREFIX, seq(0x40, 16));
-  value(r, RULE_BIT_DSTADDR, num(0x0A010203, 4));  // an IPv4 address fills 4 bytes only
-  value(r, RULE_BIT_DSTPREFIX, num(24, 4));
-  value(r, RULE_BIT_DSTSTRPREFIX, seq(0x60, 8));
-  value(r, RULE_BIT_SRCPORT, num(80, 4));
-  value(r, RULE_BIT_SRCENDPORT, num(90, 4));
-  value(r, RULE_BIT_DSTPORT, num(0x1F90, 4));
-  value(r, RULE_BIT_DSTENDPORT, num(0xABCD, 4));
-  value(r, RULE_BIT_TCPFSM, num(0x12, 4));
-  value(r, RULE_BIT_IPDSCP, num(46, 4));
-  value(r, RULE_BIT_IPFRAGMENT, num(1, 4));
-  value(r, RULE_BIT_IPOPTIONS, num(1, 4));
-  value(r, RULE_BIT_HOPLIMIT, num(0x1FE, 4));  // truncated to 0xFE
-  value(r, RULE_BIT_NEXTHEADER, num(6, 4));
-  value(r, RULE_BIT_FLOWLABEL, num(0xABCDE, 4));
-  value(r, RULE_BIT_APP, num(0x0102, 4));
-  value(r, RULE_BIT_OUTPRI, num(5, 4));
-  value(r, RULE_BIT_OUTVID, num(100, 4));
-  value(r, RULE_BIT_OUTENDVID, num(200, 4));
-  value(r, RULE_BIT_INPRI, num(3, 4));
-  value(r, RULE_BIT_INVID, num(300, 4));
-  value(r, RULE_BIT_INENDVID, num(400, 4));
-  value(r, RULE_BIT_LLID, num(0x77, 4));  // no place in the record
-  value(r, RULE_BIT_SRCMAC, seq(0xA0, 6));
-  value(r, RULE_BIT_SRCMACPREFIX, num(48, 4));
-  value(r, RULE_BIT_SRCMACSTRPREFIX, seq(0xB0, 6));
-  value(r, RULE_BIT_DSTMAC, seq(0xC0, 6));
-  value(r, RULE_BIT_DSTMACPREFIX, num(40, 4));
-  value(r, RULE_BIT_DSTMACSTRPREFIX, seq(0xD0, 6));
-  value(r, RULE_BIT_LOOKUP, num(0x55, 4));
-  value(r, RULE_BIT_LOOKUPMASK, num(0xFF, 4));
+  // (code, word) pairs. The rule's own layer type 2 wins over its field; the subtype is cut to
+  // 0x0002 and the hop limit to 0xFE; an IPv4 destination fills 4 bytes only; LLID and total
+  // length have no place in the record.
+  const uint32_t words[] = {RULE_BIT_DTAG,         1,          RULE_BIT_ENCAPTYPE,    2,
+                            RULE_BIT_LAYERTYPE,    3,          RULE_BIT_IPVER,        2,
+                            RULE_BIT_ETHTYPE,      0x86DD,     RULE_BIT_PROTOTYPE,    0x1234,
+                            RULE_BIT_PROTOSUBTYPE, 0x00010002, RULE_BIT_SRCPREFIX,    64,
+                            RULE_BIT_DSTADDR,      0x0A010203, RULE_BIT_DSTPREFIX,    24,
+                            RULE_BIT_SRCPORT,      80,         RULE_BIT_SRCENDPORT,   90,
+                            RULE_BIT_DSTPORT,      0x1F90,     RULE_BIT_DSTENDPORT,   0xABCD,
+                            RULE_BIT_TCPFSM,       0x12,       RULE_BIT_IPDSCP,       46,
+                            RULE_BIT_IPFRAGMENT,   1,          RULE_BIT_IPOPTIONS,    1,
+                            RULE_BIT_HOPLIMIT,     0x1FE,      RULE_BIT_NEXTHEADER,   6,
+                            RULE_BIT_FLOWLABEL,    0xABCDE,    RULE_BIT_APP,          0x0102,
+                            RULE_BIT_OUTPRI,       5,          RULE_BIT_OUTVID,       100,
+                            RULE_BIT_OUTENDVID,    200,        RULE_BIT_INPRI,        3,
+                            RULE_BIT_INVID,        300,        RULE_BIT_INENDVID,     400,
+                            RULE_BIT_LLID,         0x77,       RULE_BIT_SRCMACPREFIX, 48,
+                            RULE_BIT_DSTMACPREFIX, 40,         RULE_BIT_LOOKUP,       0x55,
+                            RULE_BIT_LOOKUPMASK,   0xFF,       RULE_BIT_VXLANFLAG,    8,
+                            RULE_BIT_VXLANVNI,     0x123456,   RULE_BIT_VXLANTAG,     1,
+                            RULE_BIT_VXLANTRANSIT, 2,          RULE_BIT_VXLANBUM,     3,
+                            RULE_BIT_UNTAGGED,     1,          RULE_BIT_IPTOTALLEN,   1500};
+  for (size_t i = 0; i < std::size(words); i += 2) value(r, words[i], num(words[i + 1], 4));
   for (uint32_t i = 0; i < 4; ++i) {
     value(r, RULE_BIT_MPLSEXP1 + i, num(i + 1, 4));
     value(r, RULE_BIT_MPLSLABEL1 + i, num(0x10000 + i, 4));
   }
-  value(r, RULE_BIT_VXLANFLAG, num(8, 4));
-  value(r, RULE_BIT_VXLANVNI, num(0x123456, 4));
-  value(r, RULE_BIT_VXLANTAG, num(1, 4));
-  value(r, RULE_BIT_VXLANTRANSIT, num(2, 4));
-  value(r, RULE_BIT_VXLANBUM, num(3, 4));
-  value(r, RULE_BIT_USERDEFINEDDATA1, seq(0x01, 12));
-  value(r, RULE_BIT_USERDEFINEDDATA1 + 2, seq(0x81, 12));
-  value(r, RULE_BIT_UNTAGGED, num(1, 4));
-  value(r, RULE_BIT_IPTOTALLEN, num(1500, 4));  // no place in the record
+  // (code, first byte, length) of byte runs.
+  const std::tuple<uint32_t, uint8_t, size_t> runs[] = {{RULE_BIT_SRCADDR, 0x20, 16},
+                                                        {RULE_BIT_SRCSTRPREFIX, 0x40, 16},
+                                                        {RULE_BIT_DSTSTRPREFIX, 0x60, 8},
+                                                        {RULE_BIT_SRCMAC, 0xA0, 6},
+                                                        {RULE_BIT_SRCMACSTRPREFIX, 0xB0, 6},
+                                                        {RULE_BIT_DSTMAC, 0xC0, 6},
+                                                        {RULE_BIT_DSTMACSTRPREFIX, 0xD0, 6},
+                                                        {RULE_BIT_USERDEFINEDDATA1, 0x01, 12},
+                                                        {RULE_BIT_USERDEFINEDDATA1 + 2, 0x81, 12}};
+  for (const auto& [code, first, n] : runs) value(r, code, seq(first, n));
   meter(3, {1, 2, 5, 1000, 0, 2000, 3000, 4000, 5000});
   counter(7, 2, 4);
   r->meterId = 3;
