@@ -72,7 +72,7 @@ TEST_F(ListTest, NameLookupIsLengthExactAndCaseSensitive) {
 
 TEST_F(ListTest, RoomCheckFollowsPerTypeMaxima) {
   start({{"acl.maxrulenum", "4"}, {"acl.maxipv4rulenum", "3"}});
-  EXPECT_EQ(std::pair<uint32_t, uint32_t>(gaclGrp.ruleNum[0].max, gaclGrp.ruleNum[1].max),
+  EXPECT_EQ((std::pair<uint32_t, uint32_t>(gaclGrp.ruleNum[0].max, gaclGrp.ruleNum[1].max)),
             std::make_pair(4u, 3u));
   AclListEntry* a = list(1001);
   AclListEntry* b = list(1500);
