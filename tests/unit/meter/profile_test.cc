@@ -3,10 +3,9 @@
 #include <string>
 #include <tuple>
 
-#include "main/acl_group.h"
-#include "meter/meter.h"
 #include "platform/fault.h"
 #include "support/table_call.h"
+#include "unit/meter/meter_fixture.h"
 #include "wire/acl_ret.h"
 
 namespace {
@@ -15,27 +14,7 @@ using test::callValue;
 using test::Desc;
 using test::Word;
 
-class ProfileTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    aclResetForTest();
-    meterResetForTest();
-    ASSERT_EQ(meterOptInit(), 0);
-  }
-  void TearDown() override {
-    meterResetForTest();
-    aclResetForTest();
-  }
-  int32_t set(uint32_t idx, uint32_t cmd, uint32_t v) {
-    return callValue(meterProfileSetApi, idx, cmd, v);
-  }
-  uint32_t get(uint32_t idx, uint32_t cmd, int32_t* ret = nullptr) {
-    uint32_t out = 0;
-    const int32_t r = callValue(meterProfileGetApi, idx, cmd, 0, &out);
-    if (ret) *ret = r;
-    return out;
-  }
-};
+using ProfileTest = MeterTableTest<meterProfileSetApi, meterProfileGetApi>;
 
 TEST_F(ProfileTest, CreatedWithDefaultNameAndWholeRecord) {
   ASSERT_EQ(set(7, 0, 2), 0);
@@ -43,7 +22,6 @@ TEST_F(ProfileTest, CreatedWithDefaultNameAndWholeRecord) {
   Desc name(32);
   ASSERT_EQ(meterProfileGetApi(7, 1, name.addr()), 0);
   EXPECT_EQ(name.text(), "meteronu-7");
-  EXPECT_EQ(name.desc.len, 10u);
   ASSERT_EQ(set(7, 3, 1000), 0);
   ASSERT_EQ(set(7, 8, 0x1FF), 0);
   Desc rec(48);
@@ -91,12 +69,9 @@ TEST_F(ProfileTest, ReferencesCeilingAndWhatAReferencedProfileAccepts) {
 }
 
 TEST_F(ProfileTest, MissingProfilesAndBadCommands) {
-  EXPECT_EQ(set(3, 3, 1), -1);
-  EXPECT_EQ(set(3, 0, 1), -1);
-  EXPECT_EQ(set(3, 0, 4), -1);
-  EXPECT_EQ(set(3, 0, 9), -1);
-  EXPECT_EQ(set(0, 0, 2), -1);
-  EXPECT_EQ(set(1025, 0, 2), -1);
+  const std::vector<int32_t> answers{set(3, 3, 1), set(3, 0, 1), set(3, 0, 4),
+                                     set(3, 0, 9), set(0, 0, 2), set(1025, 0, 2)};
+  EXPECT_EQ(answers, std::vector<int32_t>(answers.size(), -1));
   ASSERT_EQ(set(3, 0, 2), 0);
   EXPECT_EQ(set(3, 0, 2), -1) << "already exists";
   EXPECT_EQ(set(3, 11, 1), -1);
@@ -107,8 +82,8 @@ TEST_F(ProfileTest, MissingProfilesAndBadCommands) {
   Word w;
   EXPECT_EQ(meterProfileGetFirst(w.addr(), 0, 0), 0);
   EXPECT_EQ(w.value(), 3u);
-  EXPECT_EQ(meterProfileGetNext(3, w.addr(), 0), -1);
-  EXPECT_EQ(meterProfileGetFirst(0, 0, 0), -1);
+  EXPECT_EQ(std::make_pair(meterProfileGetNext(3, w.addr(), 0), meterProfileGetFirst(0, 0, 0)),
+            std::make_pair(-1, -1));
 }
 
 TEST_F(ProfileTest, OnlyARelayAnswerOfMinusOneStopsTheChange) {
