@@ -76,24 +76,22 @@ TEST_F(CounterTest, TableSizeOptionLimits) {
 // The default name and colour of a new counter are checked end to end.
 TEST_F(CounterTest, LifeCycle) {
   ASSERT_EQ(set(12, kStatus, 2), 0);
-  EXPECT_EQ(get(12, kStatus), 3u);
-  EXPECT_EQ(gcounterList.counterNum, 1u);
-  EXPECT_EQ(counterRefcount(12, 1), -1) << "created is not valid";
+  // Created (3) is not valid: no reference is taken.
+  EXPECT_EQ(std::make_tuple(get(12, kStatus), gcounterList.counterNum, counterRefcount(12, 1)),
+            std::make_tuple(3u, 1u, -1));
   ASSERT_EQ(set(12, kStatus, 1), 0);
   EXPECT_EQ(set(12, 4, 0x102), 0);
   EXPECT_EQ(get(12, 4), 2u) << "type keeps its low 8 bits";
   EXPECT_EQ(set(12, kStatus, 7), -1);
   EXPECT_EQ(set(12, 6, 1), -1);
   ASSERT_EQ(set(12, kStatus, 4), 0);
-  EXPECT_EQ(gcounterList.counterNum, 0u);
   int32_t ret = 0;
   get(12, kStatus, &ret);
-  EXPECT_EQ(ret, CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(set(12, 4, 1), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(set(12, kStatus, 1), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(set(12, kStatus, 4), 0) << "deleting a missing counter succeeds";
-  EXPECT_EQ(set(65535, kStatus, 2), 0) << "the last record of the table";
-  EXPECT_EQ(set(65536, kStatus, 2), 63) << "no record past the table";
+  EXPECT_EQ(std::make_pair(gcounterList.counterNum, ret), std::make_pair(0u, CMN_ERR_NOT_FOUND));
+  // Deleting a missing counter succeeds; 65535 is the last record of the table.
+  const std::vector<int32_t> answers{set(12, 4, 1), set(12, kStatus, 1), set(12, kStatus, 4),
+                                     set(65535, kStatus, 2), set(65536, kStatus, 2)};
+  EXPECT_EQ(answers, (std::vector<int32_t>{CMN_ERR_NOT_FOUND, CMN_ERR_NOT_FOUND, 0, 0, 63}));
   EXPECT_EQ(get(0, 6), 1u);
 }
 
@@ -112,13 +110,11 @@ TEST_F(CounterTest, LongNameIsClampedTo63) {
 
 TEST_F(CounterTest, ReferencedCounterCannotBeDeleted) {
   makeValid(5);
-  EXPECT_EQ(counterRefcount(5, 2), 0);
-  EXPECT_EQ(set(5, kStatus, 4), CMN_ERR_IN_USE);
-  EXPECT_EQ(counterRefcount(5, -7), 0);
-  EXPECT_EQ(counterGetRefcount(5), 0);
-  EXPECT_EQ(counterIsValid(5), 0);
-  EXPECT_EQ(set(5, kStatus, 4), 0);
-  EXPECT_EQ(counterGetRefcount(5), -1);
+  // A release below zero stops at zero; a deleted counter has no count.
+  const std::vector<int32_t> answers{
+      counterRefcount(5, 2), set(5, kStatus, 4), counterRefcount(5, -7), counterGetRefcount(5),
+      counterIsValid(5),     set(5, kStatus, 4), counterGetRefcount(5)};
+  EXPECT_EQ(answers, (std::vector<int32_t>{0, CMN_ERR_IN_USE, 0, 0, 0, 0, -1}));
 }
 
 TEST_F(CounterTest, ScalarsWalkAndShrinking) {
@@ -132,11 +128,10 @@ TEST_F(CounterTest, ScalarsWalkAndShrinking) {
   EXPECT_EQ(w.value(), 9u);
   EXPECT_EQ(counterGetNext(9, w.addr(), 0), -1);
   EXPECT_EQ(callValue(counterScalarSetApi, 0, kStatus, 0), 0) << "created, not valid";
-  EXPECT_EQ(counterGetFirst(w.addr(), 0, 0), CMN_ERR_NO_TABLE);
-  EXPECT_EQ(counterGetNext(0, w.addr(), 0), CMN_ERR_NO_TABLE);
   int32_t ret = 0;
-  get(0, 6, &ret);
-  EXPECT_EQ(ret, 22) << "the free-index search of an empty table";
+  get(0, 6, &ret);  // the free-index search of an empty table
+  EXPECT_EQ(std::make_tuple(counterGetFirst(w.addr(), 0, 0), counterGetNext(0, w.addr(), 0), ret),
+            std::make_tuple(CMN_ERR_NO_TABLE, CMN_ERR_NO_TABLE, 22));
 
   // The version text itself is checked end to end.
   EXPECT_EQ(counterScalarGetApi(0, 2, 0), 22);
