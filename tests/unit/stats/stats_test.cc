@@ -34,17 +34,15 @@ TEST_F(StatsTest, RecordsKeepKeyOrderAndRefuseDuplicates) {
   // A second record with an existing key is accepted without being linked; the caller keeps it.
   AclStatsEntry* dup = record(3, 5, 0);
   EXPECT_EQ(aclStatsAdd(dup), 0);
-  EXPECT_EQ(dup->inList, 0);
-  EXPECT_EQ(ruleOrder().size(), 5u);
-  EXPECT_EQ(aclStatsGetEntry(index(3, 5, 0)), first);
+  EXPECT_EQ(std::make_tuple(int(dup->inList), ruleOrder().size(), aclStatsGetEntry(index(3, 5, 0))),
+            std::make_tuple(0, 5u, first));
   EXPECT_EQ(aclStatsFree(dup), 0);
 
   // Removal unlinks and zeroes but does not free; a second removal finds nothing.
   const uint32_t inUse = used(gaclGrp.statsPool);
   EXPECT_EQ(aclStatsDel(index(3, 5, 0)), 0);
-  EXPECT_EQ(first->lstIdx, 0u);
-  EXPECT_EQ(first->inList, 0);
-  EXPECT_EQ(used(gaclGrp.statsPool), inUse);
+  EXPECT_EQ(std::make_tuple(first->lstIdx, int(first->inList), used(gaclGrp.statsPool)),
+            std::make_tuple(0u, 0, inUse));
   EXPECT_EQ(aclStatsDel(index(3, 5, 0)), -1);
   EXPECT_EQ(aclStatsFree(first), 0);
   EXPECT_EQ(used(gaclGrp.statsPool), inUse - 1);
@@ -53,9 +51,9 @@ TEST_F(StatsTest, RecordsKeepKeyOrderAndRefuseDuplicates) {
 
 TEST_F(StatsTest, DirectionNeverMatchesTheOtherDirection) {
   AclStatsEntry* in = added(3, 5, 0);
-  EXPECT_EQ(aclStatsGetEntry(index(3, 5, 1)), nullptr);
-  EXPECT_EQ(aclStatsDel(index(3, 5, 1)), -1);
-  EXPECT_EQ(aclStatsGetEntry(index(3, 5, 0)), in);
+  EXPECT_EQ(std::make_tuple(aclStatsGetEntry(index(3, 5, 1)), aclStatsDel(index(3, 5, 1)),
+                            aclStatsGetEntry(index(3, 5, 0))),
+            std::make_tuple(nullptr, -1, in));
   // The index's u16 is sign-extended like the record's i8: 0xFFFF names direction -1.
   AclStatsEntry* odd = added(3, 5, -1);
   EXPECT_EQ(aclStatsGetEntry(index(3, 5, 0xFFFF)), odd);
@@ -100,11 +98,9 @@ TEST_F(StatsTest, CounterSelectionFollowsColorAndType) {
     countedRule(1001, 5, 12, c.type, c.color);
     e->p1 = e->b1 = e->p2 = e->b2 = kHigh | 7;
     ASSERT_EQ(aclStatsSetPktByte(e), 0);
-    const std::string what = "color " + std::to_string(c.color) + " type " + std::to_string(c.type);
-    EXPECT_EQ(e->p1, kHigh | c.p1) << what;
-    EXPECT_EQ(e->b1, kHigh | c.b1) << what;
-    EXPECT_EQ(e->p2, kHigh | c.p2) << what;
-    EXPECT_EQ(e->b2, kHigh | c.b2) << what;
+    EXPECT_EQ((std::array{e->p1, e->b1, e->p2, e->b2}),
+              (std::array{kHigh | c.p1, kHigh | c.b1, kHigh | c.p2, kHigh | c.b2}))
+        << "color " << c.color << " type " << c.type;
   }
 }
 
@@ -134,9 +130,8 @@ TEST_F(StatsTest, ReadSendsTheRequestInItsOwnOrderAndMapsTheAnswerBack) {
 
   const auto reqs = counterRequests();
   ASSERT_EQ(reqs.size(), 1u);
-  EXPECT_EQ(reqs[0].call, "zorScalarGetApi");
-  EXPECT_EQ(reqs[0].cmd, 215u);
-  EXPECT_EQ(reqs[0].key, (std::vector<uint32_t>{1, 0})) << "flag 1, length 0";
+  EXPECT_EQ(std::make_tuple(reqs[0].call, reqs[0].cmd, reqs[0].key),  // key: flag 1, length 0
+            std::make_tuple("zorScalarGetApi", 215u, std::vector<uint32_t>{1, 0}));
   std::vector<uint8_t> want = request(1001, 5, 1);
   be::store64(want, 24, 0x0000000100000001ull);  // p1
   be::store64(want, 32, 0x0000000300000001ull);  // p2
@@ -157,9 +152,7 @@ TEST_F(StatsTest, FailedReadStillOverwritesTheCounters) {
   plat::faultAdd({.call = "zorScalarGetApi", .cmd = 215, .result = 0x1234});
   EXPECT_EQ(aclStatsGet(e), 0x1234);
   // The request came back unanswered: the selector as sent, and zero for what was not sent.
-  EXPECT_EQ(e->p1, 1u);
-  EXPECT_EQ(e->p3, 0u);
-  EXPECT_EQ(e->b4, 0u);
+  EXPECT_EQ((std::array{e->p1, e->p3, e->b4}), (std::array<uint64_t, 3>{1, 0, 0}));
 }
 
 TEST_F(StatsTest, ResetSendsOnlyTheIndexAndLeavesTheRecord) {
@@ -172,10 +165,9 @@ TEST_F(StatsTest, ResetSendsOnlyTheIndexAndLeavesTheRecord) {
   EXPECT_EQ(e->b2, 77u) << "the record's copy waits for the next read";
   const auto reqs = counterRequests();
   ASSERT_EQ(reqs.size(), 1u);
-  EXPECT_EQ(reqs[0].call, "zorScalarSetApi");
-  EXPECT_EQ(reqs[0].cmd, 216u);
-  EXPECT_EQ(reqs[0].key, (std::vector<uint32_t>{1, 0}));
-  EXPECT_EQ(reqs[0].data, request(1001, 5, 1));
+  EXPECT_EQ(
+      std::make_tuple(reqs[0].call, reqs[0].cmd, reqs[0].key, reqs[0].data),
+      std::make_tuple("zorScalarSetApi", 216u, std::vector<uint32_t>{1, 0}, request(1001, 5, 1)));
   plat::faultAdd({.call = "zorScalarSetApi", .cmd = 216, .result = 0x4321});
   EXPECT_EQ(aclStatsReset(e), 0x4321);
 }
@@ -186,12 +178,10 @@ TEST_F(StatsTest, InterfaceReadAndClearGoThroughTheInterface) {
   deviceCounters(1001, 5, 0, {1, 2, 3, 4, 5, 6, 7, 8}, 203);
   deviceCounters(1001, 5, 0, {9, 9, 9, 9, 9, 9, 9, 9});  // the rule statistics of the same rule
   ASSERT_EQ(aclIfStatsGet(e), 0);
-  EXPECT_EQ(e->p1, 1u);
-  EXPECT_EQ(e->b1, 3u);
-  EXPECT_EQ(e->b4, 8u);
+  EXPECT_EQ((std::array{e->p1, e->b1, e->b4}), (std::array<uint64_t, 3>{1, 3, 8}));
   ASSERT_EQ(aclIfStatsReset(e), 0);
-  EXPECT_FALSE(deviceHolds(1001, 5, 0, 203));
-  EXPECT_TRUE(deviceHolds(1001, 5, 0));
+  EXPECT_EQ(std::make_pair(deviceHolds(1001, 5, 0, 203), deviceHolds(1001, 5, 0)),
+            std::make_pair(false, true));
 }
 
 }  // namespace
