@@ -26,21 +26,21 @@ class RuleWalk : public RuleApiTest {
   }
   static int32_t createList(uint32_t lst) { return test::callValue(aclLstSetApi, lst, 9, 2); }
 
+  // The answer of a get-next from lst/rule and the position it wrote.
+  static std::pair<int32_t, Pos> nextOf(uint32_t lst, uint32_t rule, uint32_t filter = 0) {
+    Key k(lst, rule, filter), next(0, 0);
+    const int32_t ret = aclRuleGetNext(k.addr(), next.addr(), 0);
+    return {ret, {next.lst(), next.rule()}};
+  }
   static std::vector<Pos> walk(uint32_t lst = 0, uint32_t filter = 0) {
     std::vector<Pos> out;
     Key k(lst, 0, filter);
     if (aclRuleGetFirst(k.addr(), 0, 0) != 0) return out;
-    out.push_back({k.lst(), k.rule()});
-    for (;;) {
-      Key cur(out.back().lst, out.back().rule, filter);
-      Key next(0, 0);
-      const int32_t ret = aclRuleGetNext(cur.addr(), next.addr(), 0);
-      if (ret != 0) {
-        EXPECT_EQ(ret, -1);
-        break;
-      }
-      out.push_back({next.lst(), next.rule()});
+    for (std::pair<int32_t, Pos> n{0, {k.lst(), k.rule()}}; n.first == 0;
+         n = nextOf(n.second.lst, n.second.rule, filter)) {
+      out.push_back(n.second);
     }
+    EXPECT_EQ(nextOf(out.back().lst, out.back().rule, filter).first, -1);
     return out;
   }
 };
@@ -58,30 +58,18 @@ TEST_F(RuleWalk, TheFilterBitKeepsTheWalkInItsList) {
   // Only the top bit filters; the rest of the word is ignored.
   EXPECT_EQ(walk(kList, 0x7FFFFFFF).size(), 6u);
   // The last rule of the filtered list ends the walk.
-  Key last(kList, 9, ACL_RULE_FILTER_LIST);
-  Key next(0, 0);
-  EXPECT_EQ(aclRuleGetNext(last.addr(), next.addr(), 0), -1);
-  Key unfiltered(kList, 9);
-  ASSERT_EQ(aclRuleGetNext(unfiltered.addr(), next.addr(), 0), 0);
-  EXPECT_EQ((Pos{next.lst(), next.rule()}), (Pos{2001, 1}));
+  EXPECT_EQ(nextOf(kList, 9, ACL_RULE_FILTER_LIST).first, -1);
+  EXPECT_EQ(nextOf(kList, 9), std::make_pair(0, Pos{2001, 1}));
 }
 
 TEST_F(RuleWalk, GetNextGoesOnFromWhatHasGone) {
   ASSERT_EQ(remove(5), 0);
-  Key gone(kList, 5);
-  Key next(0, 0);
-  ASSERT_EQ(aclRuleGetNext(gone.addr(), next.addr(), 0), 0);
-  EXPECT_EQ((Pos{next.lst(), next.rule()}), (Pos{1001, 9}));
-  // A list that has gone: the first rule of the next list.
+  EXPECT_EQ(nextOf(kList, 5), std::make_pair(0, Pos{1001, 9}));
+  // A list that has gone, or was never there: the first rule of the next list.
   ASSERT_EQ(test::callValue(aclLstSetApi, 1, 9, 4), 0);
-  Key goneList(1, 3);
-  ASSERT_EQ(aclRuleGetNext(goneList.addr(), next.addr(), 0), 0);
-  EXPECT_EQ((Pos{next.lst(), next.rule()}), (Pos{1001, 2}));
-  Key between(1500, 7);
-  ASSERT_EQ(aclRuleGetNext(between.addr(), next.addr(), 0), 0);
-  EXPECT_EQ((Pos{next.lst(), next.rule()}), (Pos{2001, 1}));
-  Key end(2001, 4);
-  EXPECT_EQ(aclRuleGetNext(end.addr(), next.addr(), 0), -1);
+  EXPECT_EQ(nextOf(1, 3), std::make_pair(0, Pos{1001, 2}));
+  EXPECT_EQ(nextOf(1500, 7), std::make_pair(0, Pos{2001, 1}));
+  EXPECT_EQ(nextOf(2001, 4).first, -1);
 }
 
 TEST_F(RuleWalk, EmptyTablesAndMissingKeys) {
@@ -100,9 +88,10 @@ TEST_F(RuleWalk, EmptyTablesAndMissingKeys) {
 TEST_F(RuleWalk, FilterMatch) {
   Key open(kList, 0);
   Key filtered(kList, 0, ACL_RULE_FILTER_LIST);
-  EXPECT_EQ(aclRuleFilterMatch(open.addr(), aclListEntryGet(1)), 1);
-  EXPECT_EQ(aclRuleFilterMatch(filtered.addr(), aclListEntryGet(1)), 0);
-  EXPECT_EQ(aclRuleFilterMatch(filtered.addr(), aclListEntryGet(kList)), 1);
+  EXPECT_EQ(std::make_tuple(aclRuleFilterMatch(open.addr(), aclListEntryGet(1)),
+                            aclRuleFilterMatch(filtered.addr(), aclListEntryGet(1)),
+                            aclRuleFilterMatch(filtered.addr(), aclListEntryGet(kList))),
+            std::make_tuple(1, 0, 1));
 }
 
 }  // namespace
