@@ -44,15 +44,10 @@ TEST(WireFrame, RequestsOfEveryShapeRoundTrip) {
       ASSERT_EQ(h.bodyLen, frame.size() - wire::kHeaderLen);
       wire::Request out;
       ASSERT_EQ(wire::decodeRequest(bodyOf(frame), &out), Status::Ok) << int(ks) << "/" << int(bs);
-      EXPECT_EQ(out.funcId, in.funcId);
-      EXPECT_EQ(out.cmd, in.cmd);
-      EXPECT_EQ(out.keyShape, ks);
-      EXPECT_EQ(out.bufShape, bs);
-      EXPECT_EQ(out.keyValue, in.keyValue);
-      EXPECT_EQ(out.bufValue, in.bufValue);
-      EXPECT_EQ(out.descCapacity, in.descCapacity);
-      EXPECT_EQ(out.key, in.key);
-      EXPECT_EQ(out.data, in.data);
+      EXPECT_EQ(std::tie(out.funcId, out.cmd, out.keyShape, out.bufShape, out.keyValue,
+                         out.bufValue, out.descCapacity, out.key, out.data),
+                std::tie(in.funcId, in.cmd, in.keyShape, in.bufShape, in.keyValue, in.bufValue,
+                         in.descCapacity, in.key, in.data));
     }
   }
 }
@@ -70,10 +65,8 @@ TEST(WireFrame, ResponseRoundTripsAndKeepsNegativeResults) {
   ASSERT_EQ(wire::decodeHeader(frame, wire::kKindResponse, &h), Status::Ok);
   wire::Response out;
   ASSERT_EQ(wire::decodeResponse(bodyOf(frame), &out), Status::Ok);
-  EXPECT_EQ(out.result, -1);
-  EXPECT_EQ(out.descLen, 3u);
-  EXPECT_EQ(out.key, in.key);
-  EXPECT_EQ(out.data, in.data);
+  EXPECT_EQ(std::tie(out.result, out.descLen, out.key, out.data),
+            std::tie(in.result, in.descLen, in.key, in.data));
   // A request frame is not a response, and the reverse.
   EXPECT_EQ(wire::decodeHeader(frame, wire::kKindRequest, &h), Status::Malformed);
 }
