@@ -40,15 +40,17 @@ TEST_F(OptionsTest, FileLinesCommentsBlanksAndOverrides) {
                                 &err))
       << err;
   ASSERT_TRUE(plat::optParseOverride("acl.maxlstnum=7", &err));
-  char buf[128] = {};
-  EXPECT_EQ(silOptRead(0, "acl.maxlstnum", 0, 0, 1, buf, 127), 2);
-  EXPECT_STREQ(buf, "7");
-  EXPECT_GT(silOptRead(0, "acl.enable", 0, 0, 1, buf, 127), 0);
-  EXPECT_STREQ(buf, "False");
-  silOptRead(0, "acl.name", 0, 0, 1, buf, 127);
-  EXPECT_STREQ(buf, "a = b");
-  EXPECT_EQ(silOptRead(0, "empty", 0, 0, 1, buf, 127), 1) << "present, with no text";
-  EXPECT_EQ(silOptRead(0, "acl.absent", 0, 0, 1, buf, 127), 0);
+  // (key, answer: the text's size with its NUL, 0 when absent, text); "empty" is present with no
+  // text.
+  for (auto [key, ret, text] : {std::tuple{"acl.maxlstnum", 2, "7"},
+                                {"acl.enable", 6, "False"},
+                                {"acl.name", 6, "a = b"},
+                                {"empty", 1, ""},
+                                {"acl.absent", 0, ""}}) {
+    char buf[128] = {};
+    EXPECT_EQ(silOptRead(0, key, 0, 0, 1, buf, 127), ret) << key;
+    EXPECT_STREQ(buf, text) << key;
+  }
 }
 
 TEST_F(OptionsTest, ValueIsTruncatedToTheCallersRoom) {
@@ -81,11 +83,9 @@ TEST(LoggingTest, EachCallIsOneLineInTheRingWithoutLineEnd) {
   loggingLogOutput(0x3EA000C, 5, 0, "plain");
   auto lines = plat::logRecent(before);
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].tag, 0x3EA0003u);
-  EXPECT_EQ(lines[0].priority, 7u);
-  EXPECT_EQ(lines[0].text, "ACL rule [add] info=[5].");
-  EXPECT_FALSE(lines[0].operational);
-  EXPECT_TRUE(lines[1].operational);
+  EXPECT_EQ(std::make_tuple(lines[0].tag, lines[0].priority, lines[0].text, lines[0].operational,
+                            lines[1].operational),
+            std::make_tuple(0x3EA0003u, 7u, "ACL rule [add] info=[5].", false, true));
   EXPECT_EQ(plat::logRecent(lines[1].seq).size(), 0u);
 }
 
