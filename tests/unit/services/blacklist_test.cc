@@ -60,9 +60,8 @@ TEST_F(BlackListTest, SystemOrSlotZeroSendsAnAllZeroTarget) {
   // The highest system and slot a target can name.
   std::array<uint8_t, 64> t{};
   aclBlackListTargetBuild(9, 32, t);
-  EXPECT_EQ(t[24], 2);
-  EXPECT_EQ(t[27], 0x80);           // system 9: bit 8
-  EXPECT_EQ(t[28 + 32 + 3], 0x01);  // slot 32: bit 31 of system 9's bitmap
+  // System 9 is bit 8; slot 32 bit 31 of system 9's bitmap.
+  EXPECT_EQ(std::make_tuple(t[24], t[27], t[28 + 32 + 3]), std::make_tuple(2, 0x80, 0x01));
 }
 
 TEST_F(BlackListTest, RefusalsInstallNothing) {
@@ -87,17 +86,15 @@ TEST_F(BlackListTest, FailedInstallationIsUndoneAndForgotten) {
     const uint32_t values = valuesInUse();
     failNth(1001, 2);
     EXPECT_EQ(aclBlackListAdd(1, 2, 1001), 0x0BAD);
-    EXPECT_TRUE(globalTable().empty());
-    EXPECT_EQ(aclBlackListEntryGet(1, 2, 1001), nullptr);
-    EXPECT_EQ(l->refCnt, 0);
-    EXPECT_EQ(valuesInUse(), values);  // the deny copies went back
-    EXPECT_EQ(used(gaclGrp.blackListPool), 0u);
+    // Nothing installed, no entry, no reference; the deny copies went back.
+    EXPECT_EQ(std::make_tuple(globalTable().size(), aclBlackListEntryGet(1, 2, 1001), l->refCnt,
+                              valuesInUse(), used(gaclGrp.blackListPool)),
+              std::make_tuple(0u, nullptr, 0, values, 0u));
     // A removal failing part-way keeps the blacklisting.
     ASSERT_EQ(aclBlackListAdd(1, 2, 1001), 0);
     failNth(1001, 2);
     EXPECT_EQ(aclBlackListDel(1, 2, 1001), 0x0BAD);
-    EXPECT_NE(aclBlackListEntryGet(1, 2, 1001), nullptr);
-    EXPECT_EQ(l->refCnt, 1);
+    EXPECT_TRUE(aclBlackListEntryGet(1, 2, 1001) != nullptr && l->refCnt == 1);
   }
 }
 
@@ -112,9 +109,9 @@ TEST_F(BlackListTest, ARuleFollowsOnlyTheFirstBlacklistingOfItsList) {
   auto table = globalTable();
   ASSERT_EQ(table.count({1001, 5, 0}), 1u);
   const vdev::HwEntry& e = table.at({1001, 5, 0});
-  EXPECT_EQ(e.installs, 1u);
-  EXPECT_EQ(e.options[28], 0x40);  // slot 2 of system 1, the first key of list 1001
-  EXPECT_EQ(e.priority, 5u);
+  // Aimed at slot 2 of system 1, the first key of list 1001.
+  EXPECT_EQ(std::make_tuple(e.installs, int(e.options[28]), e.priority),
+            std::make_tuple(1u, 0x40, 5u));
   ASSERT_EQ(aclBlackListDynamicRuleSet(l, r5, 0), 0);
   EXPECT_EQ(globalTable().count({1001, 5, 0}), 0u);
   // A list that is not blacklisted is left alone.

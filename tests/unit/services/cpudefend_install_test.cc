@@ -38,32 +38,29 @@ TEST_F(CpudefendTest, RecordFormCarriesAppActionAndRateLimit) {
     const auto& [lst, ruleIdx, dir] = k;
     ASSERT_FALSE(e.tlv);
     const Bytes& d = e.data;
-    EXPECT_EQ(dir, 0u);
-    EXPECT_EQ(e.priority, ruleIdx);  // a CPU defend rule ranks by its own number
-    EXPECT_EQ(be::load16(d, kApp), 187u);
-    const std::span<const uint8_t> action(d.data() + kAction, kActionLen);
-    EXPECT_TRUE(aclBitTest(action, RULE_ACTION_DENY));
-    EXPECT_TRUE(aclBitTest(action, RULE_ACTION_PERMIT));  // the rule's own action stays
-    EXPECT_EQ(std::make_tuple(be::load32(d, kCir), be::load32(d, kCbs), be::load32(d, kEbs),
-                              int(d[kMeterType]), int(d[kMeterMode])),
-              std::make_tuple(1000u, 2000u, 3000u, 1, 1));
-    const std::span<const uint8_t> bits(d.data() + kBits, kBitsLen);
-    EXPECT_TRUE(aclBitTest(bits, RULE_BIT_OUTACTION));
-    EXPECT_TRUE(aclBitTest(bits, RULE_BIT_METERID));
-    EXPECT_TRUE(aclBitTest(std::span<const uint8_t>(d.data() + kOutAction, kOutActionLen), 3));
+    // A CPU defend rule ranks by its own number; the rule's own action stays beside the deny.
+    const std::span<const uint8_t> action(d.data() + kAction, kActionLen),
+        bits(d.data() + kBits, kBitsLen), out(d.data() + kOutAction, kOutActionLen);
+    EXPECT_EQ(std::make_tuple(dir, e.priority, be::load16(d, kApp), be::load32(d, kCir),
+                              be::load32(d, kCbs), be::load32(d, kEbs), int(d[kMeterType]),
+                              int(d[kMeterMode])),
+              std::make_tuple(0u, ruleIdx, 187u, 1000u, 2000u, 3000u, 1, 1));
+    EXPECT_TRUE(aclBitTest(action, RULE_ACTION_DENY) && aclBitTest(action, RULE_ACTION_PERMIT));
+    EXPECT_TRUE(aclBitTest(bits, RULE_BIT_OUTACTION) && aclBitTest(bits, RULE_BIT_METERID) &&
+                aclBitTest(out, 3));
   }
   // Removal with the same arguments takes every rule away again, without anomalies.
   ASSERT_EQ(_aclCpudefendGlobaldel(1001, RULE_ACTION_DENY, 1000, 2000, 3000, 1), 0);
-  EXPECT_TRUE(globalTable().empty());
-  EXPECT_EQ(anomalies(), 0u);
-  EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);  // the caller owns the installation
+  // The caller owns the installation: the list gains no reference.
+  EXPECT_EQ(std::make_tuple(globalTable().size(), anomalies(), aclListEntryGet(1001)->refCnt),
+            std::make_tuple(0u, 0u, 0));
 
   // Without CAR enable no rate limit is programmed.
   ASSERT_EQ(_aclCpudefendGlobaladd(1001, RULE_ACTION_DENY, 1000, 2000, 3000, 0), 0);
   const Bytes d = globalTable().begin()->second.data;
-  EXPECT_EQ(be::load32(d, kCir), 0u);
-  EXPECT_EQ(d[kMeterType], 0);
-  EXPECT_FALSE(aclBitTest(std::span<const uint8_t>(d.data() + kBits, kBitsLen), RULE_BIT_METERID));
+  EXPECT_EQ(std::make_tuple(be::load32(d, kCir), int(d[kMeterType]),
+                            aclBitTest(std::span(d).subspan(kBits, kBitsLen), RULE_BIT_METERID)),
+            std::make_tuple(0u, 0, false));
 }
 
 TEST_F(CpudefendTest, TlvFormAppendsItemsAndDropsTheTemporaryApp) {
@@ -84,12 +81,8 @@ TEST_F(CpudefendTest, TlvFormAppendsItemsAndDropsTheTemporaryApp) {
     const auto fields = items(e.data, false);
     EXPECT_NE(std::find(fields.begin(), fields.end(), Item{27, {0x00, 0xBB}}), fields.end());
     const auto acts = items(e.data, true);
-    std::vector<Item> want = {{RULE_ACTION_PERMIT, {}}};
-    if (std::get<1>(k) == 2) {
-      want.push_back({RULE_ACTION_DENY, {}});  // its own: no second deny item
-    } else {
-      want.push_back({RULE_ACTION_DENY, {}});  // appended
-    }
+    // Rule 2's deny is its own (no second deny item); rule 1's is appended.
+    std::vector<Item> want = {{RULE_ACTION_PERMIT, {}}, {RULE_ACTION_DENY, {}}};
     want.insert(want.end(), car.begin(), car.end());
     EXPECT_EQ(acts, want) << "rule " << std::get<1>(k);
     // The header's total covers the appended items.
@@ -100,9 +93,8 @@ TEST_F(CpudefendTest, TlvFormAppendsItemsAndDropsTheTemporaryApp) {
   EXPECT_EQ(valuesInUse(), before);
 
   ASSERT_EQ(_aclCpudefendGlobaldel(1001, RULE_ACTION_DENY, 7, 8, 9, 1), 0);
-  EXPECT_TRUE(globalTable().empty());
-  EXPECT_EQ(anomalies(), 0u);
-  EXPECT_EQ(valuesInUse(), before);
+  EXPECT_EQ(std::make_tuple(globalTable().size(), anomalies(), valuesInUse()),
+            std::make_tuple(0u, 0u, before));
 }
 
 TEST_F(CpudefendTest, FailureOnTheThirdRuleLeavesTheTableAsItWas) {
@@ -116,8 +108,7 @@ TEST_F(CpudefendTest, FailureOnTheThirdRuleLeavesTheTableAsItWas) {
     const uint32_t values = valuesInUse();
     failNth(1001, 3);
     EXPECT_EQ(_aclCpudefendGlobaladd(1001, RULE_ACTION_DENY, 1, 2, 3, 1), 0x0BAD);
-    EXPECT_EQ(keys(), before);
-    EXPECT_EQ(valuesInUse(), values);
+    EXPECT_EQ(std::make_pair(keys(), valuesInUse()), std::make_pair(before, values));
     // Only the failing rule's own removal finds nothing to remove.
     const auto j = vdev::journalCopy();
     ASSERT_EQ(j.anomalies.size(), 1u);
@@ -135,8 +126,7 @@ TEST_F(CpudefendTest, RulesOffOrInAVrfAreNeitherInstalledNorRemoved) {
   ASSERT_EQ(_aclCpudefendGlobaladd(1001, RULE_ACTION_DENY, 0, 0, 0, 0), 0);
   EXPECT_EQ(keys(), (std::set<HwKey>{{1001, 2, 0}}));
   ASSERT_EQ(_aclCpudefendGlobaldel(1001, RULE_ACTION_DENY, 0, 0, 0, 0), 0);
-  EXPECT_TRUE(globalTable().empty());
-  EXPECT_EQ(anomalies(), 0u);
+  EXPECT_EQ(std::make_pair(globalTable().size(), anomalies()), std::make_pair(0ul, 0ul));
   // An active time range is installed.
   off->trActive = 1;
   ASSERT_EQ(_aclCpudefendGlobaladd(1001, RULE_ACTION_DENY, 0, 0, 0, 0), 0);

@@ -45,11 +45,12 @@ TEST_F(NatTest, SendsValidRulesWithTheDirectionInTheRecord) {
   ASSERT_EQ(_aclNatGlobaladd(1001, kNatAdd, 1), 0);
   EXPECT_EQ(sent("zorScalarSetApi"), (std::vector<Sent>{{kNatAdd, 1, 1}, {kNatAdd, 3, 1}}));
   ASSERT_EQ(_aclNatGlobaldel(1001, kNatDel, 1), 0);
-  EXPECT_EQ(sent("zorScalarSetApi").size(), 4u);
-  EXPECT_EQ(sent("zorScalarSetApi").back(), (Sent{kNatDel, 3, 1}));
+  EXPECT_EQ(
+      sent("zorScalarSetApi"),
+      (std::vector<Sent>{{kNatAdd, 1, 1}, {kNatAdd, 3, 1}, {kNatDel, 1, 1}, {kNatDel, 3, 1}}));
   // Nothing goes through the rule tables, and the list gains no reference.
-  EXPECT_TRUE(globalTable().empty());
-  EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);
+  EXPECT_EQ(std::make_pair(globalTable().size(), aclListEntryGet(1001)->refCnt),
+            std::make_pair(0ul, 0));
   // The record is the rule's: priority = rule number, the list's fields.
   const auto cmds = commands("zorScalarSetApi");
   EXPECT_EQ(std::make_tuple(be::load16(cmds[0].data, kPriority), be::load32(cmds[0].data, kLstIdx),
@@ -89,23 +90,20 @@ TEST_F(NatTest, SlotScopeUsesTheSlotCommand) {
   validList(1001, {1, 2, 3});
   auto key = slotKey(1, 2);
   ASSERT_EQ(_aclNatSlotadd(key.data(), 1001, kNatAdd, 2), 0);
-  auto cmds = commands("zorHwilSlotSet");
-  ASSERT_EQ(cmds.size(), 3u);
-  EXPECT_EQ(cmds[0].key, (std::vector<uint32_t>{1, 2}));
-  EXPECT_EQ(sent("zorHwilSlotSet")[2], (Sent{kNatAdd, 3, 2}));
+  EXPECT_EQ(commands("zorHwilSlotSet")[0].key, (std::vector<uint32_t>{1, 2}));
   // A removal part-way stops at the first rule above the bound.
   ASSERT_EQ(aclNatSlotdelpart(key.data(), 1001, 2, kNatDel, 2, 0), 0);
-  EXPECT_EQ(sent("zorHwilSlotSet").size(), 5u);
-  EXPECT_EQ(sent("zorHwilSlotSet")[4], (Sent{kNatDel, 2, 2}));
-
   // The second record refused: the undo walk sends rules 1 and 2 again with the same command.
   plat::faultAdd({.call = "zorHwilSlotSet", .unit = 2, .result = 0x0BAD, .skip = 1});
   EXPECT_EQ(_aclNatSlotadd(key.data(), 1001, kNatAdd, 0), 0x0BAD);
-  const auto s = sent("zorHwilSlotSet");
-  ASSERT_EQ(s.size(), 8u);
-  EXPECT_EQ(s[5], (Sent{kNatAdd, 1, 0}));
-  EXPECT_EQ(s[6], (Sent{kNatAdd, 1, 0}));
-  EXPECT_EQ(s[7], (Sent{kNatAdd, 2, 0}));
+  EXPECT_EQ(sent("zorHwilSlotSet"), (std::vector<Sent>{{kNatAdd, 1, 2},
+                                                       {kNatAdd, 2, 2},
+                                                       {kNatAdd, 3, 2},
+                                                       {kNatDel, 1, 2},
+                                                       {kNatDel, 2, 2},
+                                                       {kNatAdd, 1, 0},
+                                                       {kNatAdd, 1, 0},
+                                                       {kNatAdd, 2, 0}}));
   // A slot the device does not have refuses the first record.
   auto missing = slotKey(1, 9);
   EXPECT_NE(_aclNatSlotadd(missing.data(), 1001, kNatAdd, 0), 0);

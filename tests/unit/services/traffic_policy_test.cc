@@ -95,16 +95,16 @@ TEST_F(TrafficPolicyTest, EachOperationInstallsItsActionsAndRemovesThem) {
     for (uint32_t r = 1; r <= 3; ++r) {
       const AclIfListEntry* e = aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, r);
       ASSERT_NE(e, nullptr);
-      EXPECT_EQ(e->bindOwner, ACL_BIND_OWNER_TRAFFIC);
-      EXPECT_EQ(e->refcount, 1);
+      EXPECT_EQ(std::make_tuple(e->bindOwner, e->refcount),
+                std::make_tuple(ACL_BIND_OWNER_TRAFFIC, 1));
     }
     expectAuditClean();
 
     const Bytes remove = request(2, 0, op.data);
     ASSERT_EQ(op.fn(kPort, remove.data()), 0);
-    EXPECT_TRUE(units().empty());
-    EXPECT_EQ(l->refCnt, refBefore);
-    EXPECT_EQ(aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 1), nullptr);
+    EXPECT_EQ(std::make_tuple(units().size(), l->refCnt,
+                              aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 1)),
+              std::make_tuple(0u, refBefore, nullptr));
     expectAuditClean();
   }
 }
@@ -169,9 +169,9 @@ TEST_F(TrafficPolicyTest, RefusalsLeaveNothingBehind) {
     const UnitView before = units();
     const int32_t ref = l->refCnt;
     EXPECT_EQ(c.call(), c.want);
-    EXPECT_EQ(units(), before);
-    EXPECT_EQ(l->refCnt, ref);
-    EXPECT_EQ(aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 1), nullptr);
+    EXPECT_EQ(
+        std::make_tuple(units(), l->refCnt, aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 1)),
+        std::make_tuple(before, ref, nullptr));
     expectAuditClean();
   }
 }
@@ -184,8 +184,7 @@ TEST_F(TrafficPolicyTest, OneRuleEntryCountsItsUsers) {
   ASSERT_EQ(aclTrafficIfFilter(kPort, one.data()), 0);
   const AclIfListEntry* e = aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 2);
   ASSERT_NE(e, nullptr);
-  EXPECT_EQ(e->refcount, 2);
-  EXPECT_EQ(l->refCnt, 2);
+  EXPECT_EQ(std::make_tuple(e->refcount, l->refCnt), std::make_tuple(2, 2));
   const Bytes off = request(2, 2);
   ASSERT_EQ(aclTrafficIfFilter(kPort, off.data()), 0);
   EXPECT_EQ(aclIfListGet(kPort, ACL_LIST_TYPE_IPV4, 0, kList, 2)->refcount, 1);
