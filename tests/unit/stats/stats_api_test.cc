@@ -107,8 +107,8 @@ TEST_F(StatsApiTest, GetRefusals) {
   plat::faultAdd({.call = "zorScalarGetApi", .cmd = 215, .result = 0x0BAD});
   d.data.assign(64, 0xEE);
   EXPECT_EQ(aclStatsGetApi(k.addr(), 1, d.addr()), 0x0BAD);
-  EXPECT_EQ(d.data[0], 0xEE);
-  EXPECT_EQ(e->p2, 1u) << "selected p2 came back as sent";
+  // No answer written; the selected p2 came back as sent.
+  EXPECT_EQ(std::make_tuple(d.data[0], e->p2), std::make_tuple(0xEE, 1u));
 }
 
 TEST_F(StatsApiTest, ClearOneRelaysThenClears) {
@@ -123,13 +123,12 @@ TEST_F(StatsApiTest, ClearOneRelaysThenClears) {
 
   ASSERT_EQ(test::callValue(aclStatsSyncApi, k.addr(), 2, 5), 0);
   EXPECT_FALSE(deviceHolds(1001, 5, 1));
+  // The sync mode without a key flag, a 28-byte key and a 4-byte word.
   const auto r = vdev::journalCopy().relays.back();
-  EXPECT_EQ(r.cmd, 0x0AC08002u);
-  EXPECT_EQ(r.keyBytes, std::vector<uint8_t>(k.b.begin(), k.b.end()));
-  EXPECT_EQ(be::load32(r.options, 0), ACL_MODE_SYNC) << "no key flag";
-  EXPECT_EQ(be::load32(r.options, 4), 28u);
-  EXPECT_EQ(be::load32(r.options, 16), 4u);
-  EXPECT_EQ(r.data, (std::vector<uint8_t>{0, 0, 0, 5}));
+  EXPECT_EQ(std::make_tuple(r.cmd, r.keyBytes, be::load32(r.options, 0), be::load32(r.options, 4),
+                            be::load32(r.options, 16), r.data),
+            std::make_tuple(0x0AC08002u, std::vector<uint8_t>(k.b.begin(), k.b.end()),
+                            uint32_t(ACL_MODE_SYNC), 28u, 4u, std::vector<uint8_t>{0, 0, 0, 5}));
 
   EXPECT_EQ(test::callValue(aclStatsSetApi, k.addr(), 3, 0), -1);
   EXPECT_EQ(vdev::journalCopy().relays.back().seq, r.seq) << "an unknown command is not relayed";
@@ -142,27 +141,28 @@ TEST_F(StatsApiTest, ClearAllStopsAtTheFirstFailure) {
   }
   plat::faultAdd({.call = "zorScalarSetApi", .cmd = 216, .rule = 2, .result = 0x99});
   Index all;
+  const auto held = [] {
+    return std::vector<bool>{deviceHolds(1001, 1, 0), deviceHolds(1001, 2, 0),
+                             deviceHolds(1001, 3, 0)};
+  };
   EXPECT_EQ(test::callValue(aclStatsSetApi, all.addr(), 6, 0), 0x99);
-  EXPECT_FALSE(deviceHolds(1001, 1, 0));
-  EXPECT_TRUE(deviceHolds(1001, 2, 0));
-  EXPECT_TRUE(deviceHolds(1001, 3, 0)) << "nothing after the failure is cleared";
+  EXPECT_EQ(held(), (std::vector<bool>{false, true, true})) << "nothing after the failure cleared";
   const auto r = vdev::journalCopy().relays.back();
-  EXPECT_EQ(r.cmd, 0x0AC08006u);
-  EXPECT_EQ(be::load32(r.options, 0), ACL_MODE_SET);
-
+  EXPECT_EQ(std::make_tuple(r.cmd, be::load32(r.options, 0)),
+            std::make_tuple(0x0AC08006u, uint32_t(ACL_MODE_SET)));
   EXPECT_EQ(test::callValue(aclStatsSetApi, all.addr(), 6, 0), 0);
-  EXPECT_FALSE(deviceHolds(1001, 2, 0));
-  EXPECT_FALSE(deviceHolds(1001, 3, 0));
+  EXPECT_EQ(held(), std::vector<bool>(3, false));
 }
 
 TEST_F(StatsApiTest, BeforeStartUpEveryCallHasAnAnswer) {
   aclResetForTest();
   Index k(1001, 5, 0), next;
   test::Desc d(64);
-  EXPECT_EQ(aclStatsGetFirst(k.addr(), 0, 0), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(aclStatsGetNext(k.addr(), next.addr(), 0), CMN_ERR_NOT_FOUND);
-  EXPECT_EQ(aclStatsGetApi(k.addr(), 1, d.addr()), ACL_ERR_STATS_NOT_EXIST);
-  EXPECT_EQ(test::callValue(aclStatsSetApi, k.addr(), 6, 0), ACL_ERR_STATS_NOT_EXIST);
+  const std::vector<int32_t> answers{
+      aclStatsGetFirst(k.addr(), 0, 0), aclStatsGetNext(k.addr(), next.addr(), 0),
+      aclStatsGetApi(k.addr(), 1, d.addr()), test::callValue(aclStatsSetApi, k.addr(), 6, 0)};
+  EXPECT_EQ(answers, (std::vector<int32_t>{CMN_ERR_NOT_FOUND, CMN_ERR_NOT_FOUND,
+                                           ACL_ERR_STATS_NOT_EXIST, ACL_ERR_STATS_NOT_EXIST}));
 }
 
 }  // namespace

@@ -32,17 +32,15 @@ TEST(WireInvoke, DescriptorCarriesInputAndOnlyTheOwnedAreaComesBack) {
     return 0;
   };
   auto resp = wire::invoke(r, clampTo3);
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.descLen, 3u);
-  EXPECT_EQ(resp.data, (std::vector<uint8_t>{'x', 'y', 'z'}));
+  EXPECT_EQ(std::make_tuple(resp.result, resp.descLen, resp.data),
+            std::make_tuple(0, 3u, std::vector<uint8_t>{'x', 'y', 'z'}));
 
   // A function that claims more than the area: the claim is reported, the bytes stop at the area.
   resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
     reinterpret_cast<wire::BufDesc*>(buf)->len = 100000;
     return 0;
   });
-  EXPECT_EQ(resp.descLen, 100000u);
-  EXPECT_EQ(resp.data.size(), 8u);
+  EXPECT_EQ(std::make_pair(resp.descLen, resp.data.size()), std::make_pair(100000u, 8ul));
 }
 
 TEST(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
@@ -62,11 +60,11 @@ TEST(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
     reinterpret_cast<uint8_t*>(key)[11] = 1;  // a key written back
     return 0;
   });
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.data, (std::vector<uint8_t>{50, 6}));
-  ASSERT_EQ(resp.key.size(), 12u);
-  EXPECT_EQ(resp.key[3], 7);
-  EXPECT_EQ(resp.key[11], 1);
+  std::vector<uint8_t> key(12, 0);
+  key[3] = 7;
+  key[11] = 1;
+  EXPECT_EQ(std::make_tuple(resp.result, resp.data, resp.key),
+            std::make_tuple(0, std::vector<uint8_t>{50, 6}, key));
 
   // A raw record is handed over directly.
   r.bufShape = BufShape::Raw;
@@ -74,8 +72,7 @@ TEST(WireInvoke, RecordsArePaddedToTheLongestTheCommandAccepts) {
   resp = wire::invoke(r, [](uintptr_t, uintptr_t, uintptr_t buf) -> int32_t {
     return reinterpret_cast<uint8_t*>(buf)[2] == 3 ? 0 : 99;
   });
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.data.size(), 3u);
+  EXPECT_EQ(std::make_pair(resp.result, resp.data.size()), std::make_pair(0, 3ul));
 }
 
 TEST(WireInvoke, WalksGetAKeyArea) {
@@ -87,8 +84,8 @@ TEST(WireInvoke, WalksGetAKeyArea) {
     be::store32(reinterpret_cast<void*>(area), 1001);
     return a2 == 0 && a3 == 0 ? 0 : 99;
   });
-  EXPECT_EQ(resp.result, 0);
-  EXPECT_EQ(resp.key, (std::vector<uint8_t>{0, 0, 0x03, 0xE9}));
+  EXPECT_EQ(std::make_pair(resp.result, resp.key),
+            std::make_pair(0, std::vector<uint8_t>{0, 0, 0x03, 0xE9}));
 
   wire::Request next;
   next.funcId = 22;  // aclStatsGetNext: current and next are both 28-byte areas
@@ -101,9 +98,9 @@ TEST(WireInvoke, WalksGetAKeyArea) {
     n[27] = 0x5A;
     return 0;
   });
-  EXPECT_EQ(resp.result, 0);
-  ASSERT_EQ(resp.key.size(), 28u);
-  EXPECT_EQ(resp.key[27], 0x5A);
+  std::vector<uint8_t> want(28, 0);  // the next area comes back as the key
+  want[27] = 0x5A;
+  EXPECT_EQ(std::make_pair(resp.result, resp.key), std::make_pair(0, want));
 }
 
 }  // namespace
