@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 
 #include "platform/hwil.h"
 #include "platform/ifmgr.h"
@@ -128,49 +127,37 @@ TEST_F(DeviceFileTest, EachProblemNamesItsPlace) {
   std::string error;
   EXPECT_FALSE(vdev::load("/nonexistent/device.json", &error));
   EXPECT_NE(error.find("/nonexistent/device.json: cannot read"), std::string::npos) << error;
+  // (where base() is broken, the JSON put there or nullptr to erase it, place, problem)
   struct Case {
-    std::function<void(json&)> breakIt;
-    const char* place;
-    const char* problem;
+    const char *pointer, *value, *place, *problem;
   };
   const Case cases[] = {
-      {[](json& j) { j = json::array(); }, "top level", "expected an object"},
-      {[](json& j) { j["interfaces"][1]["prot"] = 3; }, "interfaces[1].prot", "unknown key"},
-      {[](json& j) { j.erase("self"); }, "self", "missing"},
-      {[](json& j) { j["self"]["slot"] = 9; }, "self", "no slot 2/9"},
-      {[](json& j) { j["systems"][0]["slots"][1]["slot"] = 5; }, "systems[0].slots[1].slot",
-       "listed twice"},
-      {[](json& j) { j["interfaces"][0]["slot"] = "six"; }, "interfaces[0].slot",
-       "non-negative whole number"},
-      {[](json& j) { j["interfaces"][1]["index"] = 601; }, "interfaces[1].index", "listed twice"},
-      {[](json& j) { j["interfaces"][0]["system"] = 4294967296ull; }, "interfaces[0].system",
-       "above"},
-      {[](json& j) { j["announce"] = "no"; }, "announce", "expected true or false"},
-      {[](json& j) {
-         j["aggregations"][0]["members"] = {601, 777};
-       },
-       "aggregations[0].members[1]", "no interface 777"},
-      {[](json& j) {
-         j["aggregations"].push_back({{"index", 901}, {"name", "agg-b"}, {"members", {601}}});
-       },
+      {"", "[]", "top level", "expected an object"},
+      {"/interfaces/1/prot", "3", "interfaces[1].prot", "unknown key"},
+      {"/self", nullptr, "self", "missing"},
+      {"/self/slot", "9", "self", "no slot 2/9"},
+      {"/systems/0/slots/1/slot", "5", "systems[0].slots[1].slot", "listed twice"},
+      {"/interfaces/0/slot", R"("six")", "interfaces[0].slot", "non-negative whole number"},
+      {"/interfaces/1/index", "601", "interfaces[1].index", "listed twice"},
+      {"/interfaces/0/system", "4294967296", "interfaces[0].system", "above"},
+      {"/announce", R"("no")", "announce", "expected true or false"},
+      {"/aggregations/0/members", "[601, 777]", "aggregations[0].members[1]", "no interface 777"},
+      {"/aggregations/1", R"({"index": 901, "name": "agg-b", "members": [601]})",
        "aggregations[1].members[0]", "already a member"},
-      {[](json& j) { j["aggregations"][0]["members"] = {900}; }, "aggregations[0].members[0]",
-       "not an Ethernet port"},
-      {[](json& j) { j["neighbours"][0]["address"] = "10.1.1"; }, "neighbours[0].address",
-       "not an IP address"},
-      {[](json& j) { j["timeRanges"][0]["id"] = 70000; }, "timeRanges[0].id", "above 65535"},
-      {[](json& j) {
-         j["mirrorGroups"] = {2, 2};
-       },
-       "mirrorGroups[1]", "listed twice"},
-      {[](json& j) {
-         j["scalars"] = {{"forty", 1}};
-       },
-       "scalars.forty", "not a 32-bit number"},
+      {"/aggregations/0/members", "[900]", "aggregations[0].members[0]", "not an Ethernet port"},
+      {"/neighbours/0/address", R"("10.1.1")", "neighbours[0].address", "not an IP address"},
+      {"/timeRanges/0/id", "70000", "timeRanges[0].id", "above 65535"},
+      {"/mirrorGroups", "[2, 2]", "mirrorGroups[1]", "listed twice"},
+      {"/scalars", R"({"forty": 1})", "scalars.forty", "not a 32-bit number"},
   };
   for (const Case& c : cases) {
     json j = base();
-    c.breakIt(j);
+    const json::json_pointer at(c.pointer);
+    if (c.value == nullptr) {
+      j[at.parent_pointer()].erase(at.back());
+    } else {
+      j[at] = json::parse(c.value);
+    }
     expectRefused(j, c.place, c.problem);
   }
 }
