@@ -89,50 +89,39 @@ TEST_F(DevRecordTest, EveryFieldKindLandsAtItsOffsetWithItsWidth) {
   Record want(508, 0);
   put(want, 0, {0x12, 0x34});
   put(want, 2, {0x00, 0x02});
-  put(want, 4, seq(0x20, 16));
   put(want, 20, {10, 1, 2, 3});
-  put(want, 36, seq(0x40, 16));
-  put(want, 52, seq(0x60, 8));
   put(want, 68, {64, 24, 2, 2, 2, 0x12});  // prefixes, encap, layer, ipVer, tcpFsm
   put(want, 74, {0, 80, 0, 90, 0x1F, 0x90, 0xAB, 0xCD});
   put(want, 82, {0xFE, 46, 1, 1});  // hop limit, DSCP, options, fragment
   put(want, 88, {0x00, 0x0A, 0xBC, 0xDE});
   put(want, 92, {6, 1, 4, 0});  // next header, fragFlag, userDataNum, operators
-  put(want, 96, seq(0x01, 4));
-  put(want, 112, seq(0x05, 4));
-  put(want, 128, seq(0x09, 4));
-  put(want, 104, seq(0x81, 4));
-  put(want, 120, seq(0x85, 4));
-  put(want, 136, seq(0x89, 4));
-  put(want, 144, seq(0xA0, 6));
+  // (offset, first byte, length) of the byte runs: addresses, user data, MACs, actions.
+  const std::tuple<size_t, uint8_t, size_t> wantRuns[] = {
+      {4, 0x20, 16},           {36, 0x40, 16},         {52, 0x60, 8},
+      {96, 0x01, 4},           {112, 0x05, 4},         {128, 0x09, 4},
+      {104, 0x81, 4},          {120, 0x85, 4},         {136, 0x89, 4},
+      {144, 0xA0, 6},          {151, 0xC0, 6},         {162, 0xB0, 6},
+      {168, 0xD0, 6},          {232 + 7 * 4, 0xE0, 6}, {232 + 11 * 4, 0x11, 16},
+      {232 + 15 * 4, 0x31, 16}};
+  for (const auto& [off, first, n] : wantRuns) put(want, off, seq(first, n));
   put(want, 150, {48});
-  put(want, 151, seq(0xC0, 6));
   put(want, 157, {40, 1, 3, 5});  // dst MAC prefix, dtag, inner and outer dot1p
-  put(want, 162, seq(0xB0, 6));
-  put(want, 168, seq(0xD0, 6));
   put(want, 174, {0,    100,  0, 200,  0x01, 0x2C, 0x01, 0x90, 0x86, 0xDD,
                   0x01, 0x02, 0, 0x55, 0,    0xFF, 1,    2,    3,    4});
   for (uint8_t i = 0; i < 4; ++i) put(want, 196 + 4 * i, {0, 1, 0, i});
   put(want, 212, Bytes(r->fieldBits, r->fieldBits + 12));
   put(want, 224, Bytes(r->actionBits, r->actionBits + 8));
-  put(want, 232 + 0 * 4, {0, 0, 0, 0x2E});
-  put(want, 232 + 7 * 4, seq(0xE0, 6));
-  put(want, 232 + 11 * 4, seq(0x11, 16));
-  put(want, 232 + 15 * 4, seq(0x31, 16));
+  // (offset, word) pairs: the TOS parameter, out-action word 4, the meter attributes, the list,
+  // the rule and the VXLAN VNI.
+  const uint32_t wantWords[] = {232, 0x2E, 412, 0x22, 440, 1000, 444, 2000, 448, 3000,
+                                452, 4000, 456, 5000, 476, 3001, 480, 7,    496, 0x123456};
+  for (size_t i = 0; i < std::size(wantWords); i += 2)
+    put(want, wantWords[i], num(wantWords[i + 1], 4));
   put(want, 408, {0x48, 0x00});
-  put(want, 412, {0, 0, 0, 0x22});
   put(want, 436, {1, 2, 4, 0});  // counterShared, counter type and colour, meterShared
-  put(want, 440, num(1000, 4));
-  put(want, 444, num(2000, 4));
-  put(want, 448, num(3000, 4));
-  put(want, 452, num(4000, 4));
-  put(want, 456, num(5000, 4));
   put(want, 460, {1, 2, 5});
   put(want, 466, {0, 1, 0x02, 0x03, 0x04, 0x05, 0x0A, 0x0B, 0x0C, 0x0D});
-  put(want, 476, num(3001, 4));
-  put(want, 480, num(7, 4));
   put(want, 484, {0x10, 0x07});
-  put(want, 496, num(0x123456, 4));
   put(want, 500, {8, 1, 2, 3, 1});
   EXPECT_EQ(diff(dev, want), "");
 
