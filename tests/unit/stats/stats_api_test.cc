@@ -59,15 +59,9 @@ class StatsApiTest : public StatsTest {
 TEST_F(StatsApiTest, WalksFollowKeyOrderAndFilterBits) {
   Index probe;
   EXPECT_EQ(aclStatsGetFirst(probe.addr(), 0, 0), CMN_ERR_NOT_FOUND);
-  for (auto [lst, rule, dir] : {std::tuple{3u, 7u, 0},
-                                {1u, 1u, 1},
-                                {3u, 5u, 0},
-                                {7u, 4u, 1},
-                                {7u, 2u, 1},
-                                {7u, 1u, 0},
-                                {9u, 2u, 1}}) {
-    added(lst, rule, static_cast<int8_t>(dir));
-  }
+  // (list, rule, direction) triples.
+  const uint32_t keys[] = {3, 7, 0, 1, 1, 1, 3, 5, 0, 7, 4, 1, 7, 2, 1, 7, 1, 0, 9, 2, 1};
+  for (size_t i = 0; i < std::size(keys); i += 3) added(keys[i], keys[i + 1], int8_t(keys[i + 2]));
   int32_t end = 0;
   EXPECT_EQ(walk(Index()),
             (std::vector<Key>{

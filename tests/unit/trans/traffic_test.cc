@@ -20,23 +20,16 @@ TEST_F(TrafficTest, Ipv4MatchEqualsTheRulesOwnRecordAndPolicyFieldsAreThePolicys
   list(2001);
   AclRuleEntry* r = rule(2001, 6);
   r->layerType = 2;
-  value(r, RULE_BIT_DTAG, num(1, 4));
-  value(r, RULE_BIT_IPVER, num(1, 4));
-  value(r, RULE_BIT_PROTOTYPE, num(6, 4));
-  value(r, RULE_BIT_SRCADDR, num(0xC0A80001, 4));
-  value(r, RULE_BIT_SRCPREFIX, num(24, 4));
-  value(r, RULE_BIT_DSTPORT, num(443, 4));
-  value(r, RULE_BIT_IPDSCP, num(10, 4));
-  value(r, RULE_BIT_IPTTL, num(64, 4));
-  value(r, RULE_BIT_IPFRAGMENT, num(1, 4));
-  value(r, RULE_BIT_IPOPTIONS, num(1, 4));
-  value(r, RULE_BIT_INPRI, num(6, 4));
-  value(r, RULE_BIT_OUTPRI, num(2, 4));
+  // (code, word) pairs.
+  const uint32_t words[] = {
+      RULE_BIT_DTAG,      1,          RULE_BIT_IPVER,     1,      RULE_BIT_PROTOTYPE,      6,
+      RULE_BIT_SRCADDR,   0xC0A80001, RULE_BIT_SRCPREFIX, 24,     RULE_BIT_DSTPORT,        443,
+      RULE_BIT_IPDSCP,    10,         RULE_BIT_IPTTL,     64,     RULE_BIT_IPFRAGMENT,     1,
+      RULE_BIT_IPOPTIONS, 1,          RULE_BIT_INPRI,     6,      RULE_BIT_OUTPRI,         2,
+      RULE_BIT_OUTVID,    10,         RULE_BIT_ETHTYPE,   0x0800, RULE_BIT_MPLSLABEL1 + 1, 77,
+      RULE_BIT_VXLANVNI,  5000};
+  for (size_t i = 0; i < std::size(words); i += 2) value(r, words[i], num(words[i + 1], 4));
   value(r, RULE_BIT_SRCMAC, seq(0x10, 6));
-  value(r, RULE_BIT_OUTVID, num(10, 4));
-  value(r, RULE_BIT_ETHTYPE, num(0x0800, 4));
-  value(r, RULE_BIT_MPLSLABEL1 + 1, num(77, 4));
-  value(r, RULE_BIT_VXLANVNI, num(5000, 4));
   value(r, RULE_BIT_USERDEFINEDDATA1 + 1, seq(1, 12));
   action(r, RULE_ACTION_DENY, ACL_ACTION_NO_SLOT, {});
   action(r, RULE_ACTION_COS, 1, num(3, 4));
