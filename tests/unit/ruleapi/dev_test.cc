@@ -30,10 +30,10 @@ TEST_F(RuleDev, HardwareRecordOnlyIntoAWholeArea) {
   got = getDesc(3, ACL_RULE_CMD_DEV_RECORD, 600, &ret);
   ASSERT_EQ(ret, 0);
   ASSERT_EQ(got.size(), 508u);
-  EXPECT_EQ(be::load16(got, acldev::kSrcPort), 8080u);
-  EXPECT_EQ(Bytes(got.begin() + acldev::kDestAddr, got.begin() + acldev::kDestAddr + 4),
-            (Bytes{192, 168, 1, 1}));
-  EXPECT_EQ(be::load16(got, acldev::kPriority), 77u) << "the rule's own priority";
+  // The rule's port, address and its own priority.
+  EXPECT_EQ(std::make_tuple(be::load16(got, acldev::kSrcPort), be::load32(got, acldev::kDestAddr),
+                            be::load16(got, acldev::kPriority)),
+            std::make_tuple(8080u, 0xC0A80101u, 77u));
 
   // The exported entry point: the record into a 508-byte area.
   Bytes dev(508, 0);
@@ -60,12 +60,12 @@ TEST_F(RuleDev, TlvMessageNeedsFiveHundredTwelveBytes) {
   ASSERT_EQ(aclRuleDevTransTlv(k.addr(), reinterpret_cast<uintptr_t>(&d)), 0);
   ASSERT_GE(d.len, acldev::kTlvHeaderLen);
   EXPECT_LE(d.len, 512u);
-  EXPECT_EQ(tlv[acldev::kTlvOper], 0);
-  EXPECT_EQ(tlv[acldev::kTlvDir], 0);
-  EXPECT_EQ(be::load32(tlv, acldev::kTlvLstIdx), kList);
-  EXPECT_EQ(be::load32(tlv, acldev::kTlvRuleIdx), 3u);
-  EXPECT_EQ(be::load32(tlv, acldev::kTlvActiveRuleNum), 5u);
-  EXPECT_EQ(be::load16(tlv, acldev::kTlvPriority), 3u) << "the rule number, not its priority";
+  // The header's priority is the rule number, not the rule's priority.
+  EXPECT_EQ(std::make_tuple(
+                tlv[acldev::kTlvOper], tlv[acldev::kTlvDir], be::load32(tlv, acldev::kTlvLstIdx),
+                be::load32(tlv, acldev::kTlvRuleIdx), be::load32(tlv, acldev::kTlvActiveRuleNum),
+                be::load16(tlv, acldev::kTlvPriority)),
+            std::make_tuple(0, 0, kList, 3u, 5u, 3u));
 }
 
 }  // namespace
