@@ -211,24 +211,29 @@ TEST(CpuDefendParse, NothingIsReadPastTheFrame) {
   EXPECT_EQ(r[ACL_RP_SRC_MAC], 0);
 }
 
-using CpuDefendMatch = MatchTest;
+class CpuDefendMatch : public MatchTest {
+ protected:
+  // The answer of list get 16 for req and the verdict byte it left in the request.
+  static std::pair<int32_t, uint8_t> verdict(uint32_t lst, const Bytes& req) {
+    Bytes back;
+    const int32_t ret = ask(lst, 16, req, &back);
+    return {ret, back[ACL_CPUDEFEND_VERDICT]};
+  }
+  static Bytes syn(uint16_t dport) { return request(tcpSyn(dport), meta(ACL_ETHTYPE_IPV4)); }
+};
 
 // A SYN denied by its destination port is shown end to end; here the request's edges.
 TEST_F(CpuDefendMatch, RequestLengthsAndNoMatch) {
   add({.rule = 1, .ipVer = 0, .values = {{16, 80}}, .actions = kDeny});
-  Bytes back;
-  EXPECT_EQ(ask(kList, 16, request(tcpSyn(81), meta(ACL_ETHTYPE_IPV4)), &back), -1);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], 0xEE) << "untouched when no rule matched";
-
-  Bytes req = request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4));
+  EXPECT_EQ(verdict(kList, syn(81)), std::make_pair(-1, uint8_t{0xEE})) << "untouched: no match";
+  Bytes req = syn(80);
   EXPECT_EQ(ask(kList, 16, Bytes(req.begin(), req.end() - 1)), CMN_ERR_BUFFER_SHORT);
   EXPECT_EQ(ask(kList, 16, {}), CMN_ERR_BAD_PARAM);
   wire::BufDesc noData{nullptr, ACL_CPUDEFEND_REQ_LEN};
   EXPECT_EQ(aclCpuDefendMatch(kList, &noData), CMN_ERR_BAD_PARAM);
   EXPECT_EQ(aclCpuDefendMatch(kList, nullptr), CMN_ERR_BAD_PARAM);
   req.resize(400, 0x11);  // a longer request is read as its first 148 bytes
-  EXPECT_EQ(ask(kList, 16, req, &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+  EXPECT_EQ(verdict(kList, req), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_DENY}));
 }
 
 TEST_F(CpuDefendMatch, VerdictsOfRulesWithoutFields) {
@@ -236,16 +241,11 @@ TEST_F(CpuDefendMatch, VerdictsOfRulesWithoutFields) {
   add({.rule = 1, .ipVer = 0, .actions = kDeny, .valid = false});
   add({.rule = 2, .ipVer = 0, .actions = {RULE_ACTION_CPU}});
   add({.rule = 3, .ipVer = 0, .actions = kPermit});
-  Bytes back;
-  const Bytes req = request(tcpSyn(22), meta(ACL_ETHTYPE_IPV4));
-  EXPECT_EQ(ask(kList, 16, req, &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_NONE);
+  EXPECT_EQ(verdict(kList, syn(22)), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_NONE}));
   ASSERT_EQ(setValue(kList, 2, ACL_RULE_CMD_STATUS, 4), 0);
-  EXPECT_EQ(ask(kList, 16, req, &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_PERMIT);
+  EXPECT_EQ(verdict(kList, syn(22)), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_PERMIT}));
   ASSERT_EQ(setValue(kList, 1, ACL_RULE_CMD_STATUS, 1), 0);
-  EXPECT_EQ(ask(kList, 16, req, &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+  EXPECT_EQ(verdict(kList, syn(22)), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_DENY}));
 
   Rec pkt{};
   EXPECT_EQ(_aclCpuDefendMatch(1999, pkt, nullptr), -1) << "no list";
@@ -267,9 +267,7 @@ TEST_F(CpuDefendMatch, FieldTests) {
       {21, 64}, {30, 50},    {51, 150},   {32, 200}, {33, 0x0800}, {22, 0}};
   const Bytes src = v4("192.0.2.0"), dst = v4("198.51.100.7");
   add({.rule = 9, .src = src, .srcLen = 24, .dst = dst, .values = all, .actions = kPermit});
-  Bytes back;
-  EXPECT_EQ(ask(kList, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_PERMIT);
+  EXPECT_EQ(verdict(kList, syn(80)), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_PERMIT}));
 
   // MACs by prefix length, and the rule's address all zero tests nothing.
   createList(1002);
@@ -278,14 +276,12 @@ TEST_F(CpuDefendMatch, FieldTests) {
   ASSERT_EQ(setBytes(1002, 1, ACL_RULE_CMD_SRCMAC, smac), 0);
   ASSERT_EQ(setValue(1002, 1, 35, 25), 0);
   ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 1), 0);
-  EXPECT_EQ(ask(1002, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), -1)
-      << "bit 24 differs";
+  EXPECT_EQ(ask(1002, 16, syn(80)), -1) << "bit 24 differs";
   ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 3), 0);
   ASSERT_EQ(setValue(1002, 1, 35, 24), 0);
   ASSERT_EQ(setBytes(1002, 1, ACL_RULE_CMD_SRCADDR, v4("0.0.0.0")), 0);
   ASSERT_EQ(setValue(1002, 1, ACL_RULE_CMD_STATUS, 1), 0);
-  EXPECT_EQ(ask(1002, 16, request(tcpSyn(80), meta(ACL_ETHTYPE_IPV4)), &back), 0);
-  EXPECT_EQ(back[ACL_CPUDEFEND_VERDICT], ACL_MATCH_VERDICT_DENY);
+  EXPECT_EQ(verdict(1002, syn(80)), std::make_pair(0, uint8_t{ACL_MATCH_VERDICT_DENY}));
 }
 
 }  // namespace
