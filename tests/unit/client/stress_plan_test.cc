@@ -141,12 +141,10 @@ TEST(StressTally, VerdictAndReport) {
     int refusals, failures, cleanAudits, dirtyAudits;
     bool passed;
   };
-  const Case cases[] = {
-      {"refusals only", 3, 0, 2, 0, true},
-      {"a failure", 0, 1, 2, 0, false},
-      {"an audit with differences", 0, 0, 2, 1, false},
-      {"no audit at all", 0, 0, 0, 0, false},
-  };
+  const Case cases[] = {{"refusals only", 3, 0, 2, 0, true},
+                        {"a failure", 0, 1, 2, 0, false},
+                        {"an audit with differences", 0, 0, 2, 1, false},
+                        {"no audit at all", 0, 0, 0, 0, false}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     aclstress::Tally t;
