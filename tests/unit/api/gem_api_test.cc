@@ -148,12 +148,10 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
     uint16_t gem;
     int32_t want;
   };
-  const Case cases[] = {
-      {"every record", 0, 0, 0, kHwFault},
-      {"one ONU", kPon, 6, 0, 0},
-      {"one GEM port of any ONU", 0, 0, 3, 0},
-      {"an ONU without records", kPon, 9, 0, 0},
-  };
+  const Case cases[] = {{"every record", 0, 0, 0, kHwFault},
+                        {"one ONU", kPon, 6, 0, 0},
+                        {"one GEM port of any ONU", 0, 0, 3, 0},
+                        {"an ONU without records", kPon, 9, 0, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     plat::faultClear();

@@ -54,13 +54,11 @@ TEST_F(SlotApiTest, GetReadsTheCardsRecordsOrTheLedgerAndThePrintersShowThem) {
   const struct {
     uintptr_t key, cmd, buf;
     int32_t expected;
-  } refusals[] = {
-      {missing.addr(), 0, records.addr(), CMN_ERR_NOT_FOUND},
-      {0, 0, records.addr(), CMN_ERR_BAD_PARAM},
-      {k.addr(), 0, 0, CMN_ERR_BAD_PARAM},
-      {k.addr(), 1, shortLedger.addr(), CMN_ERR_BUFFER_SHORT},
-      {k.addr(), 7, 0, 0},
-  };
+  } refusals[] = {{missing.addr(), 0, records.addr(), CMN_ERR_NOT_FOUND},
+                  {0, 0, records.addr(), CMN_ERR_BAD_PARAM},
+                  {k.addr(), 0, 0, CMN_ERR_BAD_PARAM},
+                  {k.addr(), 1, shortLedger.addr(), CMN_ERR_BUFFER_SHORT},
+                  {k.addr(), 7, 0, 0}};
   for (const auto& r : refusals) {
     EXPECT_EQ(aclSlotResourceGetApi(r.key, r.cmd, r.buf), r.expected) << r.cmd;
   }
