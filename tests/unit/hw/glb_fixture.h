@@ -52,6 +52,12 @@ class GlbTest : public transtest::TransTest {
     transtest::TransTest::TearDown();
   }
 
+  // A fresh process for one case of a table, still holding aclMutex as the fixture does.
+  void restart(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
+    aclUnlock();
+    start(opts);
+    aclLock();
+  }
   // A valid rule; redirect actions are added by the helpers below.
   static AclRuleEntry* validRule(uint32_t lstIdx, uint32_t ruleIdx) {
     AclRuleEntry* r = rule(lstIdx, ruleIdx);
@@ -75,6 +81,16 @@ class GlbTest : public transtest::TransTest {
     action(r, RULE_ACTION_OUTPUT_MULTIHOP, 11, b);
   }
   static void counted(AclRuleEntry* r) { action(r, RULE_ACTION_AWARE, 10, num(0, 4)); }
+  // List lst with valid rules; counted ones carry the statistics action.
+  static AclListEntry* listOf(uint32_t lst, std::initializer_list<uint32_t> rules,
+                              std::initializer_list<uint32_t> countedRules = {}) {
+    AclListEntry* l = list(lst);
+    for (uint32_t r : rules) validRule(lst, r);
+    for (uint32_t r : countedRules) counted(validRule(lst, r));
+    return l;
+  }
+  // A rule's next hops: how many it has, how many are known.
+  static std::pair<int, int> hops(const AclRuleEntry* r) { return {r->nhNum, r->nhLearned}; }
 
   static HwView global() {
     auto& d = vdev::device();

@@ -56,12 +56,6 @@ class IfTest : public GlbTest {
   static void expectAuditClean() {
     for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
   }
-  // A fresh process for one case of a table, still holding aclMutex as the fixture does.
-  void restart(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
-    aclUnlock();
-    start(opts);
-    aclLock();
-  }
   static UnitView units(uint32_t scope = 1) {
     auto& d = vdev::device();
     std::lock_guard lock(d.mutex);
@@ -117,14 +111,6 @@ class IfTest : public GlbTest {
                            .rule = rule,
                            .result = kHwFault,
                            .count = count});
-  }
-  // List lst with valid rules; counted ones carry the statistics action.
-  static AclListEntry* listOf(uint32_t lst, std::initializer_list<uint32_t> rules,
-                              std::initializer_list<uint32_t> countedRules = {}) {
-    AclListEntry* l = list(lst);
-    for (uint32_t r : rules) validRule(lst, r);
-    for (uint32_t r : countedRules) counted(validRule(lst, r));
-    return l;
   }
   static uint32_t statsCount(SilDlNode* head) { return static_cast<uint32_t>(dlist::count(head)); }
 };
