@@ -221,15 +221,14 @@ TEST(SyncTargetTest, SystemsAndSlotsThatHaveNoBitAreRefused) {
     uint32_t sys, slot;
     bool ok;
     std::vector<std::pair<size_t, uint8_t>> bytes;  // the non-zero bytes
-  } cases[] = {{1, 0, true, {{24, 1}, {26, 0x80}}},
-               {9, 0, true, {{24, 1}, {27, 0x80}}},
-               {16, 0, true, {{24, 1}, {27, 0x01}}},
-               {2, 32, true, {{24, 2}, {26, 0x40}, {35, 0x01}}},
-               {9, 1, true, {{24, 2}, {27, 0x80}, {60, 0x80}}},
-               {10, 1, false, {}},
-               {17, 0, false, {}},
-               {0, 0, false, {}},
-               {1, 33, false, {}}};
+  } cases[] = {
+      // clang-format off
+      {1, 0, true, {{24, 1}, {26, 0x80}}}, {9, 0, true, {{24, 1}, {27, 0x80}}},
+      {16, 0, true, {{24, 1}, {27, 0x01}}}, {2, 32, true, {{24, 2}, {26, 0x40}, {35, 0x01}}},
+      {9, 1, true, {{24, 2}, {27, 0x80}, {60, 0x80}}}, {10, 1, false, {}}, {17, 0, false, {}},
+      {0, 0, false, {}}, {1, 33, false, {}},
+      // clang-format on
+  };
   for (const auto& c : cases) {
     std::array<uint8_t, ACL_HW_OPTIONS_LEN> out;
     out.fill(0xEE);

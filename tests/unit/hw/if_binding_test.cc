@@ -15,10 +15,12 @@ TEST_F(IfTest, AggregationFansOutAsTheModeSays) {
     int mode;  // -1: the mode query fails
     std::initializer_list<uint32_t> units;
   };
-  const Case cases[] = {{"members only", 1, {203, 204, 303}},
-                        {"aggregation only", 2, {kAgg}},
-                        {"both", 3, {kAgg, 203, 204, 303}},
-                        {"query fails", -1, {kAgg}}};
+  const Case cases[] = {
+      // clang-format off
+      {"members only", 1, {203, 204, 303}}, {"aggregation only", 2, {kAgg}},
+      {"both", 3, {kAgg, 203, 204, 303}}, {"query fails", -1, {kAgg}},
+      // clang-format on
+  };
   for (const Case& c : cases) {
     for (uint8_t tlv : {0, 1}) {
       SCOPED_TRACE(std::string(c.name) + (tlv ? " tlv" : " record"));
@@ -71,12 +73,13 @@ TEST_F(IfTest, PriorityFollowsTheKindAndScope) {
     bool gem;
     uint16_t want;  // for rule 7
   };
-  const Case cases[] = {{ACL_BIND_KIND_IPV4, false, 4096 + 7},
-                        {ACL_BIND_KIND_HYBRID, false, 4096 + 1024 + 7},
-                        {ACL_BIND_KIND_VFP_HYBRID, false, 4096 + 1024 + 7},
-                        {ACL_BIND_KIND_UNTYPED, false, 4096 + 7},
-                        {ACL_BIND_KIND_HYBRID, true, 1024 + 7},
-                        {ACL_BIND_KIND_L2, true, 7}};
+  const Case cases[] = {
+      // clang-format off
+      {ACL_BIND_KIND_IPV4, false, 4096 + 7}, {ACL_BIND_KIND_HYBRID, false, 4096 + 1024 + 7},
+      {ACL_BIND_KIND_VFP_HYBRID, false, 4096 + 1024 + 7}, {ACL_BIND_KIND_UNTYPED, false, 4096 + 7},
+      {ACL_BIND_KIND_HYBRID, true, 1024 + 7}, {ACL_BIND_KIND_L2, true, 7},
+      // clang-format on
+  };
   for (const Case& c : cases) {
     EXPECT_EQ(aclIfPriority(c.kind, c.gem, 7), c.want) << c.kind << " gem " << c.gem;
   }

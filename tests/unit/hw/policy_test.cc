@@ -109,10 +109,12 @@ TEST_F(PolicyTest, HqosRefusalsAndRollback) {
     int32_t want;
   };
   const std::vector<Case> cases = {
+      // clang-format off
       {"unknown interface", [] {}, 999, kList, ACL_RET_IF_NO_LOCATION},
       {"no list", [] {}, kPort, kList + 1, ACL_ERR_LIST_NOT_EXIST},
       {"hardware refuses rule 2", [] { failOn(kPort, HWIL_CMD_IF_ADD, kList, 2); }, kPort, kList,
        kHwFault},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -156,13 +158,11 @@ TEST_F(PolicyTest, PbrRedirectItemsAndRemoval) {
     uint32_t priority;
   };
   const std::vector<Case> cases = {
-      {"IPv6 multi-hop",
-       3001,
-       RULE_ACTION_IP6OUTPUT_MULTIHOP,
-       hop6,
-       {{46, 16}, {47, 16}, {48, 16}, {49, 16}},
-       1},
+      // clang-format off
+      {"IPv6 multi-hop", 3001, RULE_ACTION_IP6OUTPUT_MULTIHOP, hop6,
+       {{46, 16}, {47, 16}, {48, 16}, {49, 16}}, 1},
       {"IPv4 next hop, hybrid", 2001, RULE_ACTION_OUTPUT_NEXTHOP, ip4("10.0.0.1"), {{7, 4}}, 1025},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
