@@ -50,8 +50,9 @@ TEST_F(SlotTest, CardOptionsSetCapacitiesOnlyWhenTheyArePositiveNumbers) {
     EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4In], c.expected) << '"' << c.value << '"';
   }
   // The other stages come from their own query: the built-in line cards say 1024 and 256.
-  EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4Out], 1024u);
-  EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4Vfp], 256u);
+  const AclSlotEntry* s2 = aclSlotEntryGet(1, 2);
+  EXPECT_EQ(std::pair(s2->maxSubRuleNum[kIpv4Out], s2->maxSubRuleNum[kIpv4Vfp]),
+            std::pair(1024u, 256u));
 
   // A query the card refuses keeps what the slot had, and is told only in the debug log.
   gaclGrp.debugFlags = 0x101;
