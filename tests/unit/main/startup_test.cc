@@ -144,13 +144,12 @@ TEST_F(StartupTest, PerTypeMaximaFollowTheListMaximum) {
 // too large for 32 bits is refused end to end, the daemon staying up without its socket.)
 TEST_F(StartupTest, EachFailingCreationStepLeavesNothing) {
   std::vector<plat::FaultRule> faults = {
-      {.call = "silCreateMSem"},
-      {.call = "silTimerListInit"},
-      {.call = "zor_socket"},
-      {.call = "zor_bind"},
-      {.call = "zor_setsockopt"},
-      {.call = "zor_setsockopt", .skip = 9},  // the module-number option after the nine groups
+      // clang-format off
+      {.call = "silCreateMSem"}, {.call = "silTimerListInit"}, {.call = "zor_socket"},
+      {.call = "zor_bind"}, {.call = "zor_setsockopt"},
       {.call = "silCreateTask", .name = "acltask"},
+      {.call = "zor_setsockopt", .skip = 9},  // the module-number option after the nine groups
+      // clang-format on
   };
   for (const char* pool :
        {"acl_list", "acl_grule", "acl_rule", "acl_if", "acl_stats", "acl_iflist", "acl_onuport",
