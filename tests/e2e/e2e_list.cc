@@ -6,18 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ListE2e : public AclE2eTest {};
+class ListE2e : public AclScriptTest {};
 
 TEST_F(ListE2e, FriendlyListCommands) {
-  run({"list", "create", "1001", "--name", "web"});
-  run({"list", "create", "7"});
-  run({"list", "rename", "7", "l2-edge"});
+  script("list create 1001 --name web; list create 7; list rename 7 l2-edge");
   json all = run({"--json", "list", "show"})["lists"];
   ASSERT_TRUE(all.is_array());
   ASSERT_EQ(all.size(), 2u);
