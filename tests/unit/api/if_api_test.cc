@@ -7,6 +7,7 @@
 #include "api/acl_if_api.h"
 #include "api/acl_stats_api.h"
 #include "control/acl_slot.h"
+#include "support/device_lock.h"
 #include "support/table_call.h"
 #include "unit/hw/if_fixture.h"
 #include "wire/acl_ret.h"
@@ -46,9 +47,7 @@ class IfApiTest : public IfTest {
     return be::load32(word);
   }
   static void remote(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.interfaces[unit].location[ZOR_LOC_SYS] = 2;
+    test::onDevice([&](vdev::Device& d) { d.model.interfaces[unit].location[ZOR_LOC_SYS] = 2; });
   }
   static uint32_t failRelay(uint32_t cmd, int32_t result) {
     return plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = kRelayIf + cmd, .result = result});

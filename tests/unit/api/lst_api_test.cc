@@ -15,6 +15,7 @@
 #include "platform/vdev/model.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "support/device_lock.h"
 #include "support/run_dir.h"
 #include "support/table_call.h"
 #include "wire/acl_ret.h"
@@ -56,9 +57,7 @@ class LstApi : public ::testing::Test {
     return d.text();
   }
   static std::vector<vdev::Relay> relays() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.relays;
+    return test::onDevice([&](vdev::Device& d) { return d.journal.relays; });
   }
   static std::vector<uint32_t> walk() {
     std::vector<uint32_t> out;

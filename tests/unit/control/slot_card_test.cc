@@ -6,6 +6,7 @@
 #include "main/acl_task.h"
 #include "platform/fault.h"
 #include "platform/logging.h"
+#include "support/device_lock.h"
 #include "unit/control/slot_fixture.h"
 #include "wire/be.h"
 
@@ -24,9 +25,7 @@ std::vector<uint8_t> message(uint16_t type, std::vector<uint32_t> words, uint8_t
 }
 
 void setCardOption(uint32_t slot, const char* key, const char* value) {
-  auto& d = vdev::device();
-  std::lock_guard lock(d.mutex);
-  d.model.slots[{1, slot}].card->options[key] = value;
+  test::onDevice([&](vdev::Device& d) { d.model.slots[{1, slot}].card->options[key] = value; });
 }
 
 size_t cardUpCompletions() {

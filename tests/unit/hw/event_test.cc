@@ -10,6 +10,7 @@
 #include "hw/acl_card_sync.h"
 #include "main/acl_rtmsg.h"
 #include "platform/logging.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 
 namespace iftest {
@@ -50,14 +51,12 @@ class EventTest : public IfTest {
   }
   // Lists 1001 (rules 1, 2) and 1002 (rule 3), the slot records and the all-slot interface.
   void prepare() {
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
+    test::onDevice([&](vdev::Device& d) {
       auto& i = d.model.interfaces[kAllSlot];
       i.index = kAllSlot;
       i.location[ZOR_LOC_SYS] = 1;
       i.location[ZOR_LOC_KIND] = ZOR_IF_KIND_ALLSLOT;
-    }
+    });
     listOf(1001, {1, 2});
     listOf(1002, {3});
     // The chassis is learned from slot messages, which these tests do not send.
@@ -80,9 +79,7 @@ class EventTest : public IfTest {
     return it == t.entries.end() ? nullptr : &it->second;
   }
   static std::vector<uint32_t> ignoring(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.interfaces[unit].ignoring;
+    return test::onDevice([&](vdev::Device& d) { return d.model.interfaces[unit].ignoring; });
   }
 };
 
@@ -200,11 +197,7 @@ TEST_F(EventTest, CardComingUpGetsEveryBindingAddressedToItOnly) {
   EXPECT_TRUE(targeted(hw(member, 1002, 3), 1));
   // Our own system, and a system the platform says not to resynchronise, are left alone.
   recv(msg(117, {1}));
-  {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.scalars[54] = 1;
-  }
+  test::onDevice([&](vdev::Device& d) { d.model.scalars[54] = 1; });
   recv(msg(117, {2}));
   EXPECT_EQ(hw(unit201, 1001, 1)->installs, 3u);
 

@@ -4,6 +4,7 @@
 #include "control/acl_slot.h"
 #include "diag/acl_audit.h"
 #include "hw/acl_gemport_event.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 
 namespace iftest {
@@ -140,11 +141,9 @@ TEST_F(GemTest, CountedRuleOnTwoGemPortsKeepsTwoRecordsInGemPortOrder) {
 TEST_F(GemTest, OnuUpReinstallsEveryRecord) {
   listOf(1001, {1});
   ASSERT_NE(bound(5, 3, 1001), nullptr);
-  {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
+  test::onDevice([&](vdev::Device& d) {
     d.journal.hw.clear();  // the ONU was reset and lost its rules
-  }
+  });
   ASSERT_EQ(aclOnuGemPortUp(kPon, 5), 0);
   EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}}));
   expectAuditClean();

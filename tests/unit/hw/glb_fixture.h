@@ -19,6 +19,7 @@
 #include "platform/fault.h"
 #include "platform/hwil.h"
 #include "stats/acl_stats.h"
+#include "support/device_lock.h"
 #include "unit/trans/trans_fixture.h"
 
 namespace glbtest {
@@ -120,9 +121,7 @@ class GlbTest : public transtest::TransTest {
     return out;
   }
   static size_t anomalyCount() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.anomalies.size();
+    return test::onDevice([&](vdev::Device& d) { return d.journal.anomalies.size(); });
   }
 
   static void neighbour(const Bytes& addr, bool known, uint32_t vrf = 0) {
@@ -137,9 +136,7 @@ class GlbTest : public transtest::TransTest {
     if (known) v.push_back(n);
   }
   static size_t detectListSize() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.detectList.size();
+    return test::onDevice([&](vdev::Device& d) { return d.model.detectList.size(); });
   }
 
   // Fails the hardware command cmd for one rule of a list.

@@ -13,6 +13,7 @@
 #include "hw/acl_if_record.h"
 #include "platform/ifmgr.h"
 #include "stats/acl_gemport_stats.h"
+#include "support/device_lock.h"
 #include "unit/hw/glb_fixture.h"
 #include "wire/acl_bits.h"
 #include "wire/acl_dev_layout.h"
@@ -86,9 +87,7 @@ class IfTest : public GlbTest {
     for (uint32_t cmd : {HWIL_CMD_IF_ADD, HWIL_CMD_IF_DEL, HWIL_CMD_IF_TLV}) agg.modes[cmd] = mode;
   }
   static void aggMembers(std::vector<uint32_t> members) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.interfaces[kAgg].members = std::move(members);
+    test::onDevice([&](vdev::Device& d) { d.model.interfaces[kAgg].members = std::move(members); });
   }
   static void ifFlags(uint32_t unit, uint32_t flags10, uint32_t flags13) {
     auto& d = vdev::device();
@@ -97,9 +96,7 @@ class IfTest : public GlbTest {
     d.model.interfaces[unit].flags13 = flags13;
   }
   static std::vector<uint32_t> protocols(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.interfaces[unit].protocols;
+    return test::onDevice([&](vdev::Device& d) { return d.model.interfaces[unit].protocols; });
   }
   // Fails (or, with count -1, watches) one rule command on one unit.
   static uint32_t failOn(uint32_t unit, uint32_t cmd, uint32_t lst, uint32_t rule,

@@ -6,6 +6,7 @@
 #include "hw/acl_policy.h"
 #include "platform/logging.h"
 #include "store/acl_entry.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 #include "wire/acl_dev_layout.h"
 
@@ -55,9 +56,7 @@ class PolicyTest : public IfTest {
   }
   // Hardware commands and relays sent so far.
   static uint64_t sentSoFar() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.seq;
+    return test::onDevice([&](vdev::Device& d) { return d.journal.seq; });
   }
   static bool logged(const std::string& text) {
     for (const auto& l : plat::logRecent()) {
