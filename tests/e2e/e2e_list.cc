@@ -23,9 +23,7 @@ TEST_F(ListE2e, FriendlyListCommands) {
   expectFields(all[1],
                {{"name", "web"}, {"type", "ipv4"}, {"rules", 0}, {"refcnt", 0}, {"status", 1}});
   // A taken name and a missing list fail with status 1.
-  run({"list", "rename", "7", "web"}, 1);
-  run({"list", "show", "8"}, 1);
-  run({"list", "delete", "8"}, 1);
+  script("list rename 7 web; list show 8; list delete 8", 1);
   run({"list", "delete", "1001"});
   json one = run({"--json", "list", "show", "7"})["lists"];
   ASSERT_EQ(one.size(), 1u);

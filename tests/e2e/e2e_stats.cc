@@ -65,9 +65,7 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
 }
 
 TEST_F(StatsE2e, UsageErrors) {
-  run({"stats", "clear", "--list", "1001"}, 2);
-  run({"stats", "clear", "--all", "--list", "1"}, 2);
-  run({"stats", "show", "--dir", "sideways"}, 2);
+  script("stats clear --list 1001; stats clear --all --list 1; stats show --dir sideways", 2);
   EXPECT_TRUE(acl_->alive());
 }
 

@@ -11,8 +11,8 @@
 
 class AclScriptTest : public AclE2eTest {
  protected:
-  // Runs every command of text in order; each must end with status 0.
-  void script(const std::string& text) {
+  // Runs every command of text in order; each must end with status.
+  void script(const std::string& text, int status = 0) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
       std::istringstream commands(line);
@@ -20,7 +20,7 @@ class AclScriptTest : public AclE2eTest {
         std::istringstream in(command);
         const std::vector<std::string> words{std::istream_iterator<std::string>(in),
                                              std::istream_iterator<std::string>()};
-        if (!words.empty()) run(words);
+        if (!words.empty()) run(words, status);
       }
     }
   }
