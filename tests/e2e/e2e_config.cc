@@ -2,21 +2,19 @@
 // to the same document; loading it again changes nothing; a bad document is refused with its place
 // and nothing applied; a load that fails half way is undone. And the README's tour, run line by
 // line as it stands.
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ConfigE2e : public AclE2eTest {
+class ConfigE2e : public AclScriptTest {
  protected:
   std::string save(const AclProcess& p) {
     std::string out;
@@ -28,45 +26,24 @@ class ConfigE2e : public AclE2eTest {
     std::ofstream(path) << text;
     return path;
   }
-  // A configuration touching every part of the document.
+  // A configuration touching every part of the document: aclctl commands, split at ";".
   void configure() {
     slotsKnown();
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"meter", "create", "1"},
-             {"meter", "set", "1", "--cir", "2048", "--cbs", "4096"},
-             {"meter", "valid", "1"},
-             {"meter", "profile", "create", "7"},
-             {"meter", "profile", "set", "7", "--name", "gold", "--ds-pir", "300"},
-             {"counter", "create", "12"},
-             {"counter", "valid", "12"},
-             {"list", "create", "1001", "--name", "web"},
-             {"rule", "create", "1001", "1"},
-             {"rule", "set", "1001", "1", "src=10.1.0.0/16", "protocol=tcp", "dport=8000-8080"},
-             {"rule", "action", "1001", "1", "deny", "count=12"},
-             {"rule", "attach", "1001", "1", "--meter", "1", "--counter", "12"},
-             {"rule", "valid", "1001", "1"},
-             {"rule", "create", "1001", "5"},
-             {"rule", "set", "1001", "5", "dst=192.168.0.0/255.255.0.0"},
-             {"rule", "valid", "1001", "5"},
-             {"list", "create", "3001"},
-             {"rule", "create", "3001", "2"},
-             {"rule", "set", "3001", "2", "src=2001:db8::/32"},
-             {"rule", "action", "3001", "2", "permit"},
-             {"rule", "valid", "3001", "2"},
-             {"list", "create", "1002"},
-             {"rule", "create", "1002", "1"},
-             {"rule", "action", "1002", "1", "permit"},
-             {"rule", "valid", "1002", "1"},
-             {"list", "create", "1004"},
-             {"rule", "create", "1004", "1"},
-             {"rule", "set", "1004", "1", "smac=00:11:22:33:44:55/ff:ff:ff:00:00:00", "vlan=10-20"},
-             {"global", "bind", "in", "ipv4", "1002"},
-             {"if", "create", "201"},
-             {"if", "bind", "201", "in", "ipv4", "1001"},
-             {"if", "bind", "201", "out", "3001"},
-         }) {
-      run(args);
-    }
+    const char* const objects[] = {
+        "meter create 1; meter set 1 --cir 2048 --cbs 4096; meter valid 1",
+        "meter profile create 7; meter profile set 7 --name gold --ds-pir 300",
+        "counter create 12; counter valid 12; list create 1001 --name web",
+        "rule create 1001 1; rule set 1001 1 src=10.1.0.0/16 protocol=tcp dport=8000-8080",
+        "rule action 1001 1 deny count=12; rule attach 1001 1 --meter 1 --counter 12",
+        "rule valid 1001 1; rule create 1001 5; rule set 1001 5 dst=192.168.0.0/255.255.0.0",
+        "rule valid 1001 5; list create 3001; rule create 3001 2",
+        "rule set 3001 2 src=2001:db8::/32; rule action 3001 2 permit; rule valid 3001 2",
+        "list create 1002; rule create 1002 1; rule action 1002 1 permit; rule valid 1002 1",
+        "list create 1004; rule create 1004 1",
+        "rule set 1004 1 smac=00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan=10-20",
+        "global bind in ipv4 1002; if create 201; if bind 201 in ipv4 1001; if bind 201 out 3001",
+    };
+    for (const char* object : objects) script(object);
   }
 };
 
@@ -105,36 +82,34 @@ TEST_F(ConfigE2e, ABadDocumentIsRefusedWithItsPlaceAndNothingApplied) {
   // Each case: a change to a valid document, the place the refusal names, a word of the problem.
   struct Case {
     const char* name;
-    json patch;
+    const char* patch;  // JSON patch
     const char* place;
     const char* problem;
   };
+  // clang-format off
   const Case cases[] = {
       {"binding to a missing list",
-       json::parse(R"([{"op":"add","path":"/interfaces/0/slots/inIpv4Acl","value":1500}])"),
+       R"([{"op":"add","path":"/interfaces/0/slots/inIpv4Acl","value":1500}])",
        "/interfaces/0/slots/inIpv4Acl", "list 1500 does not exist"},
       {"list type against the slot",
-       json::parse(R"([{"op":"add","path":"/global/slots/inL2Acl","value":1001}])"),
-       "/global/slots/inL2Acl", "takes l2 lists"},
-      {"unknown field",
-       json::parse(R"([{"op":"add","path":"/lists/0/rules/0/fields/colour","value":"red"}])"),
+       R"([{"op":"add","path":"/global/slots/inL2Acl","value":1001}])", "/global/slots/inL2Acl",
+       "takes l2 lists"},
+      {"unknown field", R"([{"op":"add","path":"/lists/0/rules/0/fields/colour","value":"red"}])",
        "/lists/0/rules/0/fields/colour", "unknown field"},
-      {"meter that does not exist",
-       json::parse(R"([{"op":"add","path":"/lists/0/rules/0/meter","value":9}])"),
+      {"meter that does not exist", R"([{"op":"add","path":"/lists/0/rules/0/meter","value":9}])",
        "/lists/0/rules/0/meter", "meter 9 does not exist"},
-      {"bound list would change",
-       json::parse(R"([{"op":"replace","path":"/lists/0/name","value":"other"}])"), "/lists/0",
-       "bound in the daemon"},
-      {"unknown key", json::parse(R"([{"op":"add","path":"/gem_ports","value":[]}])"), "/gem_ports",
+      {"bound list would change", R"([{"op":"replace","path":"/lists/0/name","value":"other"}])",
+       "/lists/0", "bound in the daemon"},
+      {"unknown key", R"([{"op":"add","path":"/gem_ports","value":[]}])", "/gem_ports",
        "not saved yet"},
-      {"version", json::parse(R"([{"op":"replace","path":"/version","value":2}])"), "/version",
-       "version 1"},
+      {"version", R"([{"op":"replace","path":"/version","value":2}])", "/version", "version 1"},
   };
+  // clang-format on
   // A new list, so the rest of a refused document would be a change if anything were applied.
   json base = json::parse(before);
   base["lists"].push_back({{"list", 1500 + 1}, {"rules", json::array()}});
   for (const Case& c : cases) {
-    const std::string file = write("bad.json", base.patch(c.patch).dump());
+    const std::string file = write("bad.json", base.patch(json::parse(c.patch)).dump());
     std::string out;
     EXPECT_EQ(said({"load", file}, &out), 1) << c.name;
     EXPECT_NE(out.find(std::string("refused at ") + c.place + ": "), std::string::npos)
@@ -158,19 +133,13 @@ TEST_F(ConfigE2e, ALoadThatFailsHalfWayIsUndone) {
   doc["global"]["slots"] = {{"inIpv4Acl", 1001}};
   const std::string file = write("doc.json", doc.dump());
   // Faults: the hardware refuses the new list's install, or a relay fails while a rule is built.
-  const std::vector<std::vector<std::string>> faults = {
-      {"--call", "zorHwilCmdSetApi", "--list", "1003", "--result", "5", "--count", "always"},
-      {"--call", "zorHwilCmdSyncApi", "--skip", "6", "--result", "5", "--count", "once"},
-  };
-  for (const auto& f : faults) {
-    std::vector<std::string> add = {"dev", "fault", "add"};
-    add.insert(add.end(), f.begin(), f.end());
-    run(add);
-    std::string out;
-    EXPECT_EQ(said({"load", file}, &out), 1) << f[1];
-    EXPECT_NE(out.find("undone, nothing applied"), std::string::npos) << out;
-    run({"dev", "fault", "clear"});
-    EXPECT_EQ(save(*acl_), before) << f[1];
+  for (const std::string fault : {"--call zorHwilCmdSetApi --list 1003 --result 5 --count always",
+                                  "--call zorHwilCmdSyncApi --skip 6 --result 5 --count once"}) {
+    SCOPED_TRACE(fault);
+    script("dev fault add " + fault);
+    says({"load", file}, 1, {"undone, nothing applied"});
+    script("dev fault clear");
+    EXPECT_EQ(save(*acl_), before);
     expectAuditClean();
   }
   // Without the fault the same document loads whole.

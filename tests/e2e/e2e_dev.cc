@@ -8,96 +8,74 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_process.h"
+#include "support/acl_e2e.h"
 
 namespace {
 
 using nlohmann::json;
 
-// Runs aclctl dev, expects its exit status and parses its JSON output.
-json dev(const AclProcess& p, std::vector<std::string> args, int status = 0) {
-  args.insert(args.begin(), "dev");
-  std::string out;
-  EXPECT_EQ(p.aclctl(args, &out), status) << args[1] << ": " << out;
-  const json j = json::parse(out, nullptr, false);
-  EXPECT_FALSE(j.is_discarded()) << "not JSON from aclctl: " << out;
-  return j.is_discarded() ? json::object() : j;
-}
+class E2eDev : public AclE2eTest {
+ protected:
+  // aclctl dev with args: its exit status expected, its JSON answer returned.
+  json dev(std::vector<std::string> args, int status = 0) {
+    args.insert(args.begin(), "dev");
+    return run(args, status);
+  }
+};
 
-TEST(E2eDev, InspectionCommandsAnswerInJson) {
-  auto p = AclProcess::start();
-  ASSERT_TRUE(p);
+TEST_F(E2eDev, InspectionCommandsAnswerInJson) {
   // What each answer holds is the device's own tests' business; here, that aclctl asks for it.
-  EXPECT_EQ(dev(*p, {"hw", "--scope", "unit", "--unit", "201"})["table"]["unit"], 201);
+  EXPECT_EQ(dev({"hw", "--scope", "unit", "--unit", "201"})["table"]["unit"], 201);
   for (const char* what : {"show", "relays", "announcements", "anomalies", "commands", "log"}) {
-    const json j = dev(*p, {what});
-    EXPECT_TRUE(j.value("ok", false)) << what << ": " << j.dump();
+    EXPECT_EQ(dev({what}).value("ok", false), true) << what;
   }
 }
 
-TEST(E2eDev, FaultsAreArmedListedAndCleared) {
-  auto p = AclProcess::start();
-  ASSERT_TRUE(p);
-  const json add = dev(*p, {"fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit",
-                            "--unit", "201", "--result", "5", "--count", "always"});
-  const json list = dev(*p, {"fault", "list"});
-  ASSERT_EQ(list["faults"].size(), 1u);
-  EXPECT_EQ(list["faults"][0]["id"], add["id"]);
-  EXPECT_EQ(list["faults"][0]["unit"], 201);
-  EXPECT_EQ(list["faults"][0]["count"], -1);
-  EXPECT_EQ(list["faults"][0]["scope"], 1);
+TEST_F(E2eDev, FaultsAreArmedListedAndCleared) {
+  const std::vector<std::string> unit201 = {"fault",    "add",  "--call",  "zorHwilCmdSetApi",
+                                            "--scope",  "unit", "--unit",  "201",
+                                            "--result", "5",    "--count", "always"};
+  const json add = dev(unit201);
+  const json one = dev({"fault", "list"});
+  ASSERT_EQ(one["faults"].size(), 1u);
+  expectFields(one["faults"][0], {{"id", add["id"]}, {"unit", 201}, {"count", -1}, {"scope", 1}});
   // Negative results and numeric scopes are taken as given.
-  const json neg =
-      dev(*p, {"fault", "add", "--cmd", "0x3E80191", "--scope", "2", "--result", "-1"});
-  const json two = dev(*p, {"fault", "list"});
+  dev({"fault", "add", "--cmd", "0x3E80191", "--scope", "2", "--result", "-1"});
+  const json two = dev({"fault", "list"});
   ASSERT_EQ(two["faults"].size(), 2u);
-  EXPECT_EQ(two["faults"][1]["result"], -1);
-  EXPECT_EQ(two["faults"][1]["cmd"], 0x3E80191);
-  EXPECT_EQ(two["faults"][1]["scope"], 2);
-  dev(*p, {"fault", "clear"});
-  const json again = dev(*p, {"fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit",
-                              "--unit", "201", "--result", "5", "--count", "always"});
-  dev(*p, {"fault", "remove", "--id", again["id"].dump()});
-  EXPECT_TRUE(dev(*p, {"fault"})["faults"].empty());  // alone, it lists
+  expectFields(two["faults"][1], {{"result", -1}, {"cmd", 0x3E80191}, {"scope", 2}});
+  dev({"fault", "clear"});
+  dev({"fault", "remove", "--id", dev(unit201)["id"].dump()});
+  EXPECT_TRUE(dev({"fault"})["faults"].empty());  // alone, it lists
   // A fault the device cannot arm is refused, and the daemon goes on.
-  const json bad = dev(*p, {"fault", "add", "--count", "never"}, 1);
-  EXPECT_FALSE(bad.value("ok", true));
-  EXPECT_TRUE(p->alive());
+  EXPECT_FALSE(dev({"fault", "add", "--count", "never"}, 1).value("ok", true));
+  EXPECT_TRUE(acl_->alive());
 }
 
-TEST(E2eDev, ModelChangesAndBadRequests) {
-  auto p = AclProcess::start();
-  ASSERT_TRUE(p);
-  dev(*p, {"if", "set", "--index", "213", "--name", "ge-1/2/13", "--system", "1", "--slot", "2",
-           "--port", "13"});
-  dev(*p, {"timerange", "set", "--id", "2", "--active", "true"});
-  dev(*p, {"card", "set", "--system", "1", "--slot", "6", "--type", "2", "--option",
-           "acl.maxl2inrulenumperslot=64"});
-  const json show = dev(*p, {"show"});
+TEST_F(E2eDev, ModelChangesAndBadRequests) {
+  dev({"if", "set", "--index", "213", "--name", "ge-1/2/13", "--system", "1", "--slot", "2",
+       "--port", "13"});
+  dev({"timerange", "set", "--id", "2", "--active", "true"});
+  dev({"card", "set", "--system", "1", "--slot", "6", "--type", "2", "--option",
+       "acl.maxl2inrulenumperslot=64"});
+  const json model = dev({"show"})["model"];
   bool found = false;
-  for (auto& i : show["model"]["interfaces"]) found = found || i["name"] == "ge-1/2/13";
+  for (auto& i : model["interfaces"]) found = found || i["name"] == "ge-1/2/13";
   EXPECT_TRUE(found);
-  EXPECT_EQ(show["model"]["timeRanges"][1]["active"], true);
-  EXPECT_EQ(
-      show["model"]["systems"][0]["slots"].back()["card"]["options"]["acl.maxl2inrulenumperslot"],
-      "64");
+  EXPECT_EQ(model["timeRanges"][1]["active"], true);
+  EXPECT_EQ(model["systems"][0]["slots"].back()["card"]["options"]["acl.maxl2inrulenumperslot"],
+            "64");
 
   // A refused change is an error reply and exit 1 (which changes are refused: the device's tests).
   const json bad =
-      dev(*p, {"if", "set", "--index", "214", "--name", "x", "--system", "1", "--slot", "9"}, 1);
+      dev({"if", "set", "--index", "214", "--name", "x", "--system", "1", "--slot", "9"}, 1);
   EXPECT_NE(bad.value("error", "").find("no slot 1/9"), std::string::npos) << bad.dump();
-  EXPECT_FALSE(dev(*p, {"request", "{\"op\":\"launch\"}"}, 1).value("ok", true));
+  EXPECT_FALSE(dev({"request", "{\"op\":\"launch\"}"}, 1).value("ok", true));
 }
 
 // Raw route messages reach the daemon's socket, and its event counters show them.
-TEST(E2eDev, RawRouteMessagesAreCountedByTheDaemon) {
-  auto p = AclProcess::start();
-  ASSERT_TRUE(p);
-  auto events = [&] {
-    std::string out;
-    EXPECT_EQ(p->aclctl({"--json", "limits"}, &out), 0) << out;
-    return json::parse(out, nullptr, false)["events"];
-  };
+TEST_F(E2eDev, RawRouteMessagesAreCountedByTheDaemon) {
+  auto events = [&] { return run({"--json", "limits"})["events"]; };
   // The chassis replay may still be arriving: wait until the counts settle.
   json before = events();
   for (int i = 0; i < 50; ++i) {
@@ -108,11 +86,10 @@ TEST(E2eDev, RawRouteMessagesAreCountedByTheDaemon) {
   }
   ASSERT_TRUE(before.is_object()) << before.dump();
 
-  std::string out;
-  EXPECT_EQ(p->aclctl({"dev", "send", "abc"}, &out), 2);
+  dev({"send", "abc"}, 2);
   // A type nobody handles is read, walked and counted as handled.
   const std::string skipped = "00000018270f" + std::string(36, '0');
-  EXPECT_EQ(dev(*p, {"send", skipped, "--group", "33"})["delivered"], 1) << "the daemon only";
+  EXPECT_EQ(dev({"send", skipped, "--group", "33"})["delivered"], 1) << "the daemon only";
   json after = events();
   for (int i = 0; i < 50 && after["rtMsgRecvCnt"] != before["rtMsgRecvCnt"].get<uint32_t>() + 1;
        ++i) {
@@ -122,11 +99,11 @@ TEST(E2eDev, RawRouteMessagesAreCountedByTheDaemon) {
   EXPECT_EQ(after["rtMsgRecvCnt"], before["rtMsgRecvCnt"].get<uint32_t>() + 1);
   EXPECT_EQ(after["rtMsgOkCnt"], before["rtMsgOkCnt"].get<uint32_t>() + 1);
   std::string text;
-  EXPECT_EQ(p->aclctl({"limits"}, &text), 0);
+  EXPECT_EQ(acl_->aclctl({"limits"}, &text), 0);
   EXPECT_NE(text.find("route messages"), std::string::npos) << text;
 }
 
-TEST(E2eDev, InvalidDeviceFileEndsTheDaemonWithStatus2) {
+TEST(E2eDevFile, InvalidDeviceFileEndsTheDaemonWithStatus2) {
   const auto dir = std::filesystem::temp_directory_path() / ("e2e-dev-" + std::to_string(getpid()));
   std::filesystem::create_directories(dir);
   const std::string file = (dir / "device.json").string();

@@ -5,18 +5,19 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <cstdio>
 #include <set>
-#include <thread>
 
-#include "support/acl_e2e.h"
+#include <gmock/gmock.h>
+
+#include "support/aclctl_script.h"
 
 namespace {
 
+using ::testing::HasSubstr;
+
 using nlohmann::json;
 
-class DynamicE2e : public AclE2eTest {
+class DynamicE2e : public AclScriptTest {
  protected:
   void SetUp() override {
     AclProcessOptions o;
@@ -45,40 +46,29 @@ class DynamicE2e : public AclE2eTest {
 TEST_F(DynamicE2e, NewRuleReachesEveryBindingAndARefusedOneIsUndone) {
   slotsKnown();
   ASSERT_EQ(run({"call", "aclLstSetApi", "1001", "9", "u32:2"})["ret"], 0);
-  run({"rule", "create", "1001", "1"});
-  run({"rule", "valid", "1001", "1"});
-  for (const char* unit : {"201", "202"}) {
-    run({"if", "create", unit});
-    run({"if", "bind", unit, "in", "ipv4", "1001"});
-  }
-  run({"global", "bind", "in", "ipv4", "1001"});
-
-  run({"rule", "create", "1001", "2"});
-  run({"rule", "valid", "1001", "2"});
+  script(R"(rule create 1001 1; rule valid 1001 1
+            if create 201; if bind 201 in ipv4 1001; if create 202; if bind 202 in ipv4 1001
+            global bind in ipv4 1001
+            rule create 1001 2; rule valid 1001 2)");
   const std::set<std::string> all = {"unit 201", "unit 202", "global"};
   EXPECT_EQ(tablesWith(2), all);
   expectAuditClean();
   std::string out;
   ASSERT_EQ(acl_->aclctl({"rule", "show", "1001", "2"}, &out), 0);
-  EXPECT_NE(out.find("binding    interface 202 inIpv4Acl -> unit 202: installed"),
-            std::string::npos)
-      << out;
-  EXPECT_NE(out.find("binding    global inIpv4Acl -> global table: installed"), std::string::npos)
-      << out;
+  EXPECT_THAT(out, HasSubstr("binding    interface 202 inIpv4Acl -> unit 202: installed"));
+  EXPECT_THAT(out, HasSubstr("binding    global inIpv4Acl -> global table: installed"));
 
-  run({"dev", "fault", "add", "--call", "zorHwilCmdSetApi", "--scope", "unit", "--unit", "202",
-       "--cmd", "65536398", "--list", "1001", "--rule", "3", "--result", "0x3E80099"});
-  run({"rule", "create", "1001", "3"});
+  script(
+      "dev fault add --call zorHwilCmdSetApi --scope unit --unit 202 --cmd 65536398 --list 1001"
+      " --rule 3 --result 0x3E80099; rule create 1001 3");
   EXPECT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, 3), "57", "u32:1"})["ret"], 0x3E80099);
-  EXPECT_NE(acl_->logText().find("Filter 1001/3 add to interface ge-1/2/2 IPV4 IN direction "
-                                 "ERROR. Need to delete related filter manual."),
-            std::string::npos);
+  EXPECT_THAT(acl_->logText(),
+              HasSubstr("Filter 1001/3 add to interface ge-1/2/2 IPV4 IN direction "
+                        "ERROR. Need to delete related filter manual."));
   EXPECT_EQ(run({"call", "aclRuleGetApi", ruleKey(1001, 3), "57", "u32:0"})["buf"]["u32"], 3);
   EXPECT_TRUE(tablesWith(3).empty());
   ASSERT_EQ(acl_->aclctl({"rule", "show", "1001", "3"}, &out), 0);
-  EXPECT_NE(out.find("interface 201 inIpv4Acl -> unit 201: not installed (not valid)"),
-            std::string::npos)
-      << out;
+  EXPECT_THAT(out, HasSubstr("interface 201 inIpv4Acl -> unit 201: not installed (not valid)"));
   EXPECT_EQ(tablesWith(2), all);
   expectAuditClean();
 }

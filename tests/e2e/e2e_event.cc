@@ -4,18 +4,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <cstdio>
-#include <functional>
-#include <thread>
-
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class EventE2e : public AclE2eTest {
+class EventE2e : public AclScriptTest {
  protected:
   json table(const std::string& scope, uint32_t unit = 0) {
     std::vector<std::string> args = {"dev", "hw", "--scope", scope};
@@ -28,8 +23,7 @@ TEST_F(EventE2e, AnInterfaceRemovedByTheDeviceLosesItsEntriesRecordBindingsAndCh
   slotsKnown();
   validRules(1001, 2);
   const json idle = run({"--json", "slot", "show"});
-  run({"if", "create", "201"});
-  run({"if", "bind", "201", "in", "ipv4", "1001"});
+  script("if create 201; if bind 201 in ipv4 1001");
   ASSERT_EQ(unitRules(201, 1001).size(), 2u);
   ASSERT_NE(run({"--json", "slot", "show"}), idle);
 

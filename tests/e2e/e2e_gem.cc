@@ -3,18 +3,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <cstdio>
 #include <map>
-#include <thread>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class GemE2e : public AclE2eTest {
+class GemE2e : public AclScriptTest {
  protected:
   // (rule -> priority) in the table of GEM key 401/5/3.
   std::map<uint32_t, uint32_t> gemRules() {
@@ -32,8 +29,7 @@ TEST_F(GemE2e, BindShowUnbindAndRefusals) {
   slotsKnown();
   validRules(1001, 2);
   expectAuditClean();
-  run({"gem", "create", "401/5/3"});
-  run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});
+  script("gem create 401/5/3; gem bind 401/5/3 in ipv4 1001");
   EXPECT_EQ(gemRules(), (std::map<uint32_t, uint32_t>{{1, 1}, {2, 2}}));
   const json shown = run({"--json", "gem", "show", "401/5/3"});
   ASSERT_EQ(shown["gemPorts"].size(), 1u);
@@ -49,7 +45,7 @@ TEST_F(GemE2e, BindShowUnbindAndRefusals) {
   run({"dev", "onu", "set", "--interface", "201", "--onu", "5"}, 1);
   run({"dev", "onu", "set", "--interface", "401", "--onu", "70000"}, 1);
   run({"dev", "onu", "remove", "--interface", "401", "--onu", "9"}, 1);
-  run({"dev", "onu", "set", "--interface", "401", "--onu", "5", "--gem", "3"});
+  script("dev onu set --interface 401 --onu 5 --gem 3");
   run({"dev", "onu", "remove", "--interface", "401", "--onu", "5", "--gem", "4"}, 1);
   EXPECT_EQ(run({"dev", "show"})["model"]["interfaces"].back()["onus"],
             json::parse(R"([{"id":5,"gemPorts":[3]}])"));
@@ -67,9 +63,9 @@ TEST_F(GemE2e, BindShowUnbindAndRefusals) {
 TEST_F(GemE2e, OnuRemovalEmptiesItsTablesAndRecords) {
   slotsKnown();
   validRules(1001, 2);
-  run({"dev", "onu", "set", "--interface", "401", "--onu", "5", "--gem", "3"});
-  run({"gem", "create", "401/5/3"});
-  run({"gem", "bind", "401/5/3", "in", "ipv4", "1001"});
+  script(
+      "dev onu set --interface 401 --onu 5 --gem 3; gem create 401/5/3;"
+      "gem bind 401/5/3 in ipv4 1001");
   EXPECT_EQ(gemRules(), (std::map<uint32_t, uint32_t>{{1, 1}, {2, 2}}));
   expectAuditClean();
 

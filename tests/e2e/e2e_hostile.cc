@@ -85,22 +85,19 @@ class HostileE2e : public AclE2eTest {
 TEST_F(HostileE2e, NoiseOnEverySocketLeavesItAnswering) {
   std::mt19937 rng(20240611);
   std::uniform_int_distribution<size_t> length(1, 70000);
-  struct Target {
-    std::string name;
-    int type;
-  };
-  for (const Target& t :
-       {Target{"aclcmd.socket", SOCK_STREAM}, Target{"acldev.socket", SOCK_STREAM},
-        Target{"rtbus/acl.sock", SOCK_DGRAM}}) {
+  const std::pair<const char*, int> targets[] = {{"aclcmd.socket", SOCK_STREAM},
+                                                 {"acldev.socket", SOCK_STREAM},
+                                                 {"rtbus/acl.sock", SOCK_DGRAM}};
+  for (const auto& [name, type] : targets) {
     for (int round = 0; round < 40; ++round) {
       std::vector<uint8_t> noise(length(rng));
       for (auto& b : noise) b = static_cast<uint8_t>(rng());
-      if (t.type == SOCK_STREAM && round % 3 == 0 && noise.size() >= 2) {
+      if (type == SOCK_STREAM && round % 3 == 0 && noise.size() >= 2) {
         noise[0] = 0xAC;  // a plausible frame magic, so the noise reaches the later checks
         noise[1] = 0x1D;
       }
-      const int fd = connectTo(path(t.name), t.type);
-      ASSERT_GE(fd, 0) << t.name << " round " << round;
+      const int fd = connectTo(path(name), type);
+      ASSERT_GE(fd, 0) << name << " round " << round;
       // The daemon may hang up at the first bad frame: a short write is its right.
       (void)!::send(fd, noise.data(), noise.size(), MSG_NOSIGNAL);
       ::close(fd);

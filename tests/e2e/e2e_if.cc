@@ -2,40 +2,32 @@
 // that come from a card option. (Aggregation fan-out and rollback are tested against the binding
 // code itself.)
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <thread>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 #include "support/run_dir.h"
 
 namespace {
 
 using nlohmann::json;
 
-class IfE2e : public AclE2eTest {};
+class IfE2e : public AclScriptTest {};
 
 TEST_F(IfE2e, AclctlIfBindsShowsAndNamesRefusals) {
   slotsKnown();
   validRules(1001, 2);
   run({"if", "create", "201"});
-  std::string out;
-  EXPECT_EQ(said({"if", "bind", "201", "in", "ipv4", "1500"}, &out), 1);
-  EXPECT_NE(out.find("list 1500 does not exist"), std::string::npos) << out;
-  EXPECT_EQ(said({"if", "bind", "201", "in", "l2", "1001"}, &out), 1);
-  EXPECT_NE(out.find("does not fit"), std::string::npos) << out;
-  EXPECT_EQ(acl_->aclctl({"if", "bind", "201", "sideways", "1001"}, &out), 2);
-  EXPECT_EQ(said({"if", "bind", "202", "in", "ipv4", "1001"}, &out), 1);
-  EXPECT_NE(out.find("no record"), std::string::npos) << out;
+  says({"if", "bind", "201", "in", "ipv4", "1500"}, 1, {"list 1500 does not exist"});
+  says({"if", "bind", "201", "in", "l2", "1001"}, 1, {"does not fit"});
+  run({"if", "bind", "201", "sideways", "1001"}, 2);
+  says({"if", "bind", "202", "in", "ipv4", "1001"}, 1, {"no record"});
 
-  run({"if", "bind", "201", "in", "ipv4", "1001"});
-  run({"if", "bind", "201", "out", "1001"});  // untyped: list index, then the switch
+  // Untyped (out): list index, then the switch.
+  script("if bind 201 in ipv4 1001; if bind 201 out 1001");
   const json one = run({"--json", "if", "show", "201"})["interfaces"][0];
   EXPECT_EQ(one["slots"], (json{{"outAcl", 1001}, {"inIpv4Acl", 1001}})) << one.dump();
   EXPECT_EQ(one["outCtrl"], "on");
@@ -48,15 +40,14 @@ TEST_F(IfE2e, AclctlIfBindsShowsAndNamesRefusals) {
   EXPECT_EQ(t201.size(), 4u) << t201.dump();  // two rules, both directions
 
   // A record with lists bound stays; emptied, it goes.
-  EXPECT_EQ(acl_->aclctl({"if", "delete", "201"}, &out), 1);
-  run({"if", "unbind", "201", "in", "ipv4"});
-  run({"if", "unbind", "201", "out"});
+  run({"if", "delete", "201"}, 1);
+  script("if unbind 201 in ipv4; if unbind 201 out");
   EXPECT_TRUE(unitRules(201, 1001).empty());
   run({"if", "delete", "201"});
   EXPECT_TRUE(run({"--json", "if", "show"})["interfaces"].empty());
   EXPECT_TRUE(run({"--json", "if", "stats", "show"})["stats"].empty());
   run({"if", "stats", "clear", "--all"});
-  EXPECT_EQ(acl_->aclctl({"if", "stats", "clear"}, &out), 2);
+  run({"if", "stats", "clear"}, 2);
   EXPECT_EQ(run({"call", "aclLstGetApi", "1001", "2", "u32:0"})["buf"]["u32"], 0);
 }
 
@@ -95,14 +86,10 @@ TEST_F(IfSlotE2e, ACardOptionCapsTheSlotAndARefusedBindLeavesNothing) {
   };
   ASSERT_TRUE(within([&] { return !ipv4In().is_null(); }));
   for (uint32_t lst : {1001u, 1002u}) validRules(lst, 2);
-  run({"if", "create", "201"});
-  run({"if", "create", "202"});
-  run({"if", "bind", "201", "in", "ipv4", "1001"});
+  script("if create 201; if create 202; if bind 201 in ipv4 1001");
   EXPECT_EQ(ipv4In()["current"], 2);
-  std::string out;
-  EXPECT_EQ(said({"if", "bind", "202", "in", "ipv4", "1002"}, &out), 1);
-  EXPECT_NE(out.find("slot 1/2 is full for ipv4 in"), std::string::npos) << out;
-  EXPECT_NE(out.find("ACL_ERR_SLOT_RULE_FULL"), std::string::npos) << out;
+  says({"if", "bind", "202", "in", "ipv4", "1002"}, 1,
+       {"slot 1/2 is full for ipv4 in", "ACL_ERR_SLOT_RULE_FULL"});
   const json t202 = run({"dev", "hw", "--scope", "unit", "--unit", "202"});
   EXPECT_TRUE(t202["table"]["entries"].empty()) << t202.dump();
   expectAuditClean();

@@ -6,18 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ListE2e : public AclE2eTest {};
+class ListE2e : public AclScriptTest {};
 
 TEST_F(ListE2e, FriendlyListCommands) {
-  run({"list", "create", "1001", "--name", "web"});
-  run({"list", "create", "7"});
-  run({"list", "rename", "7", "l2-edge"});
+  script("list create 1001 --name web; list create 7; list rename 7 l2-edge");
   json all = run({"--json", "list", "show"})["lists"];
   ASSERT_TRUE(all.is_array());
   ASSERT_EQ(all.size(), 2u);
@@ -25,9 +23,7 @@ TEST_F(ListE2e, FriendlyListCommands) {
   expectFields(all[1],
                {{"name", "web"}, {"type", "ipv4"}, {"rules", 0}, {"refcnt", 0}, {"status", 1}});
   // A taken name and a missing list fail with status 1.
-  run({"list", "rename", "7", "web"}, 1);
-  run({"list", "show", "8"}, 1);
-  run({"list", "delete", "8"}, 1);
+  script("list rename 7 web; list show 8; list delete 8", 1);
   run({"list", "delete", "1001"});
   json one = run({"--json", "list", "show", "7"})["lists"];
   ASSERT_EQ(one.size(), 1u);

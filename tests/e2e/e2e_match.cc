@@ -6,23 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class MatchE2e : public AclE2eTest {
+class MatchE2e : public AclScriptTest {
  protected:
   // An IPv4 list 1001 with one valid rule of these fields and action.
-  void oneRule(const std::vector<std::string>& fields, const std::string& action) {
-    run({"list", "create", "1001"});
-    run({"rule", "create", "1001", "1"});
-    std::vector<std::string> set = {"rule", "set", "1001", "1"};
-    set.insert(set.end(), fields.begin(), fields.end());
-    run(set);
-    run({"rule", "action", "1001", "1", action});
-    run({"rule", "valid", "1001", "1"});
+  void oneRule(const std::string& fields, const std::string& action) {
+    script("list create 1001; rule create 1001 1; rule set 1001 1 " + fields +
+           "; rule action 1001 1 " + action + "; rule valid 1001 1");
   }
 };
 
@@ -37,7 +32,7 @@ const std::string kSynFrame =
 
 // Needs "aclctl match" registered in aclctl_main.cc.
 TEST_F(MatchE2e, FriendlyMatchCommands) {
-  oneRule({"ip-version=4", "src=192.0.2.0/24", "dport=80"}, "deny");
+  oneRule("ip-version=4 src=192.0.2.0/24 dport=80", "deny");
   json j = run({"--json", "match", "addr", "1001", "192.0.2.9/32", "--verdict"});
   EXPECT_EQ(j["ret"], 0);
   EXPECT_EQ(j["verdict"], "deny");

@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class MeterCounterE2e : public AclE2eTest {};
+class MeterCounterE2e : public AclScriptTest {};
 
 // Raw calls: a meter that one rule holds refuses its deletion, and the version strings as aclctl
 // shows a descriptor answer. (The tables' other commands and refusals are the meter and counter
@@ -27,22 +27,19 @@ TEST_F(MeterCounterE2e, RawCallsGuardAReferencedMeterAndAnswerTheVersions) {
 
 TEST_F(MeterCounterE2e, FriendlyCommandsRoundTrip) {
   EXPECT_EQ(run({"--json", "meter", "create"})["index"], 1);
-  run({"meter", "set", "1", "--cir", "2048", "--pbs", "9"});
-  run({"meter", "valid", "1"});
+  script("meter set 1 --cir 2048 --pbs 9; meter valid 1");
   json shown = run({"--json", "meter", "show"});
   ASSERT_EQ(shown["meters"].size(), 1u);
   expectFields(shown["meters"][0], {{"status", "valid"}, {"cir", 2048}, {"pbs", 9}});
 
-  run({"meter", "profile", "create", "7"});
-  run({"meter", "profile", "set", "7", "--name", "gold", "--ds-pir", "300"});
+  script("meter profile create 7; meter profile set 7 --name gold --ds-pir 300");
   shown = run({"--json", "meter", "profile", "show", "7"});
   expectFields(shown["profiles"][0], {{"name", "gold"}, {"ds_pir", 300}});
 
   run({"counter", "create", "12"});
   shown = run({"--json", "counter", "show", "12"});
   expectFields(shown["counters"][0], {{"name", "counter12"}, {"color", 4}});
-  run({"counter", "valid", "12"});
-  run({"counter", "delete", "12"});
+  script("counter valid 12; counter delete 12");
   run({"counter", "show", "12"}, 1);
   run({"meter", "set", "1"}, 2);
 }

@@ -4,24 +4,21 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class PolicyE2e : public AclE2eTest {
+class PolicyE2e : public AclScriptTest {
  protected:
   // List 1001 with valid rules 1 and 2, rule 1 permitting and rule 2 denying.
   void twoRules() {
-    run({"list", "create", "1001"});
-    for (const char* r : {"1", "2"}) {
-      run({"rule", "create", "1001", r});
-      run({"rule", "set", "1001", r, std::string("dst=10.0.0.") + r});
-      run({"rule", "action", "1001", r, r[0] == '1' ? "permit" : "deny"});
-      run({"rule", "valid", "1001", r});
-    }
-    run({"if", "create", "201"});
+    script(
+        "list create 1001; rule create 1001 1; rule set 1001 1 dst=10.0.0.1;"
+        "rule action 1001 1 permit; rule valid 1001 1; rule create 1001 2;"
+        "rule set 1001 2 dst=10.0.0.2; rule action 1001 2 deny; rule valid 1001 2;"
+        "if create 201");
   }
   json port201() {
     const json t = run({"--json", "dev", "hw", "--scope", "unit", "--unit", "201"});
@@ -45,10 +42,8 @@ TEST_F(PolicyE2e, FilterOnAPortShowsTheCopiesAndLeavesTheRulesAlone) {
   const json ifs = run({"--json", "if", "show", "201"})["interfaces"];
   ASSERT_EQ(ifs.size(), 1u);
   ASSERT_EQ(ifs[0]["bindings"].size(), 2u);
-  for (const auto& b : ifs[0]["bindings"]) {
-    EXPECT_EQ(b["owner"], "trafficpolicy");
-    EXPECT_EQ(b["refcount"], 1);
-  }
+  for (const auto& b : ifs[0]["bindings"])
+    expectFields(b, {{"owner", "trafficpolicy"}, {"refcount", 1}});
   EXPECT_EQ(storedActions(), before);
   expectAuditClean();
 

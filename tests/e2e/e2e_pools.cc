@@ -5,23 +5,25 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include <gmock/gmock.h>
+
+#include "support/aclctl_script.h"
 
 namespace {
 
+using ::testing::HasSubstr;
+
 using nlohmann::json;
 
-class PoolsE2e : public AclE2eTest {
+class PoolsE2e : public AclScriptTest {
  protected:
   void SetUp() override {}  // each row starts a daemon with its own pool sizes
 
@@ -29,8 +31,7 @@ class PoolsE2e : public AclE2eTest {
   using AclE2eTest::ruleKey;
   using AclE2eTest::run;
   using AclE2eTest::validRules;
-  // aclctl args, which must succeed.
-  void ok(const std::vector<std::string>& args) { run(args); }
+  using AclScriptTest::script;
   // Raw calls over one connection, each of which must answer 0.
   void batch(const std::vector<std::string>& calls) {
     const std::string path = acl_->runDir() + "/calls.txt";
@@ -47,27 +48,16 @@ class PoolsE2e : public AclE2eTest {
     }
     EXPECT_EQ(n, calls.size());
   }
-  // A list of count valid rules, each with the given actions.
-  void ruleList(uint32_t lst, uint32_t count, const std::vector<std::string>& actions) {
-    ok({"list", "create", std::to_string(lst)});
+  // A list of count valid rules, each with the given actions and, with hop, a redirect of
+  // rule r to next hop 10.0.0.hop(r).
+  void ruleList(uint32_t lst, uint32_t count, const std::string& actions,
+                const std::function<uint32_t(uint32_t)>& hop = {}) {
+    script("list create " + std::to_string(lst));
     for (uint32_t r = 1; r <= count; ++r) {
-      const std::string rule = std::to_string(r);
-      ok({"rule", "create", std::to_string(lst), rule});
-      std::vector<std::string> a = {"rule", "action", std::to_string(lst), rule};
-      a.insert(a.end(), actions.begin(), actions.end());
-      ok(a);
-      ok({"rule", "valid", std::to_string(lst), rule});
-    }
-  }
-  // Redirect rules 1..count of list lst to next hops 10.0.0.hop(r).
-  void nextHopList(uint32_t lst, uint32_t count, const std::function<uint32_t(uint32_t)>& hop) {
-    ok({"list", "create", std::to_string(lst)});
-    for (uint32_t r = 1; r <= count; ++r) {
-      const std::string rule = std::to_string(r);
-      ok({"rule", "create", std::to_string(lst), rule});
-      ok({"rule", "action", std::to_string(lst), rule,
-          "redirect-nexthop=10.0.0." + std::to_string(hop(r))});
-      ok({"rule", "valid", std::to_string(lst), rule});
+      const std::string rule = std::to_string(lst) + " " + std::to_string(r);
+      const std::string redirect = hop ? " redirect-nexthop=10.0.0." + std::to_string(hop(r)) : "";
+      script("rule create " + rule + "; rule action " + rule + " " + actions + redirect +
+             "; rule valid " + rule);
     }
   }
   // What a refused request must not change: the saved configuration, every hardware table,
@@ -87,20 +77,6 @@ class PoolsE2e : public AclE2eTest {
       {"--json", "gem", "show"},
       {"--json", "slot", "show"},
       {"shell", "aclBlackListShow"}};
-  // The daemon has learned its line cards (as many as its slot pool holds).
-  void slotsKnown(size_t count) {
-    for (int i = 0; i < 100; ++i) {
-      if (run({"--json", "slot", "show"})["slots"].size() >= count) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "the line cards never arrived";
-  }
-  std::string consoleText() const {
-    std::ifstream in(acl_->runDir() + "/acl.stderr");
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
 };
 
 const std::string kGem4014 = "x:0000019100050004" + std::string(8, '0');  // GEM port 401/5/4
@@ -129,36 +105,34 @@ struct PoolRow {
   size_t slots = 4;                  // slot records once the device's cards are known
 };
 
-// Lists made by aclctl list and rule commands, each with one rule.
-void oneRule(PoolsE2e& t, const char* lst, std::vector<std::string> cmd) {
-  t.ok({"list", "create", lst});
-  t.ok({"rule", "create", lst, "1"});
-  cmd.insert(cmd.begin() + 1, {lst, "1"});
-  cmd.insert(cmd.begin(), "rule");
-  t.ok(cmd);
+// List lst made by aclctl list and rule commands, with one rule and the rule command `rest`
+// (VERB ARGS) applied to it.
+void oneRule(PoolsE2e& t, const std::string& lst, const std::string& verb,
+             const std::string& args) {
+  t.script("list create " + lst + "; rule create " + lst + " 1; rule " + verb + " " + lst + " 1 " +
+           args);
 }
 // Lists 1001 (count rules) and 1002 (one rule) redirecting to next hops, 1001 bound to 201.
 void nextHopsBound(PoolsE2e& t, uint32_t count, const std::function<uint32_t(uint32_t)>& hop,
                    uint32_t hop1002) {
-  t.nextHopList(1001, count, hop);
-  t.nextHopList(1002, 1, [=](uint32_t) { return hop1002; });
-  t.ok({"if", "create", "201"});
-  t.ok({"if", "create", "202"});
-  t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
+  t.ruleList(1001, count, "", hop);
+  t.ruleList(1002, 1, "", [=](uint32_t) { return hop1002; });
+  t.script("if create 201; if create 202; if bind 201 in ipv4 1001");
 }
 
 // The 18 typed and pre-stage slots of interface 201, one list of each type.
 void everyTypedSlot(PoolsE2e& t) {
-  const std::pair<uint32_t, const char*> types[] = {
-      {1, "l2"}, {1001, "ipv4"}, {2001, "hybrid"}, {3001, "ipv6"}, {4001, "mpls"}, {5001, "udf"}};
-  t.ok({"if", "create", "201"});
+  const std::pair<const char*, const char*> types[] = {{"1", "l2"},        {"1001", "ipv4"},
+                                                       {"2001", "hybrid"}, {"3001", "ipv6"},
+                                                       {"4001", "mpls"},   {"5001", "udf"}};
+  t.script("if create 201");
   for (const auto& [lst, type] : types) {
-    t.ruleList(lst, 1, {"permit"});
-    for (const char* dir : {"in", "out", "vfp"}) {
-      t.ok({"if", "bind", "201", dir, type, std::to_string(lst)});
+    t.ruleList(std::stoul(lst), 1, "permit");
+    for (const std::string dir : {"in", "out", "vfp"}) {
+      t.script("if bind 201 " + dir + " " + type + " " + lst);
     }
   }
-  t.ok({"call", "aclIfSetApi", "201", "3", "u32:1001"});  // inAcl, not switched on yet
+  t.script("call aclIfSetApi 201 3 u32:1001");  // inAcl, not switched on yet
 }
 
 // Pools that no request can fill, so that have no row:
@@ -167,52 +141,33 @@ void everyTypedSlot(PoolsE2e& t) {
 //  - "acl_onuportlist": it holds acl.maxgemportnum x 18 entries, and a GEM port record has
 //    exactly 18 bind slots with one entry each, while there are at most acl.maxgemportnum
 //    records: the record pool ("acl_onuport") runs out first, always.
+// clang-format off
 const PoolRow kRows[] = {
-    {"acl_list",
-     {{"acl.maxlstnum", "2"}},
-     [](PoolsE2e& t) {
-       t.ok({"list", "create", "1001"});
-       t.ok({"list", "create", "1002"});
-     },
+    {"acl_list", {{"acl.maxlstnum", "2"}},
+     [](PoolsE2e& t) { t.script("list create 1001; list create 1002"); },
      {"call", "aclLstSetApi", "1003", "9", "u32:2"}},
     // The per-type maximum (128 by default) is far above the pool, so the pool refuses first.
-    {"acl_rule",
-     {{"acl.maxgrulenum", "3"}},
-     [](PoolsE2e& t) { t.validRules(1001, 3); },
+    {"acl_rule", {{"acl.maxgrulenum", "3"}}, [](PoolsE2e& t) { t.validRules(1001, 3); },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 4), "57", "u32:2"}},
-    {"acl_if",
-     {{"acl.maxifnum", "1"}},
-     [](PoolsE2e& t) {
-       t.ok({"if", "create", "201"});
-     },
+    {"acl_if", {{"acl.maxifnum", "1"}}, [](PoolsE2e& t) { t.script("if create 201"); },
      {"call", "aclIfSetApi", "202", "17", "u32:2"}},
     // Counted rules take one record per rule and interface; the binding that finds none is
     // taken back whole.
-    {"acl_stats",
-     {{"acl.maxgrulenum", "2"}},
+    {"acl_stats", {{"acl.maxgrulenum", "2"}},
      [](PoolsE2e& t) {
-       t.ruleList(1001, 2, {"count=1", "permit"});
-       t.ok({"if", "create", "201"});
-       t.ok({"if", "create", "202"});
-       t.ok({"if", "bind", "201", "in", "ipv4", "1001"});
+       t.ruleList(1001, 2, "count=1 permit");
+       t.script("if create 201; if create 202; if bind 201 in ipv4 1001");
      },
-     {"call", "aclIfSetApi", "202", "24", "u32:1001"},
-     "ACL stats list is FULL!!"},
+     {"call", "aclIfSetApi", "202", "24", "u32:1001"}, "ACL stats list is FULL!!"},
     // 1 interface x 1 rule x 18 entries: the 18 typed slots fill it, the untyped switch finds
     // it empty.
-    {"acl_iflist",
-     {{"acl.maxifnum", "1"}, {"acl.maxrulenum", "1"}},
-     everyTypedSlot,
+    {"acl_iflist", {{"acl.maxifnum", "1"}, {"acl.maxrulenum", "1"}}, everyTypedSlot,
      {"call", "aclIfSetApi", "201", "2", "u32:1"}},
-    {"acl_onuport",
-     {{"acl.maxgemportnum", "1"}},
-     [](PoolsE2e& t) {
-       t.ok({"gem", "create", "401/5/3"});
-     },
+    {"acl_onuport", {{"acl.maxgemportnum", "1"}},
+     [](PoolsE2e& t) { t.script("gem create 401/5/3"); },
      {"call", "aclGemPortSetApi", kGem4014, "1", "u32:2"}},
     // Always 128 entries: four systems of 32 slots.
-    {"acl_blacklist",
-     {},
+    {"acl_blacklist", {},
      [](PoolsE2e& t) {
        t.validRules(1001, 1);
        std::vector<std::string> calls;
@@ -228,78 +183,50 @@ const PoolRow kRows[] = {
      {"--json", "blacklist", "add", "5", "1", "1001"}},
     // Filled by the device: the own slot and the first line card take both records, the cards
     // of slots 3 and 4 announced after them find none.
-    {"acl_slot",
-     {{"acl.maxslotnum", "2"}},
-     [](PoolsE2e& t) {
-       t.validRules(1001, 1);
-       t.ok({"if", "create", "301"});
-     },
-     {"call", "aclIfSetApi", "301", "24", "u32:1001"},
-     "",
-     0x03EA0047,
-     2},
+    {"acl_slot", {{"acl.maxslotnum", "2"}},
+     [](PoolsE2e& t) { t.validRules(1001, 1); t.script("if create 301"); },
+     {"call", "aclIfSetApi", "301", "24", "u32:1001"}, "", 0x03EA0047, 2},
     // Always 16 of each: 16 rules with 16 distinct next hops fill both; a 17th address finds no
     // destination-IP entry, a 17th rule of a known address no destination-IP rule record.
-    {"acl_dstip",
-     {},
-     [](PoolsE2e& t) {
-       nextHopsBound(
-           t, 16, [](uint32_t r) { return r; }, 17);
-     },
-     {"call", "aclIfSetApi", "202", "24", "u32:1002"},
-     "filter 1002/1 destIp entry is NULL."},
-    {"acl_dstiprule",
-     {},
-     [](PoolsE2e& t) {
-       nextHopsBound(
-           t, 16, [](uint32_t) { return 1u; }, 1);
-     },
-     {"call", "aclIfSetApi", "202", "24", "u32:1002"},
-     "filter 1002/1 destIpRule entry is NULL."},
+    {"acl_dstip", {}, [](PoolsE2e& t) { nextHopsBound(t, 16, [](uint32_t r) { return r; }, 17); },
+     {"call", "aclIfSetApi", "202", "24", "u32:1002"}, "filter 1002/1 destIp entry is NULL."},
+    {"acl_dstiprule", {}, [](PoolsE2e& t) { nextHopsBound(t, 16, [](uint32_t) { return 1u; }, 1); },
+     {"call", "aclIfSetApi", "202", "24", "u32:1002"}, "filter 1002/1 destIpRule entry is NULL."},
     // One rule of 10 short values (ranges take two), then an ICMP type.
-    {"acl_shortrule",
-     {{"acl.maxgrulenum", "1"}},
+    {"acl_shortrule", {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       oneRule(t, "1001",
-               {"set", "sport=1-2", "dport=3-4", "protocol=tcp", "tos=1", "ttl=3", "ip-version=4",
-                "fragment=1", "ip-options=1"});
+       oneRule(t, "1001", "set", "sport=1-2 dport=3-4 protocol=tcp tos=1 ttl=3 ip-version=4 "
+                                 "fragment=1 ip-options=1");
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "49", "u32:8"}},
     // Four long values (two IPv6 addresses, two MACs), then an IPv6 source mask.
-    {"acl_longrule",
-     {{"acl.maxgrulenum", "1"}},
+    {"acl_longrule", {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       oneRule(t, "3001",
-               {"set", "src=2001:db8::1", "dst=2001:db8::2", "smac=00:11:22:33:44:55",
-                "dmac=00:11:22:33:44:66"});
+       oneRule(t, "3001", "set", "src=2001:db8::1 dst=2001:db8::2 smac=00:11:22:33:44:55 "
+                                 "dmac=00:11:22:33:44:66");
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(3001, 1), "10",
       "d:ffffffffffffffff0000000000000000"}},
     // Ten short actions (four without a parameter, six with one), then the IP swap.
-    {"acl_shortaction",
-     {{"acl.maxgrulenum", "1"}},
+    {"acl_shortaction", {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
-       oneRule(t, "1001",
-               {"action", "permit", "cpu-queue=1", "outer-dot1p=1", "inner-dot1p=2", "cos=3",
-                "dscp=4", "mirror-cpu", "loopback", "cpu", "vid-rewrite=5"});
+       oneRule(t, "1001", "action", "permit cpu-queue=1 outer-dot1p=1 inner-dot1p=2 cos=3 dscp=4 "
+                                    "mirror-cpu loopback cpu vid-rewrite=5");
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "53", "d:0000000000080000"}},
     // Two MAC rewrites and two IPv6 next hops of a multi-hop redirect, then a third next hop.
-    {"acl_longaction",
-     {{"acl.maxgrulenum", "1"}},
+    {"acl_longaction", {{"acl.maxgrulenum", "1"}},
      [](PoolsE2e& t) {
        const std::string key = PoolsE2e::ruleKey(1001, 1);
-       oneRule(t, "1001",
-               {"action", "da-rewrite=00:00:00:00:00:01", "sa-rewrite=00:00:00:00:00:02"});
+       oneRule(t, "1001", "action", "da-rewrite=00:00:00:00:00:01 sa-rewrite=00:00:00:00:00:02");
        EXPECT_EQ(t.run({"call", "aclRuleSetApi", key, "53", "d:0000000000002000"})["ret"], 0);
-       EXPECT_EQ(t.run({"call", "aclRuleSetApi", key, "54",
-                        "d:1720010db8000000000000000000000001"
-                        "1b20010db8000000000000000000000002"})["ret"],
-                 0);
+       EXPECT_EQ(t.run({"call", "aclRuleSetApi", key, "54", "d:1720010db8000000000000000000000001"
+                        "1b20010db8000000000000000000000002"})["ret"], 0);
      },
      {"call", "aclRuleSetApi", PoolsE2e::ruleKey(1001, 1), "54",
       "d:1f20010db8000000000000000000000003"}},
 };
+// clang-format on
 
 TEST_F(PoolsE2e, EachPoolRefusesWhenEmptyAndKeepsWhatItHolds) {
   for (const PoolRow& row : kRows) {
@@ -309,7 +236,7 @@ TEST_F(PoolsE2e, EachPoolRefusesWhenEmptyAndKeepsWhatItHolds) {
     acl_ = AclProcess::start(o);
     ASSERT_NE(acl_, nullptr);
     run({"debug", "set", "0x2"});
-    slotsKnown(row.slots);
+    slotsKnown(row.slots);  // as many line cards as the slot pool holds
     row.fill(*this);
     expectAuditClean();
     const std::vector<std::string> before = stored();
@@ -320,7 +247,8 @@ TEST_F(PoolsE2e, EachPoolRefusesWhenEmptyAndKeepsWhatItHolds) {
     ASSERT_TRUE(answer.is_object()) << out;
     EXPECT_EQ(answer["ret"], row.ret) << out;
     if (!row.said.empty()) {
-      EXPECT_NE((acl_->logText() + consoleText()).find(row.said), std::string::npos) << row.said;
+      EXPECT_THAT((acl_->logText() + slurp(acl_->runDir() + "/acl.stderr")), HasSubstr(row.said))
+          << row.said;
     }
     EXPECT_TRUE(acl_->alive());
     EXPECT_EQ(run({"--json", "slot", "show"})["slots"].size(), row.slots);

@@ -6,27 +6,25 @@
 #include <string>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class RuleE2e : public AclE2eTest {
+class RuleE2e : public AclScriptTest {
  protected:
   void SetUp() override {
-    AclE2eTest::SetUp();
+    AclScriptTest::SetUp();
     if (HasFatalFailure()) return;
     ASSERT_EQ(run({"call", "aclLstSetApi", "1001", "9", "u32:2"})["ret"], 0);
   }
 };
 
 TEST_F(RuleE2e, ARuleBuiltAndShownByNames) {
-  run({"rule", "create", "1001"});
-  run({"rule", "set", "1001", "1", "src=10.1.0.0/16", "dst=192.168.10.0/24", "protocol=tcp",
-       "dport=8000-8080"});
-  run({"rule", "action", "1001", "1", "deny"});
-  run({"rule", "valid", "1001", "1"});
+  script(
+      "rule create 1001; rule set 1001 1 src=10.1.0.0/16 dst=192.168.10.0/24 protocol=tcp "
+      "dport=8000-8080; rule action 1001 1 deny; rule valid 1001 1");
   json rules = run({"--json", "rule", "show", "1001"})["rules"];
   ASSERT_EQ(rules.size(), 1u);
   const json& r = rules[0];
@@ -48,10 +46,9 @@ TEST_F(RuleE2e, ARuleBuiltAndShownByNames) {
   EXPECT_EQ(acl_->aclctl({"rule", "set", "1001", "1", "colour=red"}, &out), 2);
 
   // IPv6, MACs and the references.
-  run({"rule", "create", "1001", "2"});
-  run({"rule", "set", "1001", "2", "src=2001:db8::/32", "smac=00:1b:21:3c:4d:5e/ff:ff:ff:00:00:00",
-       "vlan=100"});
-  run({"rule", "attach", "1001", "2", "--time-range", "1"});
+  script(
+      "rule create 1001 2; rule set 1001 2 src=2001:db8::/32 "
+      "smac=00:1b:21:3c:4d:5e/ff:ff:ff:00:00:00 vlan=100; rule attach 1001 2 --time-range 1");
   rules = run({"--json", "rule", "show", "1001", "2"})["rules"];
   ASSERT_EQ(rules.size(), 1u);
   expectFields(
@@ -70,8 +67,7 @@ TEST_F(RuleE2e, ARuleBuiltAndShownByNames) {
 TEST_F(RuleE2e, RedirectToPortsPastTheFirst32IsRefusedWhole) {
   run({"rule", "create", "1001"});
   json j = run({"--json", "rule", "action", "1001", "1", "redirect-port=1,40"}, 1);
-  EXPECT_EQ(j["ret_hex"], "0x03EA0044");
-  EXPECT_EQ(j["step"], "parameters");
+  expectFields(j, {{"ret_hex", "0x03EA0044"}, {"step", "parameters"}});
   EXPECT_TRUE(run({"--json", "rule", "show", "1001", "1"})["rules"][0]["actions"].empty());
   run({"rule", "action", "1001", "1", "redirect-port=1,2"});
   EXPECT_EQ(run({"--json", "rule", "show", "1001", "1"})["rules"][0]["actions"].size(), 1u);

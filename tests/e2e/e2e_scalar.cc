@@ -3,17 +3,16 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ScalarE2e : public AclE2eTest {
+class ScalarE2e : public AclScriptTest {
  protected:
   json globalEntries() { return run({"dev", "hw", "--scope", "global"})["table"]["entries"]; }
   json scalarSet(uint32_t cmd, uint32_t v) {
@@ -26,8 +25,7 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
   validRules(1002, 1);
   json r = run({"--json", "global", "bind", "in", "ipv4", "1001"});
   EXPECT_TRUE(r["ok"]);
-  run({"global", "set-generic", "out", "1002"});
-  run({"global", "switch", "out", "on"});
+  script("global set-generic out 1002; global switch out on");
   json shown = run({"--json", "global", "show"});
   expectFields(shown["generic"]["out"], {{"list", 1002}, {"on", true}});
   EXPECT_EQ(shown["generic"]["in"]["on"], false);
@@ -38,12 +36,10 @@ TEST_F(ScalarE2e, FriendlyGlobalCommands) {
 
   // Refusals are shown by name and end aclctl with status 1.
   r = run({"--json", "global", "unbind", "in", "l2"}, 1);
-  EXPECT_EQ(r["ret_hex"], "0x03EA0041");
-  EXPECT_FALSE(r["ok"]);
+  expectFields(r, {{"ret_hex", "0x03EA0041"}, {"ok", false}});
   run({"global", "bind", "in", "ipv4", "1500"}, 1);
   run({"global", "bind", "sideways", "ipv4", "1001"}, 2);
-  run({"global", "unbind", "in", "ipv4"});
-  run({"global", "switch", "out", "off"});
+  script("global unbind in ipv4; global switch out off");
   EXPECT_TRUE(globalEntries().empty());
 
   json limits = run({"--json", "limits"});

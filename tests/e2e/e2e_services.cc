@@ -3,23 +3,22 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ServicesE2e : public AclE2eTest {
+class ServicesE2e : public AclScriptTest {
  protected:
   void SetUp() override {
-    AclE2eTest::SetUp();
+    AclScriptTest::SetUp();
     if (HasFatalFailure()) return;
-    run({"list", "create", "1001"});
-    for (const char* r : {"1", "2"}) {
-      run({"rule", "create", "1001", r});
-      run({"rule", "set", "1001", r, "src=10.1.0.0/16", "protocol=tcp"});
-      run({"rule", "action", "1001", r, "permit"});
-      run({"rule", "valid", "1001", r});
+    script("list create 1001");
+    for (const std::string r : {"1", "2"}) {
+      script("rule create 1001 " + r + "; rule set 1001 " + r +
+             " src=10.1.0.0/16 protocol=tcp; rule action 1001 " + r + " permit; rule valid 1001 " +
+             r);
     }
   }
   json globalEntries() {
@@ -32,8 +31,7 @@ class ServicesE2e : public AclE2eTest {
 // service itself; here, that each aclctl command reaches it and how a refusal ends.
 TEST_F(ServicesE2e, CpudefendInstallsAndTakesBack) {
   json r = run({"--json", "cpudefend", "add", "1001", "--action", "3", "--car", "100,200,300"});
-  EXPECT_TRUE(r["ok"]);
-  EXPECT_EQ(r["scope"], "global");
+  expectFields(r, {{"ok", true}, {"scope", "global"}});
   EXPECT_EQ(globalEntries().size(), 2u);
   run({"cpudefend", "del", "1001", "--action", "3", "--car", "100,200,300"});
   EXPECT_TRUE(globalEntries().empty());

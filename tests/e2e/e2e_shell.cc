@@ -5,19 +5,16 @@
 
 #include <sys/wait.h>
 
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <thread>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class ShellE2e : public AclE2eTest {
+class ShellE2e : public AclScriptTest {
  protected:
   std::string shell(const std::vector<std::string>& args, int expectStatus = 0) {
     std::vector<std::string> all = {"shell"};
@@ -37,19 +34,17 @@ TEST_F(ShellE2e, HelpAndTheWholeShow) {
             "vxlanVni)\n\r aclIfListShow(uint32_t listNum, uint32_t ifUnit)\n\r");
   validRules(2001, 1);
   validRules(1001, 1);
-  for (const char* i : {"201", "202", "203"}) run({"if", "create", i});
-  run({"if", "bind", "201", "in", "hybrid", "2001"});
-  run({"if", "bind", "202", "out", "hybrid", "2001"});
-  run({"if", "bind", "203", "in", "ipv4", "1001"});
+  script(R"(if create 201; if create 202; if create 203; if bind 201 in hybrid 2001
+            if bind 202 out hybrid 2001; if bind 203 in ipv4 1001)");
 
   ASSERT_EQ(slotsKnown().size(), 4u);
 
   // One document with every view; the text form has a table per view.
   const json doc = run({"--json", "show"});
-  EXPECT_EQ(doc["lists"].size(), 2u) << doc.dump();
-  EXPECT_EQ(doc["rules"].size(), 2u);
-  EXPECT_EQ(doc["interfaces"].size(), 3u);
-  EXPECT_EQ(doc["slots"].size(), 4u);
+  EXPECT_EQ((std::vector{doc["lists"].size(), doc["rules"].size(), doc["interfaces"].size(),
+                         doc["slots"].size()}),
+            (std::vector<size_t>{2, 2, 3, 4}))
+      << doc.dump();
   EXPECT_TRUE(doc["stats"].is_array());
   std::string text;
   ASSERT_EQ(acl_->aclctl({"show"}, &text), 0);

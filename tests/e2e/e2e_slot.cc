@@ -3,16 +3,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <thread>
-
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class SlotE2e : public AclE2eTest {
+class SlotE2e : public AclScriptTest {
  protected:
   static json type(const json& slot, const char* dir, const char* list) {
     for (const auto& t : slot["types"]) {
@@ -26,8 +23,7 @@ TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
   const json slots = slotsKnown();
   ASSERT_EQ(slots.size(), 4u) << slots.dump();
   for (uint32_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(slots[i]["sys"], 1);
-    EXPECT_EQ(slots[i]["slot"], i + 1);
+    expectFields(slots[i], {{"sys", 1}, {"slot", i + 1}});
     ASSERT_EQ(slots[i]["types"].size(), 18u);
   }
   // The control card reports nothing: the default stays. Line cards report their own.
@@ -37,12 +33,9 @@ TEST_F(SlotE2e, ADaemonOnTheBuiltInDeviceLearnsItsLineCards) {
 
   EXPECT_EQ(run({"--json", "slot", "resources", "1/2"})["resources"].size(), 5u);
 
-  std::string out;
-  EXPECT_EQ(acl_->aclctl({"slot", "show", "1/3"}, &out), 0);
-  EXPECT_NE(out.find("slot 1/3"), std::string::npos) << out;
-  EXPECT_NE(out.find("vfp ipv4"), std::string::npos) << out;
-  EXPECT_EQ(acl_->aclctl({"slot", "show", "1/9"}, &out), 1);
-  EXPECT_EQ(acl_->aclctl({"slot", "resources", "1-2"}, &out), 2);
+  says({"slot", "show", "1/3"}, 0, {"slot 1/3", "vfp ipv4"});
+  run({"slot", "show", "1/9"}, 1);
+  run({"slot", "resources", "1-2"}, 2);
 }
 
 }  // namespace

@@ -3,28 +3,24 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
-
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
 using nlohmann::json;
 
-class StatsE2e : public AclE2eTest {
+class StatsE2e : public AclScriptTest {
  protected:
   // Valid IPv4 rules 1 and 2 of list 1001 counting with counter 12 (type 2, color 1: set 1 for
   // packets and bytes), the list bound to the global ingress IPv4 slot.
   void countedRulesBound() {
-    run({"counter", "create", "12"});
-    run({"counter", "set", "12", "--type", "2", "--color", "1"});
-    run({"counter", "valid", "12"});
+    script("counter create 12; counter set 12 --type 2 --color 1; counter valid 12");
     ASSERT_EQ(run({"call", "aclLstSetApi", "1001", "9", "u32:2"})["ret"], 0);
     for (uint32_t r : {1u, 2u}) {
       ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "57", "u32:2"})["ret"], 0);
       ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "19", "u32:46"})["ret"], 0);
-      run({"rule", "action", "1001", std::to_string(r), "count=12"});
-      run({"rule", "attach", "1001", std::to_string(r), "--counter", "12"});
+      const std::string rule = "1001 " + std::to_string(r);
+      script("rule action " + rule + " count=12; rule attach " + rule + " --counter 12");
       ASSERT_EQ(run({"call", "aclRuleSetApi", ruleKey(1001, r), "57", "u32:1"})["ret"], 0);
     }
     ASSERT_EQ(run({"call", "aclScalarSetApi", "-", "28", "u32:1001"})["ret"], 0);
@@ -34,9 +30,8 @@ class StatsE2e : public AclE2eTest {
 TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
   EXPECT_TRUE(run({"--json", "stats", "show"})["stats"].empty());
   countedRulesBound();
-  run({"dev", "counter", "--list", "1001", "--rule", "1", "--direction", "0", "--p1", "5", "--p2",
-       "6", "--b1", "700", "--b2", "800", "--p3", "3"});
-  run({"dev", "counter", "--list", "1001", "--rule", "2", "--direction", "0", "--p1", "9"});
+  script(R"(dev counter --list 1001 --rule 1 --direction 0 --p1 5 --p2 6 --b1 700 --b2 800 --p3 3
+            dev counter --list 1001 --rule 2 --direction 0 --p1 9)");
 
   json rows = run({"--json", "stats", "show"})["stats"];
   ASSERT_EQ(rows.size(), 2u);
@@ -56,8 +51,7 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
       run({"--json", "stats", "clear", "--list", "1001", "--rule", "1", "--dir", "in"})["ret"], 0);
   rows = run({"--json", "stats", "show"})["stats"];
   ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0]["p1"], 0);
-  EXPECT_EQ(rows[1]["p1"], 9);
+  EXPECT_EQ(std::pair(rows[0]["p1"], rows[1]["p1"]), std::pair(json(0), json(9)));
 
   // A record that does not exist, or the wrong direction, is refused.
   json refused =
@@ -71,9 +65,7 @@ TEST_F(StatsE2e, ShowReadsAndClearClearsTheCounters) {
 }
 
 TEST_F(StatsE2e, UsageErrors) {
-  run({"stats", "clear", "--list", "1001"}, 2);
-  run({"stats", "clear", "--all", "--list", "1"}, 2);
-  run({"stats", "show", "--dir", "sideways"}, 2);
+  script("stats clear --list 1001; stats clear --all --list 1; stats show --dir sideways", 2);
   EXPECT_TRUE(acl_->alive());
 }
 

@@ -5,11 +5,11 @@
 #include <array>
 #include <cstdio>
 
-#include "support/acl_e2e.h"
+#include "support/aclctl_script.h"
 
 namespace {
 
-class StressE2e : public AclE2eTest {
+class StressE2e : public AclScriptTest {
  protected:
   // Runs acl_stress for a second against the daemon; its exit status and what it printed. No
   // card or time-range events: their re-installs would repair the hardware the test takes away.
@@ -32,8 +32,7 @@ TEST_F(StressE2e, PassesOnAConsistentDaemonAndFailsOnAnAuditDifference) {
   // A list of its own (outside the tool's lists) bound in the generic global slot, which the
   // tool never changes: a fixed point the audit must find in the hardware.
   validRules(1999, 2);
-  run({"global", "set-generic", "in", "1999"});
-  run({"global", "switch", "in", "on"});
+  script("global set-generic in 1999; global switch in on");
   const struct {
     const char* name;
     bool clearHardware;

@@ -17,6 +17,11 @@ namespace {
 
 constexpr uint32_t kIpv4InCmd = 4;  // inIpv4Acl
 
+// A buffer or key area as the table functions take it.
+inline uintptr_t addr(const void* p) {
+  return reinterpret_cast<uintptr_t>(p);
+}
+
 std::array<uint8_t, ACL_GEM_KEY_LEN> key(uint32_t ifIndex, uint16_t onu, uint16_t gem,
                                          uint32_t filter = 0) {
   std::array<uint8_t, ACL_GEM_KEY_LEN> k{};
@@ -31,15 +36,13 @@ int32_t set(uint16_t onu, uint16_t gem, uint32_t cmd, std::optional<uint32_t> v)
   auto k = key(kPon, onu, gem);
   uint8_t word[4] = {};
   if (v) be::store32(word, *v);
-  return aclGemPortSetApi(reinterpret_cast<uintptr_t>(k.data()), cmd,
-                          v ? reinterpret_cast<uintptr_t>(word) : 0);
+  return aclGemPortSetApi(addr(k.data()), cmd, v ? addr(word) : 0);
 }
 
 std::optional<uint32_t> get(uint16_t onu, uint16_t gem, uint32_t cmd, int32_t* ret = nullptr) {
   auto k = key(kPon, onu, gem);
   uint8_t word[4] = {};
-  const int32_t r = aclGemPortGetApi(reinterpret_cast<uintptr_t>(k.data()), cmd,
-                                     reinterpret_cast<uintptr_t>(word));
+  const int32_t r = aclGemPortGetApi(addr(k.data()), cmd, addr(word));
   if (ret != nullptr) *ret = r;
   if (r != 0) return std::nullopt;
   return be::load32(word);
@@ -125,9 +128,8 @@ TEST_F(GemApiTest, RecordWalkFollowsTheFilter) {
     auto k = key(kPon, c.onu, c.gem, c.filter | 0x40000000);
     std::vector<std::pair<uint16_t, uint16_t>> got;
     auto next = k;
-    for (int32_t r = aclGemPortGetFirst(reinterpret_cast<uintptr_t>(k.data()), 0, 0); r == 0;
-         r = aclGemPortGetNext(reinterpret_cast<uintptr_t>(k.data()),
-                               reinterpret_cast<uintptr_t>(next.data()), 0)) {
+    for (int32_t r = aclGemPortGetFirst(addr(k.data()), 0, 0); r == 0;
+         r = aclGemPortGetNext(addr(k.data()), addr(next.data()), 0)) {
       if (!got.empty()) k = next;
       got.emplace_back(be::load16(k, 4), be::load16(k, 6));
       if (got.size() > 5) break;
@@ -148,12 +150,10 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
     uint16_t gem;
     int32_t want;
   };
-  const Case cases[] = {
-      {"every record", 0, 0, 0, kHwFault},
-      {"one ONU", kPon, 6, 0, 0},
-      {"one GEM port of any ONU", 0, 0, 3, 0},
-      {"an ONU without records", kPon, 9, 0, 0},
-  };
+  const Case cases[] = {{"every record", 0, 0, 0, kHwFault},
+                        {"one ONU", kPon, 6, 0, 0},
+                        {"one GEM port of any ONU", 0, 0, 3, 0},
+                        {"an ONU without records", kPon, 9, 0, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     plat::faultClear();
@@ -164,9 +164,7 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
     be::store32(index, ACL_GEM_STATS_ONU, c.onu);
     be::store16(index, ACL_GEM_STATS_GEM, c.gem);
     uint8_t word[4] = {};
-    EXPECT_EQ(aclGemPortStatsSetApi(reinterpret_cast<uintptr_t>(index.data()), 6,
-                                    reinterpret_cast<uintptr_t>(word)),
-              c.want);
+    EXPECT_EQ(aclGemPortStatsSetApi(addr(index.data()), 6, addr(word)), c.want);
   }
   // One record by its index; a record that is not there.
   std::array<uint8_t, ACL_GEM_STATS_INDEX_LEN> index{};
@@ -177,13 +175,9 @@ TEST_F(GemApiTest, ClearAllTakesZeroAsAny) {
   be::store16(index, ACL_GEM_STATS_GEM, 1);
   uint8_t word[4] = {};
   plat::faultClear();
-  EXPECT_EQ(aclGemPortStatsSetApi(reinterpret_cast<uintptr_t>(index.data()), 2,
-                                  reinterpret_cast<uintptr_t>(word)),
-            0);
+  EXPECT_EQ(aclGemPortStatsSetApi(addr(index.data()), 2, addr(word)), 0);
   be::store32(index, ACL_GEM_STATS_ONU, 7);
-  EXPECT_EQ(aclGemPortStatsSetApi(reinterpret_cast<uintptr_t>(index.data()), 2,
-                                  reinterpret_cast<uintptr_t>(word)),
-            ACL_ERR_IFSTATS_NOT_EXIST);
+  EXPECT_EQ(aclGemPortStatsSetApi(addr(index.data()), 2, addr(word)), ACL_ERR_IFSTATS_NOT_EXIST);
 }
 
 // The traffic policies of a GEM port act on its PON interface: each command reaches its operation
@@ -198,9 +192,8 @@ class GemPolicyTest : public IfTest {
   // The set as the command server makes it: buf points at a word holding the record's address.
   static int32_t policy(uint16_t onu, uint16_t gem, uint32_t cmd, const uint8_t* record) {
     auto k = key(kPon, onu, gem);
-    const auto word = reinterpret_cast<uintptr_t>(record);
-    return aclGemPortSetApi(reinterpret_cast<uintptr_t>(k.data()), cmd,
-                            reinterpret_cast<uintptr_t>(&word));
+    const auto word = addr(record);
+    return aclGemPortSetApi(addr(k.data()), cmd, addr(&word));
   }
   static Bytes request(bool apply, const Bytes& data) {
     Bytes r(ACL_TRAFFIC_REQ_LEN, 0);
@@ -263,16 +256,13 @@ TEST_F(GemPolicyTest, MissingRecordAddressOrUnlocatedInterfaceChangesNothing) {
   listOf(kList, {1, 2});
   const Bytes apply = request(true, num(RULE_ACTION_DENY, 4));
   auto k = key(kPon, 5, 3);
-  const auto keyAddr = reinterpret_cast<uintptr_t>(k.data());
+  const auto keyAddr = addr(k.data());
   const uintptr_t nullWord = 0;
   EXPECT_EQ(aclGemPortSetApi(keyAddr, 16, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclGemPortSetApi(keyAddr, 16, reinterpret_cast<uintptr_t>(&nullWord)),
-            CMN_ERR_BAD_PARAM);
+  EXPECT_EQ(aclGemPortSetApi(keyAddr, 16, addr(&nullWord)), CMN_ERR_BAD_PARAM);
   auto nowhere = key(9999, 5, 3);
-  const auto word = reinterpret_cast<uintptr_t>(apply.data());
-  EXPECT_EQ(aclGemPortSetApi(reinterpret_cast<uintptr_t>(nowhere.data()), 16,
-                             reinterpret_cast<uintptr_t>(&word)),
-            ACL_RET_IF_NO_LOCATION);
+  const auto word = addr(apply.data());
+  EXPECT_EQ(aclGemPortSetApi(addr(nowhere.data()), 16, addr(&word)), ACL_RET_IF_NO_LOCATION);
   EXPECT_TRUE(units().empty());
   EXPECT_EQ(aclListEntryGet(kList)->refCnt, 0);
   expectAuditClean();

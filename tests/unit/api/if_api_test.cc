@@ -7,6 +7,7 @@
 #include "api/acl_if_api.h"
 #include "api/acl_stats_api.h"
 #include "control/acl_slot.h"
+#include "support/device_lock.h"
 #include "support/table_call.h"
 #include "unit/hw/if_fixture.h"
 #include "wire/acl_ret.h"
@@ -16,6 +17,11 @@ namespace iftest {
 namespace {
 
 constexpr uint32_t kRelayIf = 0x04020000;
+
+// A buffer or key area as the table functions take it.
+inline uintptr_t addr(const void* p) {
+  return reinterpret_cast<uintptr_t>(p);
+}
 constexpr uint32_t kIpv4In = 24;
 constexpr uint32_t kBindTypeIpv4In = 1;  // ingress x 6 + the IPv4 column
 
@@ -33,17 +39,15 @@ class IfApiTest : public IfTest {
   static int32_t set(uint32_t ifIndex, uint32_t cmd, std::optional<uint32_t> v) {
     uint8_t word[4] = {};
     if (v) be::store32(word, *v);
-    return aclIfSetApi(ifIndex, cmd, v ? reinterpret_cast<uintptr_t>(word) : 0);
+    return aclIfSetApi(ifIndex, cmd, v ? addr(word) : 0);
   }
   static std::optional<uint32_t> get(uint32_t ifIndex, uint32_t cmd) {
     uint8_t word[4] = {};
-    if (aclIfGetApi(ifIndex, cmd, reinterpret_cast<uintptr_t>(word)) != 0) return std::nullopt;
+    if (aclIfGetApi(ifIndex, cmd, addr(word)) != 0) return std::nullopt;
     return be::load32(word);
   }
   static void remote(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.interfaces[unit].location[ZOR_LOC_SYS] = 2;
+    test::onDevice([&](vdev::Device& d) { d.model.interfaces[unit].location[ZOR_LOC_SYS] = 2; });
   }
   static uint32_t failRelay(uint32_t cmd, int32_t result) {
     return plat::faultAdd({.call = "zorHwilCmdSyncApi", .cmd = kRelayIf + cmd, .result = result});
@@ -159,7 +163,7 @@ TEST_F(IfApiTest, GetAnswersItsAttributesAndRefusesTheRest) {
   EXPECT_EQ(get(kPort, 2), ACL_IF_CTRL_OFF);
   EXPECT_EQ(get(kPort, 17), 1u);
   uint8_t word[4] = {};
-  const auto w = reinterpret_cast<uintptr_t>(word);
+  const auto w = addr(word);
   EXPECT_EQ(aclIfGetApi(kPort, 5, w), CMN_ERR_NOT_SUPPORTED);
   EXPECT_EQ(aclIfGetApi(kPort, 19, w), CMN_ERR_NOT_SUPPORTED);
   EXPECT_EQ(aclIfGetApi(kPort, kIpv4In, 0), CMN_ERR_BAD_PARAM);
@@ -174,21 +178,20 @@ TEST_F(IfApiTest, WalksAndInterfaceStatistics) {
   for (uint32_t u : {202u, kPort}) ASSERT_EQ(set(u, kIpv4In, 1001), 0);
 
   uint8_t word[4] = {}, next[4] = {};
-  ASSERT_EQ(aclIfGetFirst(reinterpret_cast<uintptr_t>(word), 0, 0), 0);
+  ASSERT_EQ(aclIfGetFirst(addr(word), 0, 0), 0);
   EXPECT_EQ(be::load32(word), kPort);
-  ASSERT_EQ(aclIfGetNext(kPort, reinterpret_cast<uintptr_t>(next), 0), 0);
+  ASSERT_EQ(aclIfGetNext(kPort, addr(next), 0), 0);
   EXPECT_EQ(be::load32(next), 202u);
-  EXPECT_EQ(aclIfGetNext(202, reinterpret_cast<uintptr_t>(next), 0), -1);
+  EXPECT_EQ(aclIfGetNext(202, addr(next), 0), -1);
 
   uint8_t key[ACL_IF_LST_KEY_LEN] = {}, nkey[ACL_IF_LST_KEY_LEN] = {};
   EXPECT_EQ(aclIfLstGetFirst(0, 0, 0), ACL_RET_INVALID);
-  EXPECT_EQ(aclIfLstGetNext(reinterpret_cast<uintptr_t>(key), 0, 0), ACL_RET_INVALID);
-  ASSERT_EQ(aclIfLstGetFirst(reinterpret_cast<uintptr_t>(key), 0, 0), 0);
-  EXPECT_EQ(be::load32(key + ACL_IF_LST_KEY_LST), 1001u);
-  EXPECT_EQ(be::load32(key + ACL_IF_LST_KEY_TYPE), ACL_BIND_KIND_IPV4);
+  EXPECT_EQ(aclIfLstGetNext(addr(key), 0, 0), ACL_RET_INVALID);
+  ASSERT_EQ(aclIfLstGetFirst(addr(key), 0, 0), 0);
+  EXPECT_EQ(std::pair(be::load32(key + ACL_IF_LST_KEY_LST), be::load32(key + ACL_IF_LST_KEY_TYPE)),
+            std::pair(1001u, uint32_t{ACL_BIND_KIND_IPV4}));
   std::vector<uint32_t> ifs = {be::load32(key + ACL_IF_LST_KEY_IF)};
-  while (aclIfLstGetNext(reinterpret_cast<uintptr_t>(key), reinterpret_cast<uintptr_t>(nkey), 0) ==
-         0) {
+  while (aclIfLstGetNext(addr(key), addr(nkey), 0) == 0) {
     ifs.push_back(be::load32(nkey + ACL_IF_LST_KEY_IF));
     std::memcpy(key, nkey, sizeof key);
   }
@@ -198,11 +201,10 @@ TEST_F(IfApiTest, WalksAndInterfaceStatistics) {
   uint8_t idx[ACL_STATS_INDEX_LEN] = {}, nidx[ACL_STATS_INDEX_LEN] = {};
   be::store32(idx + ACL_STATS_INDEX_IF, 202);
   idx[ACL_STATS_INDEX_FILTER] = 0x80u >> ACL_STATS_FILTER_IF;
-  ASSERT_EQ(aclIfStatsGetFirst(reinterpret_cast<uintptr_t>(idx), 0, 0), 0);
+  ASSERT_EQ(aclIfStatsGetFirst(addr(idx), 0, 0), 0);
   std::vector<std::pair<uint32_t, uint32_t>> walked = {
       {be::load32(idx + ACL_STATS_INDEX_RULE), be::load32(idx + ACL_STATS_INDEX_IF)}};
-  while (aclIfStatsGetNext(reinterpret_cast<uintptr_t>(idx), reinterpret_cast<uintptr_t>(nidx),
-                           0) == 0) {
+  while (aclIfStatsGetNext(addr(idx), addr(nidx), 0) == 0) {
     walked.push_back(
         {be::load32(nidx + ACL_STATS_INDEX_RULE), be::load32(nidx + ACL_STATS_INDEX_IF)});
     std::memcpy(idx, nidx, sizeof idx);
@@ -212,27 +214,23 @@ TEST_F(IfApiTest, WalksAndInterfaceStatistics) {
   test::Desc answer(ACL_STATS_ANSWER_LEN);
   // The record is found by its four keys; the rule's counter was never created, so the read
   // stops there.
-  EXPECT_EQ(aclIfStatsGetApi(reinterpret_cast<uintptr_t>(idx), 1, answer.addr()),
-            ACL_ERR_COUNTER_GET);
+  EXPECT_EQ(aclIfStatsGetApi(addr(idx), 1, answer.addr()), ACL_ERR_COUNTER_GET);
   be::store32(idx + ACL_STATS_INDEX_RULE, 9);
-  EXPECT_EQ(aclIfStatsGetApi(reinterpret_cast<uintptr_t>(idx), 1, answer.addr()),
-            ACL_ERR_IFSTATS_NOT_EXIST);
-  EXPECT_EQ(aclIfStatsSetApi(reinterpret_cast<uintptr_t>(idx), 2, 0), ACL_ERR_IFSTATS_NOT_EXIST);
-  EXPECT_EQ(aclIfStatsSetApi(reinterpret_cast<uintptr_t>(idx), 3, 0), ACL_RET_UNKNOWN);
+  EXPECT_EQ(aclIfStatsGetApi(addr(idx), 1, answer.addr()), ACL_ERR_IFSTATS_NOT_EXIST);
+  EXPECT_EQ(aclIfStatsSetApi(addr(idx), 2, 0), ACL_ERR_IFSTATS_NOT_EXIST);
+  EXPECT_EQ(aclIfStatsSetApi(addr(idx), 3, 0), ACL_RET_UNKNOWN);
 
   // Clear-all stops at the first refused clear; which records it reached tells the scope.
   const auto clears = [&](uint32_t ifIndex) {
     const uint32_t id = plat::faultAdd(
         {.call = "zorIfSetApi", .cmd = ZOR_IF_FIELD_STATS, .result = 0, .count = -1});
     be::store32(idx + ACL_STATS_INDEX_IF, ifIndex);
-    EXPECT_EQ(aclIfStatsSetApi(reinterpret_cast<uintptr_t>(idx), 6, 0), 0);
+    EXPECT_EQ(aclIfStatsSetApi(addr(idx), 6, 0), 0);
     const uint32_t n = faultHits(id);
     plat::faultRemove(id);
     return n;
   };
-  EXPECT_EQ(clears(202), 2u);
-  EXPECT_EQ(clears(0), 4u);
-  EXPECT_EQ(clears(777), 0u);
+  EXPECT_EQ((std::vector{clears(202), clears(0), clears(777)}), (std::vector<uint32_t>{2, 4, 0}));
 }
 
 }  // namespace

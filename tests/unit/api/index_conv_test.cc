@@ -28,46 +28,40 @@ class IndexConv : public ::testing::Test {
     EXPECT_EQ(avl_add(&gaclGrp.listTree, l), 0);
     return l;
   }
-  static uint32_t call(int32_t (*f)(uintptr_t, uintptr_t, uintptr_t), uint32_t idx, int32_t* ret) {
+  // The value written and the answer of f(idx).
+  static std::pair<uint32_t, int32_t> call(int32_t (*f)(uintptr_t, uintptr_t, uintptr_t),
+                                           uint32_t idx) {
     uint8_t word[4] = {0xEE, 0xEE, 0xEE, 0xEE};
-    *ret = f(idx, reinterpret_cast<uintptr_t>(word), 0);
-    return be::load32(word);
+    const int32_t ret = f(idx, reinterpret_cast<uintptr_t>(word), 0);
+    return {be::load32(word), ret};
   }
 
   test::TempRunDir runDir;
 };
 
 TEST_F(IndexConv, FreeIdxToIndexEchoesWhetherOrNotTheListExists) {
-  int32_t ret = 0;
-  EXPECT_EQ(call(aclFreeIdxToIndex, 7, &ret), 7u);
-  EXPECT_EQ(ret, ACL_RET_OK);
+  using R = std::pair<uint32_t, int32_t>;
+  EXPECT_EQ(call(aclFreeIdxToIndex, 7), R(7, ACL_RET_OK));
   ASSERT_EQ(aclOptInit(), 0);
-  EXPECT_EQ(call(aclFreeIdxToIndex, 7, &ret), 7u);
-  EXPECT_EQ(call(aclFreeIdxToIndex, 0xFFFFFFFF, &ret), 0xFFFFFFFFu);
-  EXPECT_EQ(ret, ACL_RET_OK);
+  EXPECT_EQ(call(aclFreeIdxToIndex, 7), R(7, ACL_RET_OK));
+  EXPECT_EQ(call(aclFreeIdxToIndex, 0xFFFFFFFF), R(0xFFFFFFFF, ACL_RET_OK));
   EXPECT_EQ(aclFreeIdxToIndex(7, 0, 0), CMN_ERR_BAD_PARAM);
 }
 
 TEST_F(IndexConv, IndexToFreeIdxReportsTheListsFreeIdx) {
-  int32_t ret = 0;
+  using R = std::pair<uint32_t, int32_t>;
+  const R missing(0xEEEEEEEE, ACL_ERR_LIST_NOT_EXIST);  // no answer written
   // Before start-up there are no lists, and nothing to crash on.
-  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 0xEEEEEEEEu);
-  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
-
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7), missing);
   ASSERT_EQ(aclOptInit(), 0);
-  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 0xEEEEEEEEu)
-      << "no answer written for a missing list";
-  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
-
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7), missing);
   addList(7, 7);
   addList(2001, 2001);
   // The field is what is reported, not the index the caller gave.
   addList(3001, 12);
-  EXPECT_EQ(call(aclIndexToFreeIdx, 7, &ret), 7u);
-  EXPECT_EQ(ret, ACL_RET_OK);
-  EXPECT_EQ(call(aclIndexToFreeIdx, 3001, &ret), 12u);
-  EXPECT_EQ(call(aclIndexToFreeIdx, 2000, &ret), 0xEEEEEEEEu);
-  EXPECT_EQ(ret, ACL_ERR_LIST_NOT_EXIST);
+  EXPECT_EQ(call(aclIndexToFreeIdx, 7), R(7, ACL_RET_OK));
+  EXPECT_EQ(call(aclIndexToFreeIdx, 3001), R(12, ACL_RET_OK));
+  EXPECT_EQ(call(aclIndexToFreeIdx, 2000), missing);
   EXPECT_EQ(aclIndexToFreeIdx(7, 0, 0), CMN_ERR_BAD_PARAM);
 }
 

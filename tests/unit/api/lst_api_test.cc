@@ -15,6 +15,7 @@
 #include "platform/vdev/model.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "support/device_lock.h"
 #include "support/run_dir.h"
 #include "support/table_call.h"
 #include "wire/acl_ret.h"
@@ -56,9 +57,7 @@ class LstApi : public ::testing::Test {
     return d.text();
   }
   static std::vector<vdev::Relay> relays() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.relays;
+    return test::onDevice([&](vdev::Device& d) { return d.journal.relays; });
   }
   static std::vector<uint32_t> walk() {
     std::vector<uint32_t> out;
@@ -215,12 +214,9 @@ TEST_F(LstApi, CommandIdsAndCodes) {
     EXPECT_EQ(aclLstGetApi(7, cmd, empty.addr()), emptyQuery[cmd - 10]) << cmd;
   }
   // Null buffers get an answer.
-  EXPECT_EQ(aclLstGetApi(7, 2, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclLstSetApi(7, 3, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclLstSetApi(7, 1, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclLstSetApi(8, 9, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclLstGetFirst(0, 0, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclLstGetNext(7, 0, 0), CMN_ERR_BAD_PARAM);
+  EXPECT_EQ((std::vector{aclLstGetApi(7, 2, 0), aclLstSetApi(7, 3, 0), aclLstSetApi(7, 1, 0),
+                         aclLstSetApi(8, 9, 0), aclLstGetFirst(0, 0, 0), aclLstGetNext(7, 0, 0)}),
+            std::vector<int32_t>(6, CMN_ERR_BAD_PARAM));
   EXPECT_EQ(aclListEntryGet(8), nullptr);
   // Deleting a list with rules frees them.
   ASSERT_EQ(set(7, ACL_LST_CMD_STATUS, ACL_LST_STATUS_DELETE), 0);

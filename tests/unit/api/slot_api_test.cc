@@ -2,6 +2,7 @@
 #include "api/acl_slot_api.h"
 #include "control/acl_slot_show.h"
 #include "platform/proc.h"
+#include "support/device_lock.h"
 #include "support/table_call.h"
 #include "unit/control/slot_fixture.h"
 #include "wire/acl_slot_names.h"
@@ -54,23 +55,19 @@ TEST_F(SlotApiTest, GetReadsTheCardsRecordsOrTheLedgerAndThePrintersShowThem) {
   const struct {
     uintptr_t key, cmd, buf;
     int32_t expected;
-  } refusals[] = {
-      {missing.addr(), 0, records.addr(), CMN_ERR_NOT_FOUND},
-      {0, 0, records.addr(), CMN_ERR_BAD_PARAM},
-      {k.addr(), 0, 0, CMN_ERR_BAD_PARAM},
-      {k.addr(), 1, shortLedger.addr(), CMN_ERR_BUFFER_SHORT},
-      {k.addr(), 7, 0, 0},
-  };
+  } refusals[] = {{missing.addr(), 0, records.addr(), CMN_ERR_NOT_FOUND},
+                  {0, 0, records.addr(), CMN_ERR_BAD_PARAM},
+                  {k.addr(), 0, 0, CMN_ERR_BAD_PARAM},
+                  {k.addr(), 1, shortLedger.addr(), CMN_ERR_BUFFER_SHORT},
+                  {k.addr(), 7, 0, 0}};
   for (const auto& r : refusals) {
     EXPECT_EQ(aclSlotResourceGetApi(r.key, r.cmd, r.buf), r.expected) << r.cmd;
   }
 
-  {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
+  test::onDevice([&](vdev::Device& d) {
     d.model.slots[{1, 2}].resources.resize(2);
     d.model.slots[{1, 1}].resources.clear();
-  }
+  });
   plat::ShellCapture out;
   aclSlotShow();
   EXPECT_NE(out.text().find("slot:2\r\n"), std::string::npos);

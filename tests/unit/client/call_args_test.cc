@@ -9,17 +9,19 @@ namespace {
 using aclclient::buildRequest;
 using aclclient::CallArgs;
 using aclclient::parseFunc;
-using wire::BufShape;
-using wire::KeyShape;
 
-wire::Request build(const std::string& func, CallArgs args, bool expectOk = true) {
-  wire::Request req;
-  std::string err;
+// The request aclctl builds, as one line: "key:SHAPE/VALUE/HEX cmd:N buf:SHAPE/VALUE/CAP/HEX",
+// or "refused".
+std::string build(const std::string& func, CallArgs args) {
   const auto f = parseFunc(func);
   EXPECT_TRUE(f.has_value()) << func;
-  if (!f) return req;
-  EXPECT_EQ(buildRequest(*f, args, &req, &err), expectOk) << func << ": " << err;
-  return req;
+  wire::Request r;
+  std::string err;
+  if (!f || !buildRequest(*f, args, &r, &err)) return "refused";
+  return "key:" + std::to_string(int(r.keyShape)) + "/" + std::to_string(r.keyValue) + "/" +
+         aclclient::toHex(r.key) + " cmd:" + std::to_string(r.cmd) +
+         " buf:" + std::to_string(int(r.bufShape)) + "/" + std::to_string(r.bufValue) + "/" +
+         std::to_string(r.descCapacity) + "/" + aclclient::toHex(r.data);
 }
 
 TEST(AclctlCall, FunctionsByNameOrId) {
@@ -28,61 +30,45 @@ TEST(AclctlCall, FunctionsByNameOrId) {
   EXPECT_FALSE(parseFunc("0x100000000"));
 }
 
-TEST(AclctlCall, KeyAndBufferForms) {
-  auto r = build("aclLstSetApi", {"2001", "1", "d:61636c"});
-  EXPECT_EQ(r.keyShape, KeyShape::Value);
-  EXPECT_EQ(r.keyValue, 2001u);
-  EXPECT_EQ(r.cmd, 1u);
-  EXPECT_EQ(r.bufShape, BufShape::Desc);
-  EXPECT_EQ(r.descCapacity, 3u);
-  EXPECT_EQ(r.data, (std::vector<uint8_t>{'a', 'c', 'l'}));
-
-  r = build("aclRuleGetApi", {"x:000007D10000000100000000", "0x10", "dlen:128"});
-  EXPECT_EQ(r.keyShape, KeyShape::Bytes);
-  EXPECT_EQ(r.key.size(), 12u);
-  EXPECT_EQ(r.cmd, 16u);
-  EXPECT_EQ(r.descCapacity, 128u);
-  EXPECT_TRUE(r.data.empty());
-
-  r = build("aclScalarSetApi", {"-", "5", "u32:0xFFFFFFFF"});
-  EXPECT_EQ(r.keyShape, KeyShape::None);
-  EXPECT_EQ(r.bufShape, BufShape::Value);
-  EXPECT_EQ(r.bufValue, 0xFFFFFFFFu);
-
-  EXPECT_EQ(build("aclIfSetApi", {"5", "34", "p:0102"}).bufShape, BufShape::Ptr);
-  EXPECT_TRUE(build("aclIfSetApi", {"5", "34", "p:"}).data.empty());  // a null record address
-  EXPECT_EQ(build("aclIfSetApi", {"5", "34", "x:0102"}).bufShape, BufShape::Raw);
-  EXPECT_EQ(build("aclIfSetApi", {"5", "34", "-"}).bufShape, BufShape::None);
-}
-
-TEST(AclctlCall, ShapesDecideWhatIsTaken) {
-  // GetFirst: the key area, zeroed at the family's width unless given.
-  auto r = build("aclStatsGetFirst", {"-", "", "-"});
-  EXPECT_EQ(r.keyShape, KeyShape::Bytes);
-  EXPECT_EQ(r.key, std::vector<uint8_t>(28, 0));
-  r = build("aclLstGetFirst", {"1000", "", "-"});
-  EXPECT_EQ(r.key, (std::vector<uint8_t>{0, 0, 0x03, 0xE8}));
-  // GetNext: the current key as the family passes it.
-  r = build("aclLstGetNext", {"1000", "", "-"});
-  EXPECT_EQ(r.keyShape, KeyShape::Value);
-  EXPECT_EQ(r.keyValue, 1000u);
-  // Index conversion: the index, and a value word for the answer.
-  r = build("aclFreeIdxToIndex", {"7", "", "-"});
-  EXPECT_EQ(r.keyValue, 7u);
-  EXPECT_EQ(r.bufShape, BufShape::Value);
-  // Walks and conversions take no CMD or BUF.
-  build("aclLstGetFirst", {"-", "1", "-"}, false);
-  build("aclIndexToFreeIdx", {"7", "", "u32:1"}, false);
-}
-
-TEST(AclctlCall, MalformedArgumentsAreUsageErrors) {
-  build("aclLstSetApi", {"abc", "1", "-"}, false);
-  build("aclLstSetApi", {"1", "-3", "-"}, false);
-  build("aclLstSetApi", {"x:123", "1", "-"}, false);  // odd number of digits
-  build("aclLstSetApi", {"1", "1", "u32:"}, false);
-  build("aclLstSetApi", {"1", "1", "d:zz"}, false);
-  build("aclLstSetApi", {"1", "1", "q:00"}, false);
-  build("aclLstSetApi", {"1", "1", "u32:4294967296"}, false);
+// Key shapes: 0 none, 1 value, 2 bytes; buffer shapes: 0 none, 1 value, 2 desc, 3 ptr, 4 raw.
+TEST(AclctlCall, EachFormBuildsItsRequest) {
+  const std::string z28(56, '0');
+  const struct {
+    const char* func;
+    CallArgs args;
+    std::string want;
+  } cases[] = {
+      {"aclLstSetApi", {"2001", "1", "d:61636c"}, "key:1/2001/ cmd:1 buf:2/0/3/61636c"},
+      {"aclRuleGetApi",
+       {"x:000007D10000000100000000", "0x10", "dlen:128"},
+       "key:2/0/000007d10000000100000000 cmd:16 buf:2/0/128/"},
+      {"aclScalarSetApi", {"-", "5", "u32:0xFFFFFFFF"}, "key:0/0/ cmd:5 buf:1/4294967295/0/"},
+      {"aclIfSetApi", {"5", "34", "p:0102"}, "key:1/5/ cmd:34 buf:3/0/0/0102"},
+      {"aclIfSetApi", {"5", "34", "p:"}, "key:1/5/ cmd:34 buf:3/0/0/"},  // a null record address
+      {"aclIfSetApi", {"5", "34", "x:0102"}, "key:1/5/ cmd:34 buf:4/0/0/0102"},
+      {"aclIfSetApi", {"5", "34", "-"}, "key:1/5/ cmd:34 buf:0/0/0/"},
+      // GetFirst: the key area, zeroed at the family's width unless given.
+      {"aclStatsGetFirst", {"-", "", "-"}, "key:2/0/" + z28 + " cmd:0 buf:0/0/0/"},
+      {"aclLstGetFirst", {"1000", "", "-"}, "key:2/0/000003e8 cmd:0 buf:0/0/0/"},
+      // GetNext: the current key as the family passes it.
+      {"aclLstGetNext", {"1000", "", "-"}, "key:1/1000/ cmd:0 buf:0/0/0/"},
+      // Index conversion: the index, and a value word for the answer.
+      {"aclFreeIdxToIndex", {"7", "", "-"}, "key:1/7/ cmd:0 buf:1/0/0/"},
+      // Walks and conversions take no CMD or BUF.
+      {"aclLstGetFirst", {"-", "1", "-"}, "refused"},
+      {"aclIndexToFreeIdx", {"7", "", "u32:1"}, "refused"},
+      // Malformed arguments.
+      {"aclLstSetApi", {"abc", "1", "-"}, "refused"},
+      {"aclLstSetApi", {"1", "-3", "-"}, "refused"},
+      {"aclLstSetApi", {"x:123", "1", "-"}, "refused"},  // odd number of digits
+      {"aclLstSetApi", {"1", "1", "u32:"}, "refused"},
+      {"aclLstSetApi", {"1", "1", "d:zz"}, "refused"},
+      {"aclLstSetApi", {"1", "1", "q:00"}, "refused"},
+      {"aclLstSetApi", {"1", "1", "u32:4294967296"}, "refused"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(build(c.func, c.args), c.want) << c.func << " " << c.args.key << " " << c.args.buf;
+  }
 }
 
 TEST(AclctlCall, SocketPathFollowsTheRunDirectory) {

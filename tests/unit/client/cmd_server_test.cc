@@ -73,6 +73,23 @@ class CmdServer : public ::testing::Test {
     return resp.bufValue;
   }
 
+  // Whether the server has hung up on c: its next read finds the connection closed.
+  static bool closed(aclclient::CmdClient& c) {
+    wire::Response resp;
+    uint32_t seq = 0;
+    std::string err;
+    return !c.readResponse(&seq, &resp, &err) && err == "the server closed the connection";
+  }
+  // n Get frames in one buffer: sequence numbers from seq0, keys key0, key0 + step, ...
+  static std::vector<uint8_t> burst(uint32_t n, uint32_t seq0, uint32_t step) {
+    std::vector<uint8_t> out;
+    for (uint32_t i = 0; i < n; ++i) {
+      const auto f = wire::encodeRequest(seq0 + i, getReq(i * step));
+      out.insert(out.end(), f.begin(), f.end());
+    }
+    return out;
+  }
+
   std::string dir_, path_;
 };
 
@@ -125,7 +142,7 @@ TEST_F(CmdServer, BrokenHeadersAreAnsweredAndTheConnectionClosed) {
     uint32_t seq = 0;
     ASSERT_TRUE(c->readResponse(&seq, &resp, &err)) << err;
     EXPECT_EQ(resp.status, k.expect) << k.offset;
-    EXPECT_FALSE(c->readResponse(&seq, &resp, &err)) << "connection left open, case " << k.offset;
+    EXPECT_TRUE(closed(*c)) << "connection left open, case " << k.offset;
   }
   EXPECT_EQ(gCalls, 0);
   EXPECT_EQ(callOnce(1), 2u);
@@ -134,13 +151,8 @@ TEST_F(CmdServer, BrokenHeadersAreAnsweredAndTheConnectionClosed) {
 TEST_F(CmdServer, ABurstIsAnsweredInOrderEvenAfterTheClientStopsSending) {
   start();
   auto c = connect();
-  std::vector<uint8_t> burst;
-  for (uint32_t i = 0; i < 5; ++i) {
-    const auto f = wire::encodeRequest(100 + i, getReq(i * 10));
-    burst.insert(burst.end(), f.begin(), f.end());
-  }
   std::string err;
-  ASSERT_TRUE(c->sendBytes(burst, &err)) << err;
+  ASSERT_TRUE(c->sendBytes(burst(5, 100, 10), &err)) << err;
   c->finishSending();
   wire::Response resp;
   uint32_t seq = 0;
@@ -149,9 +161,7 @@ TEST_F(CmdServer, ABurstIsAnsweredInOrderEvenAfterTheClientStopsSending) {
     EXPECT_EQ(seq, 100 + i);
     EXPECT_EQ(resp.bufValue, i * 10 + 1);
   }
-  // Then the server hangs up.
-  EXPECT_FALSE(c->readResponse(&seq, &resp, &err));
-  EXPECT_EQ(err, "the server closed the connection");
+  EXPECT_TRUE(closed(*c)) << "then the server hangs up";
 }
 
 TEST_F(CmdServer, HalfAFrameStallsOnlyItsSenderUntilItsDeadline) {
@@ -163,10 +173,7 @@ TEST_F(CmdServer, HalfAFrameStallsOnlyItsSenderUntilItsDeadline) {
   // Past the deadline the silent client loses its connection (others are served meanwhile: the
   // end-to-end tests show that).
   silUpTimeAdvanceForTest(60 * 1000);
-  wire::Response resp;
-  uint32_t seq = 0;
-  EXPECT_FALSE(silent->readResponse(&seq, &resp, &err));
-  EXPECT_EQ(err, "the server closed the connection");
+  EXPECT_TRUE(closed(*silent));
   EXPECT_EQ(callOnce(9), 10u);
   EXPECT_EQ(gCalls, 1);
 }
@@ -184,14 +191,11 @@ TEST_F(CmdServer, AtTheCapTheLongestIdleConnectionMakesRoomAndIdleOnesExpire) {
   ASSERT_TRUE(held[0]->call(getReq(0), &resp, &err)) << err;  // the first is active again
   silUpTimeAdvanceForTest(1);
   EXPECT_EQ(callOnce(100), 101u);
-  uint32_t seq = 0;
-  EXPECT_FALSE(held[1]->readResponse(&seq, &resp, &err)) << "the longest idle was kept";
-  EXPECT_EQ(err, "the server closed the connection");
+  EXPECT_TRUE(closed(*held[1])) << "the longest idle was kept";
   for (size_t i : {0u, 2u, 63u}) EXPECT_TRUE(held[i]->call(getReq(7), &resp, &err)) << i << err;
   // Idle past the deadline, every connection goes.
   silUpTimeAdvanceForTest(31 * 1000);
-  EXPECT_FALSE(held[5]->readResponse(&seq, &resp, &err));
-  EXPECT_EQ(err, "the server closed the connection");
+  EXPECT_TRUE(closed(*held[5]));
 }
 
 TEST_F(CmdServer, WhenEveryConnectionIsBusyANewcomerWaitsForADeadline) {
@@ -220,14 +224,10 @@ TEST_F(CmdServer, AClientThatNeverReadsItsAnswersHoldsUpOnlyItself) {
   auto slow = connect();
   // Far more answers than the socket buffers hold.
   constexpr int kFrames = 5000;
-  std::vector<uint8_t> burst;
-  for (uint32_t i = 0; i < kFrames; ++i) {
-    const auto f = wire::encodeRequest(i, getReq(i));
-    burst.insert(burst.end(), f.begin(), f.end());
-  }
+  const std::vector<uint8_t> frames = burst(kFrames, 0, 1);
   std::thread sender([&] {
     std::string err;
-    slow->sendBytes(burst, &err);  // blocks once the server stops reading, until dropped
+    slow->sendBytes(frames, &err);  // blocks once the server stops reading, until dropped
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   for (uint32_t k = 0; k < 3; ++k) EXPECT_EQ(callOnce(k), k + 1);

@@ -59,12 +59,12 @@ TEST(StressPlan, StepNames) {
     std::set<DevStep> steps;
   };
   const Case cases[] = {
+      // clang-format off
       {"fault", true, {DevStep::Fault}},
       {"iface,card", true, {DevStep::InterfaceToggle, DevStep::CardUp}},
       {"all", true, {}},  // every kind: checked by size below
-      {"iface,", false, {}},
-      {"cards", false, {}},
-      {"", false, {}},
+      {"iface,", false, {}}, {"cards", false, {}}, {"", false, {}},
+      // clang-format on
   };
   for (const Case& c : cases) {
     std::set<DevStep> got;
@@ -142,10 +142,10 @@ TEST(StressTally, VerdictAndReport) {
     bool passed;
   };
   const Case cases[] = {
-      {"refusals only", 3, 0, 2, 0, true},
-      {"a failure", 0, 1, 2, 0, false},
-      {"an audit with differences", 0, 0, 2, 1, false},
-      {"no audit at all", 0, 0, 0, 0, false},
+      // clang-format off
+      {"refusals only", 3, 0, 2, 0, true}, {"a failure", 0, 1, 2, 0, false},
+      {"an audit with differences", 0, 0, 2, 1, false}, {"no audit at all", 0, 0, 0, 0, false},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

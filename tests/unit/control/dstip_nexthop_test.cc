@@ -60,14 +60,12 @@ TEST_F(NextHopTest, FamilyTellsEqualLeadingBytesApart) {
 }
 
 TEST_F(NextHopTest, SingleNextHopResolvesAndIsLost) {
-  list(1001);
-  validRule(1001, 1);
+  listOf(1001, {1});
   AclRuleEntry* r = validRule(1001, 2);
   nextHop(r, "198.51.100.1");
   AclListEntry* l = bind();
   EXPECT_EQ(global(), (HwView{{{1001, 1, kIn}, 8193}}));
-  EXPECT_EQ(r->nhNum, 1);
-  EXPECT_EQ(r->nhLearned, 0);
+  EXPECT_EQ(hops(r), std::pair(1, 0));
 
   const Bytes hop = ip4("198.51.100.1");
   EXPECT_EQ(report(hop), 0);  // still unknown: nothing changes
@@ -96,8 +94,7 @@ TEST_F(NextHopTest, MultiHopRuleNeedsEveryNextHop) {
   AclRuleEntry* r = validRule(1001, 3);
   multiHop(r, {"192.0.2.1", "192.0.2.2", "198.51.100.7"});
   bind();
-  EXPECT_EQ(r->nhNum, 3);
-  EXPECT_EQ(r->nhLearned, 2);
+  EXPECT_EQ(hops(r), std::pair(3, 2));
   EXPECT_TRUE(global().empty());
 
   const Bytes third = ip4("198.51.100.7");
@@ -130,8 +127,7 @@ TEST_F(NextHopTest, RepeatedReportChangesNothingRelearnReinstalls) {
 }
 
 TEST_F(NextHopTest, ListAddRetriesEveryTwoSecondsUntilItSucceeds) {
-  list(1001);
-  validRule(1001, 1);
+  listOf(1001, {1});
   AclListEntry* l = bind();
   failRule(HWIL_CMD_GLOBAL_ADD, 1001, 1, 2);
 
@@ -149,8 +145,7 @@ TEST_F(NextHopTest, ListAddRetriesEveryTwoSecondsUntilItSucceeds) {
 // A re-installation refused for want of a statistics record (for the rule whose next hop just
 // resolved) leaves that binding out of the hardware with no record for it until the retry.
 TEST_F(NextHopTest, ReinstallWithoutARecordRollsBackAndRetries) {
-  list(1001);
-  counted(validRule(1001, 1));
+  listOf(1001, {}, {1});
   AclRuleEntry* r = validRule(1001, 2);
   counted(r);
   nextHop(r, "198.51.100.1");
@@ -169,8 +164,7 @@ TEST_F(NextHopTest, ReinstallWithoutARecordRollsBackAndRetries) {
 }
 
 TEST_F(NextHopTest, ListAddStopsWhenTheRemovalFails) {
-  list(1001);
-  validRule(1001, 1);
+  listOf(1001, {1});
   AclListEntry* l = bind();
   failRule(HWIL_CMD_GLOBAL_DEL, 1001, 1);
   EXPECT_EQ(aclNextHopListAdd(1001), kHwFault);
@@ -179,9 +173,7 @@ TEST_F(NextHopTest, ListAddStopsWhenTheRemovalFails) {
 }
 
 TEST_F(NextHopTest, GenericSlotsCountOnlyWhileSwitchedOn) {
-  list(1001);
-  validRule(1001, 1);
-  AclListEntry* bound = aclListEntryGet(1001);
+  AclListEntry* bound = listOf(1001, {1});
   ASSERT_EQ(aclGlbAdd(bound, ACL_GLB_DIR_OUT, nullptr, 0), 0);
   gaclGrp.outCtrlList = 1001;
   gaclGrp.outCtrl = 2;
@@ -225,8 +217,7 @@ TEST_F(NextHopTest, FailedSecondBindingKeepsTheFirstOnesNextHops) {
 
   failRule(HWIL_CMD_GLOBAL_ADD, 1001, 2);
   EXPECT_EQ(aclGlbAdd(l, ACL_GLB_DIR_OUT, nullptr, 2), kHwFault);
-  EXPECT_EQ(r->nhNum, 1);
-  EXPECT_EQ(r->nhLearned, 1);
+  EXPECT_EQ(hops(r), std::pair(1, 1));
   EXPECT_EQ(detectListSize(), 1u);
   neighbour(hop, false);
   EXPECT_EQ(report(hop), 0);
@@ -257,16 +248,12 @@ TEST_F(NextHopTest, RollbacksAndDeletedRulesLeaveNoTracking) {
   AclRuleEntry* again = validRule(1001, 1);
   nextHop(again, "198.51.100.1");
   EXPECT_EQ(aclGlbRuleAddOne(l, again, kIn, 2), -1) << "its next hop is still unknown";
-  EXPECT_EQ(again->nhNum, 1);
-  EXPECT_EQ(again->nhLearned, 0);
+  EXPECT_EQ(hops(again), std::pair(1, 0));
   EXPECT_EQ(global().count({1001, 1, kIn}), 0u);
 }
 
 TEST_F(NextHopTest, PreStageRuleIsRemovedOnce) {
-  list(1001);
-  validRule(1001, 1);
-  validRule(1001, 2);
-  ASSERT_EQ(aclGlbAdd(aclListEntryGet(1001), ACL_GLB_DIR_VFP, nullptr, 2), 0);
+  ASSERT_EQ(aclGlbAdd(listOf(1001, {1, 2}), ACL_GLB_DIR_VFP, nullptr, 2), 0);
   gaclGrp.slots.inL2VfpAcl = 1001;
   gaclGrp.slots.inIpv4VfpAcl = 1001;
   EXPECT_EQ(aclNextHopListRuleDel(1001, 2), 0);

@@ -11,6 +11,7 @@
 #include "diag/acl_audit.h"
 #include "main/acl_log.h"
 #include "platform/logging.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 
 namespace rebindtest {
@@ -31,9 +32,7 @@ using SeqView = std::map<AnyKey, uint64_t>;
 class RebindTest : public IfTest {
  protected:
   static bool rangeActive(uint32_t tr) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.timeRanges[tr].active;
+    return test::onDevice([&](vdev::Device& d) { return d.model.timeRanges[tr].active; });
   }
   // The rule follows the range, with the state the service gives it now.
   static AclRuleEntry* follow(AclRuleEntry* r, uint32_t tr) {
@@ -44,11 +43,7 @@ class RebindTest : public IfTest {
   }
   // The range switches in the service and the switch reaches the daemon (message 396 or 397).
   static void switchRange(uint32_t tr, bool active) {
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
-      d.model.timeRanges[tr].active = active;
-    }
+    test::onDevice([&](vdev::Device& d) { d.model.timeRanges[tr].active = active; });
     const Bytes body = num(tr, 4);
     aclTimerangeStateChangeProcess(body, active ? 1 : 0);
   }

@@ -6,6 +6,7 @@
 #include "main/acl_task.h"
 #include "platform/fault.h"
 #include "platform/logging.h"
+#include "support/device_lock.h"
 #include "unit/control/slot_fixture.h"
 #include "wire/be.h"
 
@@ -24,9 +25,7 @@ std::vector<uint8_t> message(uint16_t type, std::vector<uint32_t> words, uint8_t
 }
 
 void setCardOption(uint32_t slot, const char* key, const char* value) {
-  auto& d = vdev::device();
-  std::lock_guard lock(d.mutex);
-  d.model.slots[{1, slot}].card->options[key] = value;
+  test::onDevice([&](vdev::Device& d) { d.model.slots[{1, slot}].card->options[key] = value; });
 }
 
 size_t cardUpCompletions() {
@@ -50,8 +49,9 @@ TEST_F(SlotTest, CardOptionsSetCapacitiesOnlyWhenTheyArePositiveNumbers) {
     EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4In], c.expected) << '"' << c.value << '"';
   }
   // The other stages come from their own query: the built-in line cards say 1024 and 256.
-  EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4Out], 1024u);
-  EXPECT_EQ(aclSlotEntryGet(1, 2)->maxSubRuleNum[kIpv4Vfp], 256u);
+  const AclSlotEntry* s2 = aclSlotEntryGet(1, 2);
+  EXPECT_EQ(std::pair(s2->maxSubRuleNum[kIpv4Out], s2->maxSubRuleNum[kIpv4Vfp]),
+            std::pair(1024u, 256u));
 
   // A query the card refuses keeps what the slot had, and is told only in the debug log.
   gaclGrp.debugFlags = 0x101;

@@ -16,6 +16,7 @@
 #include "platform/vdev/model.h"
 #include "store/acl_list.h"
 #include "store/acl_rule.h"
+#include "support/device_lock.h"
 #include "support/run_dir.h"
 #include "wire/acl_ret.h"
 
@@ -35,13 +36,11 @@ class SlotTest : public ::testing::Test {
   void start(const char* maxSlotNum = nullptr) {
     aclResetForTest();
     if (maxSlotNum) plat::optSet("acl.maxslotnum", maxSlotNum);
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
+    test::onDevice([&](vdev::Device& d) {
       d.model.interfaces[kAllSlot].index = kAllSlot;
       d.model.interfaces[kAllSlot].location[ZOR_LOC_SYS] = 1;
       d.model.interfaces[kAllSlot].location[ZOR_LOC_KIND] = ZOR_IF_KIND_ALLSLOT;
-    }
+    });
     ASSERT_EQ(aclOptInit(), 0);
   }
   // List lstIdx with rules 1..n.

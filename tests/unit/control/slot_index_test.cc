@@ -14,6 +14,7 @@
 #include "control/acl_slot_index.h"
 #include "control/acl_slot_walk.h"
 #include "diag/acl_audit.h"
+#include "support/device_lock.h"
 #include "unit/control/slot_fixture.h"
 
 namespace slottest {
@@ -155,12 +156,10 @@ TEST_F(SlotIndexTest, AnswersAsTheWalkAfterEveryStep) {
   for (const Mix& m : mixes) {
     SCOPED_TRACE(m.name);
     start();
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
+    test::onDevice([&](vdev::Device& d) {
       d.model.interfaces[500] = d.model.interfaces[201];
       d.model.interfaces[500].index = 500;
-    }
+    });
     for (uint32_t l : lists) list(l, 3);
     for (uint32_t s : {2u, 4u}) slot(s);  // 1/3 has no record until a recount makes one
     for (AclSlotEntry* s = aclSlotFirst(); s != nullptr; s = aclSlotNext(s)) {

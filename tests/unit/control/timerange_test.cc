@@ -1,5 +1,6 @@
 // Time-range switches over bound lists: whole lists re-programmed without dynamic binding, single
 // rules with it; every scope, the pre-stage included; failures logged without stopping the walk.
+#include "support/device_lock.h"
 #include "unit/control/rebind_fixture.h"
 
 namespace rebindtest {
@@ -56,11 +57,7 @@ TEST_F(TimeRangeTest, RuleFollowsItsRangeOnEveryScope) {
     EXPECT_EQ(audit(), "");
     EXPECT_EQ(anomalyCount(), 0u);
     // A switch the daemon never heard of is named by the audit.
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
-      d.model.timeRanges[kRangeOff].active = true;
-    }
+    test::onDevice([&](vdev::Device& d) { d.model.timeRanges[kRangeOff].active = true; });
     const std::string missed = audit();
     EXPECT_NE(missed.find("timeRange: list 1001 rule 2 holds time range 2 as inactive, the "
                           "service says active"),

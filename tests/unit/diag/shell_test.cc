@@ -1,6 +1,5 @@
 // The process-shell commands in-process, called through the registry the way the shell socket
 // calls them, with their output checked byte for byte where it is fixed.
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -60,14 +59,12 @@ TEST_F(ShellTest, IfListShowCountsEveryEntryAndPrintsThoseThatPassBothFilters) {
   const struct {
     const char* line;
     std::string want;
-  } cases[] = {
-      {"aclIfListShow", total + e1001 + e2001a + e2001b},
-      {"aclIfListShow 0 0", total + e1001 + e2001a + e2001b},
-      {"aclIfListShow 2001 0", total + e2001a + e2001b},
-      {"aclIfListShow 0 201", total + e1001 + e2001a},
-      {"aclIfListShow 0x7d1 202", total + e2001b},
-      {"aclIfListShow 3001 0", total},
-  };
+  } cases[] = {{"aclIfListShow", total + e1001 + e2001a + e2001b},
+               {"aclIfListShow 0 0", total + e1001 + e2001a + e2001b},
+               {"aclIfListShow 2001 0", total + e2001a + e2001b},
+               {"aclIfListShow 0 201", total + e1001 + e2001a},
+               {"aclIfListShow 0x7d1 202", total + e2001b},
+               {"aclIfListShow 3001 0", total}};
   for (const auto& c : cases) EXPECT_EQ(run(c.line), c.want) << c.line;
 }
 
@@ -146,12 +143,7 @@ TEST_F(ShellTest, VxlanParamPrintsEachRefusedSetAndAlwaysTheClosingLine) {
 }
 
 TEST_F(ShellTest, PktDbgDumpsSixteenBytesALineOnlyUnderItsDebugBit) {
-  std::string hex;
-  for (int i = 0; i < 20; ++i) {
-    char b[3];
-    std::snprintf(b, sizeof b, "%02x", i);
-    hex += b;
-  }
+  const std::string hex = "000102030405060708090a0b0c0d0e0f10111213";
   const struct {
     uint32_t flags;
     std::vector<std::string> want;

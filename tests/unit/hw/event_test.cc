@@ -10,6 +10,7 @@
 #include "hw/acl_card_sync.h"
 #include "main/acl_rtmsg.h"
 #include "platform/logging.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 
 namespace iftest {
@@ -50,14 +51,12 @@ class EventTest : public IfTest {
   }
   // Lists 1001 (rules 1, 2) and 1002 (rule 3), the slot records and the all-slot interface.
   void prepare() {
-    {
-      auto& d = vdev::device();
-      std::lock_guard lock(d.mutex);
+    test::onDevice([&](vdev::Device& d) {
       auto& i = d.model.interfaces[kAllSlot];
       i.index = kAllSlot;
       i.location[ZOR_LOC_SYS] = 1;
       i.location[ZOR_LOC_KIND] = ZOR_IF_KIND_ALLSLOT;
-    }
+    });
     listOf(1001, {1, 2});
     listOf(1002, {3});
     // The chassis is learned from slot messages, which these tests do not send.
@@ -80,9 +79,7 @@ class EventTest : public IfTest {
     return it == t.entries.end() ? nullptr : &it->second;
   }
   static std::vector<uint32_t> ignoring(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.interfaces[unit].ignoring;
+    return test::onDevice([&](vdev::Device& d) { return d.model.interfaces[unit].ignoring; });
   }
 };
 
@@ -200,11 +197,7 @@ TEST_F(EventTest, CardComingUpGetsEveryBindingAddressedToItOnly) {
   EXPECT_TRUE(targeted(hw(member, 1002, 3), 1));
   // Our own system, and a system the platform says not to resynchronise, are left alone.
   recv(msg(117, {1}));
-  {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.scalars[54] = 1;
-  }
+  test::onDevice([&](vdev::Device& d) { d.model.scalars[54] = 1; });
   recv(msg(117, {2}));
   EXPECT_EQ(hw(unit201, 1001, 1)->installs, 3u);
 
@@ -222,15 +215,12 @@ TEST(SyncTargetTest, SystemsAndSlotsThatHaveNoBitAreRefused) {
     bool ok;
     std::vector<std::pair<size_t, uint8_t>> bytes;  // the non-zero bytes
   } cases[] = {
-      {1, 0, true, {{24, 1}, {26, 0x80}}},
-      {9, 0, true, {{24, 1}, {27, 0x80}}},
-      {16, 0, true, {{24, 1}, {27, 0x01}}},
-      {2, 32, true, {{24, 2}, {26, 0x40}, {35, 0x01}}},
-      {9, 1, true, {{24, 2}, {27, 0x80}, {60, 0x80}}},
-      {10, 1, false, {}},
-      {17, 0, false, {}},
-      {0, 0, false, {}},
-      {1, 33, false, {}},
+      // clang-format off
+      {1, 0, true, {{24, 1}, {26, 0x80}}}, {9, 0, true, {{24, 1}, {27, 0x80}}},
+      {16, 0, true, {{24, 1}, {27, 0x01}}}, {2, 32, true, {{24, 2}, {26, 0x40}, {35, 0x01}}},
+      {9, 1, true, {{24, 2}, {27, 0x80}, {60, 0x80}}}, {10, 1, false, {}}, {17, 0, false, {}},
+      {0, 0, false, {}}, {1, 33, false, {}},
+      // clang-format on
   };
   for (const auto& c : cases) {
     std::array<uint8_t, ACL_HW_OPTIONS_LEN> out;
@@ -249,12 +239,10 @@ TEST_F(EventTest, ConfigurationResetKeepsOrDropsTheInterfacesLists) {
     bool record;  // the interface has a record before
     bool ignoring;
     bool kept;
-  } cases[] = {
-      {"mlag", 1, 0, true, true, true},
-      {"mlag without record", 1, 0, false, false, false},
-      {"manual, kept by flag", 0, ACL_RESET_FLAG_KEEP, true, true, true},
-      {"manual", 0, 0x01, true, false, false},
-  };
+  } cases[] = {{"mlag", 1, 0, true, true, true},
+               {"mlag without record", 1, 0, false, false, false},
+               {"manual, kept by flag", 0, ACL_RESET_FLAG_KEEP, true, true, true},
+               {"manual", 0, 0x01, true, false, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     restart();

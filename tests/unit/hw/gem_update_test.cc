@@ -4,6 +4,7 @@
 #include "control/acl_slot.h"
 #include "diag/acl_audit.h"
 #include "hw/acl_gemport_event.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 
 namespace iftest {
@@ -19,6 +20,16 @@ class GemTest : public IfTest {
     slot4 = aclSlotEntryGet(1, 4);
     if (slot4 == nullptr) slot4 = aclSlotEntryAdd(1, 4);
     ASSERT_NE(slot4, nullptr);
+  }
+  // The record of GEM port kPon/onu/gem, made if need be, with lst bound in inIpv4Acl.
+  static AclGemPortEntry* bound(uint16_t onu, uint16_t gem, uint32_t lst) {
+    AclGemPortEntry* rec = aclGemPortEntryGet(kPon, onu, gem);
+    if (rec == nullptr) rec = aclGemPortEntryAdd(kPon, onu, gem);
+    EXPECT_NE(rec, nullptr);
+    if (rec == nullptr) return nullptr;
+    EXPECT_EQ(
+        aclGemPortRuleUpdate(kPon, onu, gem, ACL_BIND_KIND_IPV4, 0, lst, &rec->slots.inIpv4Acl), 0);
+    return rec;
   }
   static uint32_t gemEntries() {
     return static_cast<uint32_t>(avl_numnodes(&gaclGrp.gemPortListTree));
@@ -54,8 +65,7 @@ TEST_F(GemTest, RefusedUpdatesChangeNothing) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(aclGemPortRuleUpdate(kPon, c.onu, c.gem, c.kind, 0, c.lst, c.slot), c.want);
     EXPECT_EQ(gemEntries(), 0u);
-    EXPECT_TRUE(units(2).empty());
-    EXPECT_TRUE(units(1).empty());
+    EXPECT_TRUE(units(2).empty() && units(1).empty());
     EXPECT_EQ(aclListEntryGet(1001)->refCnt, 0);
   }
   expectAuditClean();
@@ -65,18 +75,13 @@ TEST_F(GemTest, UnregisterTakesEveryGemPortOfTheOnuOrOne) {
   AclListEntry* l = listOf(1001, {1, 2});
   AclListEntry* v = listOf(1, {4});
   for (uint16_t gem : {3, 4}) {
-    AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
+    AclGemPortEntry* rec = bound(5, gem, 1001);
     ASSERT_NE(rec, nullptr);
-    ASSERT_EQ(
-        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
     // The pre-stage slot unbinds with direction 2 and its own kind.
     ASSERT_EQ(
         aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_VFP_L2, 2, 1, &rec->slots.inL2VfpAcl), 0);
   }
-  AclGemPortEntry* other = aclGemPortEntryAdd(kPon, 6, 3);
-  ASSERT_NE(other, nullptr);
-  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 6, 3, ACL_BIND_KIND_IPV4, 0, 1001, &other->slots.inIpv4Acl),
-            0);
+  bound(6, 3, 1001);
   EXPECT_EQ(l->refCnt, 3);
   expectAuditClean();
 
@@ -92,18 +97,14 @@ TEST_F(GemTest, UnregisterTakesEveryGemPortOfTheOnuOrOne) {
   ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 4), 0);
   EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 4), nullptr);
   EXPECT_NE(aclGemPortEntryGet(kPon, 5, 3), nullptr);
-  EXPECT_EQ(l->refCnt, 2);
-  EXPECT_EQ(v->refCnt, 1);
+  EXPECT_EQ(std::pair(l->refCnt, v->refCnt), std::pair(2, 1));
   expectAuditClean();
 
   ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
   EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
-  EXPECT_EQ(l->refCnt, 1);
-  EXPECT_EQ(v->refCnt, 0);
+  EXPECT_EQ(std::pair(l->refCnt, v->refCnt), std::pair(1, 0));
   EXPECT_EQ(gemEntries(), 1u);
-  UnitView left;
-  for (const auto& [k, p] : units(2)) left[k] = p;
-  EXPECT_EQ(left, expect({kPon}, 1001, {{1, 1}, {2, 2}}));  // ONU 6's binding only
+  EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}, {2, 2}}));  // ONU 6's binding only
   EXPECT_EQ(slot4->curSubRuleNum[kBindTypeIpv4In], 2u);
   EXPECT_EQ(anomalyCount(), 0u);
   expectAuditClean();
@@ -112,10 +113,7 @@ TEST_F(GemTest, UnregisterTakesEveryGemPortOfTheOnuOrOne) {
 // A binding the hardware refuses to give up is still given up in the books when its ONU goes.
 TEST_F(GemTest, UnregisterGivesUpWhatTheHardwareKeeps) {
   AclListEntry* l = listOf(1001, {1});
-  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
-  ASSERT_NE(rec, nullptr);
-  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
-            0);
+  ASSERT_NE(bound(5, 3, 1001), nullptr);
   plat::faultAdd({.call = "zorHwilCmdSetApi", .cmd = HWIL_CMD_GEM_DEL, .result = kHwFault});
   ASSERT_EQ(aclOnuGemPortUnregister(kPon, 5, 0), 0);
   EXPECT_EQ(aclGemPortEntryGet(kPon, 5, 3), nullptr);
@@ -126,12 +124,7 @@ TEST_F(GemTest, UnregisterGivesUpWhatTheHardwareKeeps) {
 
 TEST_F(GemTest, CountedRuleOnTwoGemPortsKeepsTwoRecordsInGemPortOrder) {
   listOf(1001, {}, {1});
-  for (uint16_t gem : {7, 2}) {
-    AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, gem);
-    ASSERT_NE(rec, nullptr);
-    ASSERT_EQ(
-        aclGemPortRuleUpdate(kPon, 5, gem, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl), 0);
-  }
+  for (uint16_t gem : {7, 2}) ASSERT_NE(bound(5, gem, 1001), nullptr);
   std::vector<uint32_t> order;
   SilDlNode* head = &gaclGrp.gemPortStatsList;
   for (SilDlNode* n = head->next; n != head; n = n->next) {
@@ -147,15 +140,10 @@ TEST_F(GemTest, CountedRuleOnTwoGemPortsKeepsTwoRecordsInGemPortOrder) {
 // An ONU that comes up gets every GEM port record's bindings back into the hardware.
 TEST_F(GemTest, OnuUpReinstallsEveryRecord) {
   listOf(1001, {1});
-  AclGemPortEntry* rec = aclGemPortEntryAdd(kPon, 5, 3);
-  ASSERT_NE(rec, nullptr);
-  ASSERT_EQ(aclGemPortRuleUpdate(kPon, 5, 3, ACL_BIND_KIND_IPV4, 0, 1001, &rec->slots.inIpv4Acl),
-            0);
-  {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
+  ASSERT_NE(bound(5, 3, 1001), nullptr);
+  test::onDevice([&](vdev::Device& d) {
     d.journal.hw.clear();  // the ONU was reset and lost its rules
-  }
+  });
   ASSERT_EQ(aclOnuGemPortUp(kPon, 5), 0);
   EXPECT_EQ(units(2), expect({kPon}, 1001, {{1, 1}}));
   expectAuditClean();

@@ -19,6 +19,7 @@
 #include "platform/fault.h"
 #include "platform/hwil.h"
 #include "stats/acl_stats.h"
+#include "support/device_lock.h"
 #include "unit/trans/trans_fixture.h"
 
 namespace glbtest {
@@ -52,6 +53,12 @@ class GlbTest : public transtest::TransTest {
     transtest::TransTest::TearDown();
   }
 
+  // A fresh process for one case of a table, still holding aclMutex as the fixture does.
+  void restart(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
+    aclUnlock();
+    start(opts);
+    aclLock();
+  }
   // A valid rule; redirect actions are added by the helpers below.
   static AclRuleEntry* validRule(uint32_t lstIdx, uint32_t ruleIdx) {
     AclRuleEntry* r = rule(lstIdx, ruleIdx);
@@ -75,6 +82,16 @@ class GlbTest : public transtest::TransTest {
     action(r, RULE_ACTION_OUTPUT_MULTIHOP, 11, b);
   }
   static void counted(AclRuleEntry* r) { action(r, RULE_ACTION_AWARE, 10, num(0, 4)); }
+  // List lst with valid rules; counted ones carry the statistics action.
+  static AclListEntry* listOf(uint32_t lst, std::initializer_list<uint32_t> rules,
+                              std::initializer_list<uint32_t> countedRules = {}) {
+    AclListEntry* l = list(lst);
+    for (uint32_t r : rules) validRule(lst, r);
+    for (uint32_t r : countedRules) counted(validRule(lst, r));
+    return l;
+  }
+  // A rule's next hops: how many it has, how many are known.
+  static std::pair<int, int> hops(const AclRuleEntry* r) { return {r->nhNum, r->nhLearned}; }
 
   static HwView global() {
     auto& d = vdev::device();
@@ -104,9 +121,7 @@ class GlbTest : public transtest::TransTest {
     return out;
   }
   static size_t anomalyCount() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.anomalies.size();
+    return test::onDevice([&](vdev::Device& d) { return d.journal.anomalies.size(); });
   }
 
   static void neighbour(const Bytes& addr, bool known, uint32_t vrf = 0) {
@@ -121,9 +136,7 @@ class GlbTest : public transtest::TransTest {
     if (known) v.push_back(n);
   }
   static size_t detectListSize() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.detectList.size();
+    return test::onDevice([&](vdev::Device& d) { return d.model.detectList.size(); });
   }
 
   // Fails the hardware command cmd for one rule of a list.

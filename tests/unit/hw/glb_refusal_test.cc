@@ -14,14 +14,9 @@ class GlbRefusal : public GlbTest {
   // Restarts with a small pool of rules and records: counted rules 1..4 of list 1001, rule 2 also
   // redirecting to a known next hop, and list 2001 installed so the table is not empty.
   void restart() {
-    aclUnlock();
-    start({{"acl.maxgrulenum", "16"}});
-    aclLock();
-    list(2001);
-    counted(validRule(2001, 1));
-    ASSERT_EQ(aclGlbAdd(aclListEntryGet(2001), kIn, nullptr, 2), 0);
-    list(1001);
-    for (uint32_t r = 1; r <= 4; ++r) counted(validRule(1001, r));
+    GlbTest::restart({{"acl.maxgrulenum", "16"}});
+    ASSERT_EQ(aclGlbAdd(listOf(2001, {}, {1}), kIn, nullptr, 2), 0);
+    listOf(1001, {}, {1, 2, 3, 4});
     nextHop(aclRuleEntryGetByIndex(1001, 2), "192.0.2.1");
   }
   // Takes statistics records until only room are left.

@@ -16,10 +16,10 @@ TEST_F(IfTest, AggregationFansOutAsTheModeSays) {
     std::initializer_list<uint32_t> units;
   };
   const Case cases[] = {
-      {"members only", 1, {203, 204, 303}},
-      {"aggregation only", 2, {kAgg}},
-      {"both", 3, {kAgg, 203, 204, 303}},
-      {"query fails", -1, {kAgg}},
+      // clang-format off
+      {"members only", 1, {203, 204, 303}}, {"aggregation only", 2, {kAgg}},
+      {"both", 3, {kAgg, 203, 204, 303}}, {"query fails", -1, {kAgg}},
+      // clang-format on
   };
   for (const Case& c : cases) {
     for (uint8_t tlv : {0, 1}) {
@@ -74,12 +74,11 @@ TEST_F(IfTest, PriorityFollowsTheKindAndScope) {
     uint16_t want;  // for rule 7
   };
   const Case cases[] = {
-      {ACL_BIND_KIND_IPV4, false, 4096 + 7},
-      {ACL_BIND_KIND_HYBRID, false, 4096 + 1024 + 7},
-      {ACL_BIND_KIND_VFP_HYBRID, false, 4096 + 1024 + 7},
-      {ACL_BIND_KIND_UNTYPED, false, 4096 + 7},
-      {ACL_BIND_KIND_HYBRID, true, 1024 + 7},
-      {ACL_BIND_KIND_L2, true, 7},
+      // clang-format off
+      {ACL_BIND_KIND_IPV4, false, 4096 + 7}, {ACL_BIND_KIND_HYBRID, false, 4096 + 1024 + 7},
+      {ACL_BIND_KIND_VFP_HYBRID, false, 4096 + 1024 + 7}, {ACL_BIND_KIND_UNTYPED, false, 4096 + 7},
+      {ACL_BIND_KIND_HYBRID, true, 1024 + 7}, {ACL_BIND_KIND_L2, true, 7},
+      // clang-format on
   };
   for (const Case& c : cases) {
     EXPECT_EQ(aclIfPriority(c.kind, c.gem, 7), c.want) << c.kind << " gem " << c.gem;
@@ -248,12 +247,10 @@ TEST_F(IfTest, SingleRuleCodes) {
     AclRuleEntry* rule;
     int32_t add, del;
   };
-  const Case cases[] = {
-      {nullptr, ACL_ERR_LIST_EMPTY, ACL_ERR_LIST_EMPTY},
-      {off, ACL_ERR_SHARED_IN_USE, ACL_ERR_SHARED_IN_USE},
-      {vrf, -1, 0},
-      {hop, -1, 0},
-  };
+  const Case cases[] = {{nullptr, ACL_ERR_LIST_EMPTY, ACL_ERR_LIST_EMPTY},
+                        {off, ACL_ERR_SHARED_IN_USE, ACL_ERR_SHARED_IN_USE},
+                        {vrf, -1, 0},
+                        {hop, -1, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.rule ? c.rule->ruleIdx : 0);
     EXPECT_EQ(aclIfRuleAddOne(kPort, 0, 0, l, c.rule, 0, kIpv4), c.add);

@@ -13,6 +13,7 @@
 #include "hw/acl_if_record.h"
 #include "platform/ifmgr.h"
 #include "stats/acl_gemport_stats.h"
+#include "support/device_lock.h"
 #include "unit/hw/glb_fixture.h"
 #include "wire/acl_bits.h"
 #include "wire/acl_dev_layout.h"
@@ -56,12 +57,6 @@ class IfTest : public GlbTest {
   static void expectAuditClean() {
     for (const AclAuditDiff& d : aclAuditRun()) ADD_FAILURE() << d.check << ": " << d.text;
   }
-  // A fresh process for one case of a table, still holding aclMutex as the fixture does.
-  void restart(const std::vector<std::pair<std::string, std::string>>& opts = {}) {
-    aclUnlock();
-    start(opts);
-    aclLock();
-  }
   static UnitView units(uint32_t scope = 1) {
     auto& d = vdev::device();
     std::lock_guard lock(d.mutex);
@@ -92,9 +87,7 @@ class IfTest : public GlbTest {
     for (uint32_t cmd : {HWIL_CMD_IF_ADD, HWIL_CMD_IF_DEL, HWIL_CMD_IF_TLV}) agg.modes[cmd] = mode;
   }
   static void aggMembers(std::vector<uint32_t> members) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    d.model.interfaces[kAgg].members = std::move(members);
+    test::onDevice([&](vdev::Device& d) { d.model.interfaces[kAgg].members = std::move(members); });
   }
   static void ifFlags(uint32_t unit, uint32_t flags10, uint32_t flags13) {
     auto& d = vdev::device();
@@ -103,9 +96,7 @@ class IfTest : public GlbTest {
     d.model.interfaces[unit].flags13 = flags13;
   }
   static std::vector<uint32_t> protocols(uint32_t unit) {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.model.interfaces[unit].protocols;
+    return test::onDevice([&](vdev::Device& d) { return d.model.interfaces[unit].protocols; });
   }
   // Fails (or, with count -1, watches) one rule command on one unit.
   static uint32_t failOn(uint32_t unit, uint32_t cmd, uint32_t lst, uint32_t rule,
@@ -117,14 +108,6 @@ class IfTest : public GlbTest {
                            .rule = rule,
                            .result = kHwFault,
                            .count = count});
-  }
-  // List lst with valid rules; counted ones carry the statistics action.
-  static AclListEntry* listOf(uint32_t lst, std::initializer_list<uint32_t> rules,
-                              std::initializer_list<uint32_t> countedRules = {}) {
-    AclListEntry* l = list(lst);
-    for (uint32_t r : rules) validRule(lst, r);
-    for (uint32_t r : countedRules) counted(validRule(lst, r));
-    return l;
   }
   static uint32_t statsCount(SilDlNode* head) { return static_cast<uint32_t>(dlist::count(head)); }
 };

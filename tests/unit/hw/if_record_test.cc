@@ -26,11 +26,12 @@ TEST_F(IfTest, RecordCreationFollowsTheInterfaceManager) {
     uint32_t lastErr;
   };
   const Case cases[] = {
-      {"plain port", 0, 0, 0, true, 0},
-      {"manager keeps none", 0, 1, 0, false, 0x55},
+      // clang-format off
+      {"plain port", 0, 0, 0, true, 0}, {"manager keeps none", 0, 1, 0, false, 0x55},
       {"sub-interface refused", kSubIf, 0, 0, false, uint32_t(ACL_ERR_SUBIF_NOT_ALLOWED)},
       {"sub-interface allowed", kSubIf, 0, 1, true, 0x55},
       {"other flag words", 0x3FF, 2, 0, true, 0x55},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

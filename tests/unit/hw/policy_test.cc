@@ -6,6 +6,7 @@
 #include "hw/acl_policy.h"
 #include "platform/logging.h"
 #include "store/acl_entry.h"
+#include "support/device_lock.h"
 #include "unit/hw/if_fixture.h"
 #include "wire/acl_dev_layout.h"
 
@@ -55,9 +56,7 @@ class PolicyTest : public IfTest {
   }
   // Hardware commands and relays sent so far.
   static uint64_t sentSoFar() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.seq;
+    return test::onDevice([&](vdev::Device& d) { return d.journal.seq; });
   }
   static bool logged(const std::string& text) {
     for (const auto& l : plat::logRecent()) {
@@ -109,10 +108,12 @@ TEST_F(PolicyTest, HqosRefusalsAndRollback) {
     int32_t want;
   };
   const std::vector<Case> cases = {
+      // clang-format off
       {"unknown interface", [] {}, 999, kList, ACL_RET_IF_NO_LOCATION},
       {"no list", [] {}, kPort, kList + 1, ACL_ERR_LIST_NOT_EXIST},
       {"hardware refuses rule 2", [] { failOn(kPort, HWIL_CMD_IF_ADD, kList, 2); }, kPort, kList,
        kHwFault},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -156,13 +157,11 @@ TEST_F(PolicyTest, PbrRedirectItemsAndRemoval) {
     uint32_t priority;
   };
   const std::vector<Case> cases = {
-      {"IPv6 multi-hop",
-       3001,
-       RULE_ACTION_IP6OUTPUT_MULTIHOP,
-       hop6,
-       {{46, 16}, {47, 16}, {48, 16}, {49, 16}},
-       1},
+      // clang-format off
+      {"IPv6 multi-hop", 3001, RULE_ACTION_IP6OUTPUT_MULTIHOP, hop6,
+       {{46, 16}, {47, 16}, {48, 16}, {49, 16}}, 1},
       {"IPv4 next hop, hybrid", 2001, RULE_ACTION_OUTPUT_NEXTHOP, ip4("10.0.0.1"), {{7, 4}}, 1025},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -67,9 +67,8 @@ TEST_F(StartupTest, DefaultsBuildTheWholeGroup) {
   EXPECT_EQ(silMemPoolLiveCount(), pools + 16);
 
   EXPECT_GT(g.sockFd, 0);
-  EXPECT_TRUE(avl_is_empty(&g.listTree));
-  EXPECT_TRUE(dlist::empty(&g.statsList));
-  EXPECT_TRUE(dlist::empty(&g.dstIpRuleList));
+  EXPECT_TRUE(avl_is_empty(&g.listTree) && dlist::empty(&g.statsList) &&
+              dlist::empty(&g.dstIpRuleList));
   // The own slot (system 1, slot 1 by default) has its ledger, at full capacity.
   AclSlotEntry* self = aclSlotEntryGet(zorSelfSysIndex(), zorSelfSlotIndex());
   ASSERT_NE(self, nullptr);
@@ -145,13 +144,12 @@ TEST_F(StartupTest, PerTypeMaximaFollowTheListMaximum) {
 // too large for 32 bits is refused end to end, the daemon staying up without its socket.)
 TEST_F(StartupTest, EachFailingCreationStepLeavesNothing) {
   std::vector<plat::FaultRule> faults = {
-      {.call = "silCreateMSem"},
-      {.call = "silTimerListInit"},
-      {.call = "zor_socket"},
-      {.call = "zor_bind"},
-      {.call = "zor_setsockopt"},
-      {.call = "zor_setsockopt", .skip = 9},  // the module-number option after the nine groups
+      // clang-format off
+      {.call = "silCreateMSem"}, {.call = "silTimerListInit"}, {.call = "zor_socket"},
+      {.call = "zor_bind"}, {.call = "zor_setsockopt"},
       {.call = "silCreateTask", .name = "acltask"},
+      {.call = "zor_setsockopt", .skip = 9},  // the module-number option after the nine groups
+      // clang-format on
   };
   for (const char* pool :
        {"acl_list", "acl_grule", "acl_rule", "acl_if", "acl_stats", "acl_iflist", "acl_onuport",
@@ -177,9 +175,8 @@ TEST_F(StartupTest, MutexFailureIsLoggedUnderTheStartupGuard) {
   EXPECT_EQ(aclOptInit(), -1);
   auto lines = plat::logRecent(before);
   ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].text, "ACL init error.(Reason=[create mutex error])");
-  EXPECT_EQ(lines[0].tag, 0x3EA0005u);
-  EXPECT_EQ(lines[0].priority, 7u);
+  EXPECT_EQ(std::tie(lines[0].text, lines[0].tag, lines[0].priority),
+            std::tuple("ACL init error.(Reason=[create mutex error])", 0x3EA0005u, 7u));
 }
 
 }  // namespace

@@ -22,20 +22,15 @@ using test::Desc;
 class ScalarApi : public ScalarTest {};
 
 TEST_F(ScalarApi, LimitsAndCountsFollowTheGroup) {
-  EXPECT_EQ(get(0), gaclGrp.maxLstNum);
-  EXPECT_EQ(get(2), gaclGrp.maxLstRuleNum);
-  EXPECT_EQ(get(3), gaclGrp.maxGruleNum);
-  EXPECT_EQ(get(1), 0u);
-  EXPECT_EQ(get(4), 0u) << "no global rule is valid after start-up";
+  // Lists, list maximum, rule maximum, global rules, valid global rules (none after start-up).
+  EXPECT_EQ((std::vector{get(0), get(1), get(2), get(3), get(4)}),
+            (std::vector{gaclGrp.maxLstNum, 0u, gaclGrp.maxLstRuleNum, gaclGrp.maxGruleNum, 0u}));
   makeList(1001, {1, 2});
   makeList(7, {3});
   EXPECT_EQ(get(1), 2u);
   // In use / maximum per type: L2 41/42, IPv4 43/44, ... UDF 51/52.
-  EXPECT_EQ(get(41), 1u);
-  EXPECT_EQ(get(43), 2u);
-  EXPECT_EQ(get(44), gaclGrp.ruleNum[1].max);
-  EXPECT_EQ(get(45), 0u);
-  EXPECT_EQ(get(52), gaclGrp.ruleNum[5].max);
+  EXPECT_EQ((std::vector{get(41), get(43), get(44), get(45), get(52)}),
+            (std::vector<uint32_t>{1, 2, gaclGrp.ruleNum[1].max, 0, gaclGrp.ruleNum[5].max}));
 
   // Only valid global rules count, not taken ones.
   ASSERT_EQ(aclGruleAddEntry(2), 0);
@@ -44,10 +39,9 @@ TEST_F(ScalarApi, LimitsAndCountsFollowTheGroup) {
   aclGruleGetEntry(gaclGrp.maxGruleNum)->status = 1;
   EXPECT_EQ(get(4), 2u);
 
-  EXPECT_EQ(get(38), gaclGrp.redirectMultiEnable);
-  EXPECT_EQ(get(39), gaclGrp.carMin);
-  EXPECT_EQ(get(40), gaclGrp.carMax);
-  EXPECT_EQ(get(18), gaclGrp.debugFlags);
+  EXPECT_EQ((std::vector{get(38), get(39), get(40), get(18)}),
+            (std::vector<uint32_t>{gaclGrp.redirectMultiEnable, gaclGrp.carMin, gaclGrp.carMax,
+                                   gaclGrp.debugFlags}));
 }
 
 TEST_F(ScalarApi, GetsWithoutAnswerAndWithoutBuffer) {
@@ -61,11 +55,11 @@ TEST_F(ScalarApi, GetsWithoutAnswerAndWithoutBuffer) {
     EXPECT_EQ(ret, CMN_ERR_NOT_SUPPORTED) << cmd;
   }
   // A value command with no buffer is answered, not written through.
-  EXPECT_EQ(aclScalarGetApi(0, 0, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclScalarGetApi(0, 28, 0), CMN_ERR_BAD_PARAM);
-  EXPECT_EQ(aclScalarGetApi(0, 20, 0), ACL_RET_INVALID);
-  EXPECT_EQ(aclScalarGetApi(0, 21, 0), ACL_RET_INVALID);
-  EXPECT_EQ(aclScalarGetApi(0, 66, 0), CMN_ERR_BAD_PARAM);
+  EXPECT_EQ(
+      (std::vector{aclScalarGetApi(0, 0, 0), aclScalarGetApi(0, 28, 0), aclScalarGetApi(0, 20, 0),
+                   aclScalarGetApi(0, 21, 0), aclScalarGetApi(0, 66, 0)}),
+      (std::vector<int32_t>{CMN_ERR_BAD_PARAM, CMN_ERR_BAD_PARAM, ACL_RET_INVALID, ACL_RET_INVALID,
+                            CMN_ERR_BAD_PARAM}));
   wire::BufDesc noData{nullptr, 16};
   EXPECT_EQ(aclScalarGetApi(0, 20, reinterpret_cast<uintptr_t>(&noData)), ACL_RET_INVALID);
   EXPECT_EQ(aclScalarGetApi(0, 21, reinterpret_cast<uintptr_t>(&noData)), ACL_RET_INVALID);
@@ -128,10 +122,9 @@ TEST_F(ScalarApi, CapabilityRecordKeepsTheSecondWord) {
   be::store32(d.data.data() + 12, 0x99);
   ASSERT_EQ(aclScalarGetApi(0, 66, d.addr()), 0);
   EXPECT_EQ(d.desc.len, 12u);
-  EXPECT_EQ(be::load32(d.data.data()), 1u);
-  EXPECT_EQ(be::load32(d.data.data() + 4), 0x12345678u);
-  EXPECT_EQ(be::load32(d.data.data() + 8), 2u);
-  EXPECT_EQ(be::load32(d.data.data() + 12), 0x99u);
+  EXPECT_EQ((std::vector{be::load32(d.data, 0), be::load32(d.data, 4), be::load32(d.data, 8),
+                         be::load32(d.data, 12)}),
+            (std::vector<uint32_t>{1, 0x12345678, 2, 0x99}));
   Desc shortRec(11);
   EXPECT_EQ(aclScalarGetApi(0, 66, shortRec.addr()), CMN_ERR_BAD_PARAM);
   EXPECT_EQ(shortRec.desc.len, 11u);

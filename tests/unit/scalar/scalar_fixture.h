@@ -14,6 +14,7 @@
 #include "api/acl_scalar_api.h"
 #include "platform/fault.h"
 #include "platform/vdev/model.h"
+#include "support/device_lock.h"
 #include "support/table_call.h"
 #include "unit/store/store_fixture.h"
 #include "wire/acl_ret.h"
@@ -39,9 +40,7 @@ class ScalarTest : public storetest::StoreTest {
   }
 
   static std::vector<vdev::Relay> relays() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.relays;
+    return test::onDevice([&](vdev::Device& d) { return d.journal.relays; });
   }
   // The global hardware table in list, rule, direction order.
   static std::vector<HwRule> globalHw() {
@@ -55,9 +54,7 @@ class ScalarTest : public storetest::StoreTest {
     return out;
   }
   static size_t anomalies() {
-    auto& d = vdev::device();
-    std::lock_guard lock(d.mutex);
-    return d.journal.anomalies.size();
+    return test::onDevice([&](vdev::Device& d) { return d.journal.anomalies.size(); });
   }
 
   // A list with valid rules (each matching one ToS value).
