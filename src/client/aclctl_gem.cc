@@ -12,39 +12,21 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/table_session.h"
 #include "hw/acl_bind_slot.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kFuncLstGetFirst = 75;
-constexpr uint32_t kFuncLstGetNext = 76;
-constexpr uint32_t kFuncGetFirst = 77;
-constexpr uint32_t kFuncGetNext = 78;
-constexpr uint32_t kFuncGet = 79;
-constexpr uint32_t kFuncSet = 80;
-constexpr uint32_t kFuncStatsGetFirst = 82;
-constexpr uint32_t kFuncStatsGetNext = 83;
-constexpr uint32_t kFuncStatsGet = 84;
-constexpr uint32_t kFuncStatsSet = 85;
-constexpr uint32_t kFuncLstGet = 6;
-constexpr uint32_t kLstCmdStatus = 9;
-
-constexpr uint32_t kCmdRowStatus = 1;
-constexpr uint32_t kRowCreate = 2;
-constexpr uint32_t kRowDestroy = 4;
+constexpr uint32_t kGemCmdRowStatus = 1;
 
 constexpr size_t kKeyLen = 12;
-constexpr size_t kLstKeyLen = 24;
-constexpr size_t kStatsIndexLen = 28;
-constexpr uint32_t kStatsAnswerLen = 64;
-constexpr const char* kCounterNames[] = {"p1", "b1", "p2", "b2", "p3", "b3", "p4", "b4"};
-const char* const kListTypeNames[] = {"", "l2", "ipv4", "ipv6", "hybrid", "mpls", "", "", "udf"};
-const char* const kDirNames[] = {"in", "out", "vfp"};
+constexpr size_t kGemLstKeyLen = 24;
 
 struct Gem {
   uint32_t ifIndex = 0;
@@ -99,21 +81,6 @@ std::vector<uint8_t> keyOf(const Gem& g) {
   return k;
 }
 
-std::string dirName(uint32_t dir) {
-  return dir < std::size(kDirNames) ? kDirNames[dir] : std::to_string(dir);
-}
-
-std::string kindName(uint32_t kind) {
-  if (aclBindKindIsVfp(kind)) {
-    const uint32_t col = kind - ACL_BIND_KIND_VFP_L2;
-    return std::string("vfp-") + kListTypeNames[col == 5 ? 8 : col + 1];
-  }
-  if (kind < std::size(kListTypeNames) && kListTypeNames[kind][0] != '\0') {
-    return kListTypeNames[kind];
-  }
-  return std::to_string(kind);
-}
-
 // The command of a slot: 2 to 13 the typed slots in table order, 21 to 26 the pre-stage ones.
 uint32_t gemCmd(size_t slotPos) {
   return slotPos < ACL_BIND_SLOT_FIRST_VFP
@@ -122,7 +89,7 @@ uint32_t gemCmd(size_t slotPos) {
 }
 
 // The position in kAclBindSlots of the slot a direction and list type name.
-size_t slotFor(const std::string& dirText, const std::string& type) {
+size_t gemSlotFor(const std::string& dirText, const std::string& type) {
   uint32_t dir = 3;
   for (uint32_t d = 0; d < std::size(kDirNames); ++d) {
     if (dirText == kDirNames[d]) dir = d;
@@ -137,7 +104,7 @@ size_t slotFor(const std::string& dirText, const std::string& type) {
                                          "' (l2, ipv4, ipv6, hybrid, mpls, udf)");
 }
 
-wire::Request keyed(uint32_t funcId, const std::vector<uint8_t>& key, uint32_t cmd = 0) {
+wire::Request gemKeyed(uint32_t funcId, const std::vector<uint8_t>& key, uint32_t cmd = 0) {
   wire::Request req;
   req.funcId = funcId;
   req.cmd = cmd;
@@ -147,14 +114,14 @@ wire::Request keyed(uint32_t funcId, const std::vector<uint8_t>& key, uint32_t c
 }
 
 int32_t setWord(aclclient::TableSession& s, const Gem& g, uint32_t cmd, uint32_t value) {
-  wire::Request req = keyed(kFuncSet, keyOf(g), cmd);
+  wire::Request req = gemKeyed(wire::fid::aclGemPortSetApi, keyOf(g), cmd);
   req.bufShape = wire::BufShape::Value;
   req.bufValue = value;
   return s.call(req).result;
 }
 
 aclclient::ValueAnswer getWord(aclclient::TableSession& s, const Gem& g, uint32_t cmd) {
-  wire::Request req = keyed(kFuncGet, keyOf(g), cmd);
+  wire::Request req = gemKeyed(wire::fid::aclGemPortGetApi, keyOf(g), cmd);
   req.bufShape = wire::BufShape::Value;
   const wire::Response r = s.call(req);
   return {r.result, r.result == 0 ? r.bufValue : 0};
@@ -177,20 +144,12 @@ aclclient::ValueAnswer getWord(aclclient::TableSession& s, const Gem& g, uint32_
                    what + ": " + (cause.empty() ? "" : cause + ": ") + aclclient::retText(ret));
 }
 
-void reportOk(const AclctlGlobals& g, const std::string& text) {
-  if (g.json) {
-    std::cout << ordered_json{{"ret", 0}}.dump() << std::endl;
-  } else {
-    std::cout << text << std::endl;
-  }
-}
-
 void create(const AclctlGlobals& glob, const GemArgs& a) {
   const Gem g = parseGem(a.where);
   aclclient::TableSession s(glob);
   const std::string what = "create GEM port " + g.text();
-  if (int32_t ret = setWord(s, g, kCmdRowStatus, kRowCreate)) refused(what, ret, g, 0);
-  if (getWord(s, g, kCmdRowStatus).ret != 0) {
+  if (int32_t ret = setWord(s, g, kGemCmdRowStatus, kRowCreate)) refused(what, ret, g, 0);
+  if (getWord(s, g, kGemCmdRowStatus).ret != 0) {
     throw AclctlExit(kAclctlExitFailed, what + ": the interface takes no GEM port records");
   }
   reportOk(glob, "created GEM port " + g.text());
@@ -200,9 +159,9 @@ void remove(const AclctlGlobals& glob, const GemArgs& a) {
   const Gem g = parseGem(a.where);
   aclclient::TableSession s(glob);
   const std::string what = "delete GEM port " + g.text();
-  if (getWord(s, g, kCmdRowStatus).ret != 0) refused(what, ACL_ERR_IF_NOT_EXIST, g, 0);
-  if (int32_t ret = setWord(s, g, kCmdRowStatus, kRowDestroy)) refused(what, ret, g, 0);
-  if (getWord(s, g, kCmdRowStatus).ret == 0) {
+  if (getWord(s, g, kGemCmdRowStatus).ret != 0) refused(what, ACL_ERR_IF_NOT_EXIST, g, 0);
+  if (int32_t ret = setWord(s, g, kGemCmdRowStatus, kRowDestroy)) refused(what, ret, g, 0);
+  if (getWord(s, g, kGemCmdRowStatus).ret == 0) {
     throw AclctlExit(kAclctlExitFailed, what + ": lists are still bound to it");
   }
   reportOk(glob, "deleted GEM port " + g.text());
@@ -210,11 +169,11 @@ void remove(const AclctlGlobals& glob, const GemArgs& a) {
 
 void bind(const AclctlGlobals& glob, const GemArgs& a) {
   const Gem g = parseGem(a.where);
-  const size_t pos = slotFor(a.dir, a.type);
+  const size_t pos = gemSlotFor(a.dir, a.type);
   aclclient::TableSession s(glob);
   const std::string what = "bind list " + std::to_string(a.lst) + " to GEM port " + g.text() + " " +
                            kAclBindSlots[pos].name;
-  if (s.getValue(kFuncLstGet, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
+  if (s.getValue(wire::fid::aclLstGetApi, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
     refused(what, ACL_ERR_LIST_NOT_EXIST, g, a.lst);
   }
   if (int32_t ret = setWord(s, g, gemCmd(pos), a.lst)) refused(what, ret, g, a.lst);
@@ -224,26 +183,27 @@ void bind(const AclctlGlobals& glob, const GemArgs& a) {
 
 void unbind(const AclctlGlobals& glob, const GemArgs& a) {
   const Gem g = parseGem(a.where);
-  const size_t pos = slotFor(a.dir, a.type);
+  const size_t pos = gemSlotFor(a.dir, a.type);
   aclclient::TableSession s(glob);
   const std::string what = "unbind GEM port " + g.text() + " " + kAclBindSlots[pos].name;
   if (int32_t ret = setWord(s, g, gemCmd(pos), 0)) refused(what, ret, g, 0);
   reportOk(glob, "unbound GEM port " + g.text() + " " + kAclBindSlots[pos].name);
 }
 
-struct BindEntry {
+struct GemBindEntry {
   uint32_t lst, dir, ifIndex, onu, gem, kind;
 };
 
-std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
-  std::vector<BindEntry> out;
-  wire::Response resp = s.call(keyed(kFuncLstGetFirst, std::vector<uint8_t>(kLstKeyLen, 0)));
-  while (resp.result == 0 && resp.key.size() == kLstKeyLen) {
+std::vector<GemBindEntry> gemBindEntries(aclclient::TableSession& s) {
+  std::vector<GemBindEntry> out;
+  wire::Response resp =
+      s.call(gemKeyed(wire::fid::aclGemPortLstGetFirst, std::vector<uint8_t>(kGemLstKeyLen, 0)));
+  while (resp.result == 0 && resp.key.size() == kGemLstKeyLen) {
     const std::vector<uint8_t> cur = resp.key;
     out.push_back({be::load32(cur, 0), be::load32(cur, 4), be::load32(cur, 8), be::load16(cur, 12),
                    be::load16(cur, 14), be::load32(cur, 16)});
     if (out.size() > 1'000'000) break;
-    resp = s.call(keyed(kFuncLstGetNext, cur));
+    resp = s.call(gemKeyed(wire::fid::aclGemPortLstGetNext, cur));
     // A daemon that answers the same key again would walk for ever.
     if (resp.result == 0 && resp.key == cur) break;
   }
@@ -252,21 +212,22 @@ std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
 
 std::vector<Gem> records(aclclient::TableSession& s) {
   std::vector<Gem> out;
-  wire::Response resp = s.call(keyed(kFuncGetFirst, std::vector<uint8_t>(kKeyLen, 0)));
+  wire::Response resp =
+      s.call(gemKeyed(wire::fid::aclGemPortGetFirst, std::vector<uint8_t>(kKeyLen, 0)));
   while (resp.result == 0 && resp.key.size() == kKeyLen) {
     const std::vector<uint8_t> cur = resp.key;
     out.push_back({be::load32(cur, 0), be::load16(cur, 4), be::load16(cur, 6)});
     if (out.size() > 1'000'000) break;
-    resp = s.call(keyed(kFuncGetNext, cur));
+    resp = s.call(gemKeyed(wire::fid::aclGemPortGetNext, cur));
     if (resp.result == 0 && resp.key == cur) break;
   }
   return out;
 }
 
 ordered_json describe(aclclient::TableSession& s, const Gem& g,
-                      const std::vector<BindEntry>& entries) {
+                      const std::vector<GemBindEntry>& entries) {
   ordered_json j = {{"ifIndex", g.ifIndex}, {"onu", g.onu}, {"gemPort", g.gem}};
-  const auto status = getWord(s, g, kCmdRowStatus);
+  const auto status = getWord(s, g, kGemCmdRowStatus);
   if (status.ret != 0) {
     j["error"] = aclclient::retText(status.ret);
     return j;
@@ -279,7 +240,7 @@ ordered_json describe(aclclient::TableSession& s, const Gem& g,
   }
   j["slots"] = slots;
   ordered_json binds = ordered_json::array();
-  for (const BindEntry& e : entries) {
+  for (const GemBindEntry& e : entries) {
     if (e.ifIndex != g.ifIndex || e.onu != g.onu || e.gem != g.gem) continue;
     binds.push_back({{"list", e.lst}, {"kind", kindName(e.kind)}, {"dir", dirName(e.dir)}});
   }
@@ -295,7 +256,7 @@ void show(const AclctlGlobals& glob, const GemArgs& a) {
   } else {
     gems = records(s);
   }
-  const std::vector<BindEntry> entries = bindEntries(s);
+  const std::vector<GemBindEntry> entries = gemBindEntries(s);
   std::vector<ordered_json> rows;
   for (const Gem& g : gems) rows.push_back(describe(s, g, entries));
   if (a.whereOpt && rows[0].contains("error")) {
@@ -332,13 +293,13 @@ void statsShow(const AclctlGlobals& glob, const GemArgs& a) {
     key[24] = 0x20 | 0x08 | 0x04;  // ifIndex, ONU id, GEM port
   }
   std::vector<ordered_json> rows;
-  wire::Response resp = s.call(keyed(kFuncStatsGetFirst, key));
+  wire::Response resp = s.call(gemKeyed(wire::fid::aclGemPortStatsGetFirst, key));
   while (resp.result == 0 && resp.key.size() == kStatsIndexLen) {
     const std::vector<uint8_t> cur = resp.key;
     ordered_json row = {{"ifIndex", be::load32(cur, 8)},  {"onu", be::load32(cur, 12)},
                         {"gemPort", be::load16(cur, 20)}, {"list", be::load32(cur, 0)},
                         {"rule", be::load32(cur, 4)},     {"dir", dirName(be::load16(cur, 22))}};
-    wire::Request get = keyed(kFuncStatsGet, cur, 1);
+    wire::Request get = gemKeyed(wire::fid::aclGemPortStatsGetApi, cur, 1);
     get.bufShape = wire::BufShape::Desc;
     get.descCapacity = kStatsAnswerLen;
     const wire::Response r = s.call(get);
@@ -351,7 +312,7 @@ void statsShow(const AclctlGlobals& glob, const GemArgs& a) {
     }
     rows.push_back(row);
     if (rows.size() > 1'000'000) break;
-    resp = s.call(keyed(kFuncStatsGetNext, cur));
+    resp = s.call(gemKeyed(wire::fid::aclGemPortStatsGetNext, cur));
     if (resp.result == 0 && resp.key == cur) break;
   }
   if (resp.result != 0 && resp.result != CMN_ERR_NOT_FOUND) {
@@ -393,7 +354,7 @@ void statsClear(const AclctlGlobals& glob, const GemArgs& a) {
     what = "statistics of GEM port " + g.text();
   }
   aclclient::TableSession s(glob);
-  wire::Request req = keyed(kFuncStatsSet, key, 6);
+  wire::Request req = gemKeyed(wire::fid::aclGemPortStatsSetApi, key, 6);
   req.bufShape = wire::BufShape::Value;
   const int32_t ret = s.call(req).result;
   if (ret != 0)

@@ -10,25 +10,24 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/aclctl_tables.h"
 #include "client/dev_client.h"
 #include "client/table_session.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using aclclient::TableSession;
 using nlohmann::ordered_json;
 
-constexpr uint32_t kScalarGet = 1;
-constexpr uint32_t kScalarSet = 2;
-
-constexpr uint32_t kCmdInCtrl = 6;  // 7 egress
-constexpr uint32_t kCmdInAcl = 8;   // 9 egress
+constexpr uint32_t kGlbCmdInCtrl = 6;  // 7 egress
+constexpr uint32_t kCmdInAcl = 8;      // 9 egress
 constexpr uint32_t kCmdDebugSet = 18;
 constexpr uint32_t kCmdDebugClear = 19;
 constexpr uint32_t kCmdVersion = 21;
-constexpr uint32_t kCmdFirstSlot = 26;  // inL2Acl; then out, then the next type
-constexpr uint32_t kCmdRuleNum = 41;    // in use / maximum pairs, L2 first
+constexpr uint32_t kCmdFirstSlot = 26;   // inL2Acl; then out, then the next type
+constexpr uint32_t kGlbCmdRuleNum = 41;  // in use / maximum pairs, L2 first
 constexpr uint32_t kVersionCapacity = 64;
 
 // The typed global slots in command order: in and out of each type.
@@ -52,7 +51,7 @@ uint32_t slotCmd(const std::string& dir, const std::string& type) {
 
 // A value the daemon must answer; any refusal ends aclctl.
 uint32_t mustGet(TableSession& s, uint32_t cmd, const char* what) {
-  const aclclient::ValueAnswer v = s.getValue(kScalarGet, 0, cmd);
+  const aclclient::ValueAnswer v = s.getValue(wire::fid::aclScalarGetApi, 0, cmd);
   if (v.ret != 0) {
     throw AclctlExit(kAclctlExitFailed, std::string(what) + ": " + aclclient::retText(v.ret));
   }
@@ -69,18 +68,12 @@ uint32_t parseBits(const std::string& text) {
   throw AclctlExit(kAclctlExitUsage, "bits must be a number (0x.. for hex): " + text);
 }
 
-std::string hex32(uint32_t v) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", v);
-  return text;
-}
-
 void showGlobal(const AclctlGlobals& g) {
   TableSession s(g);
   ordered_json generic;
   for (const char* dir : {"in", "out"}) {
     const uint32_t off = dirOffset(dir);
-    const uint32_t sw = mustGet(s, kCmdInCtrl + off, "switch");
+    const uint32_t sw = mustGet(s, kGlbCmdInCtrl + off, "switch");
     generic[dir] = {{"switch", sw}, {"on", sw == 1}, {"list", mustGet(s, kCmdInAcl + off, "list")}};
   }
   ordered_json slots = ordered_json::array();
@@ -139,8 +132,8 @@ void showLimits(const AclctlGlobals& g) {
   j["valid_global_rules"] = mustGet(s, 4, "global rules");
   ordered_json rules;
   for (uint32_t col = 0; col < std::size(kTypes); ++col) {
-    rules[kTypes[col]] = {{"used", mustGet(s, kCmdRuleNum + col * 2, "rules")},
-                          {"max", mustGet(s, kCmdRuleNum + col * 2 + 1, "rules")}};
+    rules[kTypes[col]] = {{"used", mustGet(s, kGlbCmdRuleNum + col * 2, "rules")},
+                          {"max", mustGet(s, kGlbCmdRuleNum + col * 2 + 1, "rules")}};
   }
   j["rules"] = rules;
   j["car_min"] = mustGet(s, 39, "car min");
@@ -203,7 +196,7 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
     TableSession s(globals);
     const uint32_t cmd = slotCmd(a->dir, a->type);
     aclclient::reportResult(globals, "global bind " + a->dir + " " + a->type,
-                            s.setValue(kScalarSet, 0, cmd, a->list),
+                            s.setValue(wire::fid::aclScalarSetApi, 0, cmd, a->list),
                             {{"direction", a->dir}, {"type", a->type}, {"list", a->list}});
   });
 
@@ -213,7 +206,7 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
   unbind->callback([&globals, a] {
     TableSession s(globals);
     aclclient::reportResult(globals, "global unbind " + a->dir + " " + a->type,
-                            s.setValue(kScalarSet, 0, slotCmd(a->dir, a->type), 0),
+                            s.setValue(wire::fid::aclScalarSetApi, 0, slotCmd(a->dir, a->type), 0),
                             {{"direction", a->dir}, {"type", a->type}});
   });
 
@@ -223,9 +216,10 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
   sw->callback([&globals, a] {
     TableSession s(globals);
     const bool on = a->onOff == "on";
-    aclclient::reportResult(globals, "global switch " + a->dir + " " + a->onOff,
-                            s.setValue(kScalarSet, 0, kCmdInCtrl + dirOffset(a->dir), on ? 1 : 0),
-                            {{"direction", a->dir}, {"on", on}});
+    aclclient::reportResult(
+        globals, "global switch " + a->dir + " " + a->onOff,
+        s.setValue(wire::fid::aclScalarSetApi, 0, kGlbCmdInCtrl + dirOffset(a->dir), on ? 1 : 0),
+        {{"direction", a->dir}, {"on", on}});
   });
 
   auto* generic = global->add_subcommand(
@@ -234,9 +228,10 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
   generic->add_option("LIST", a->list, "list number")->required();
   generic->callback([&globals, a] {
     TableSession s(globals);
-    aclclient::reportResult(globals, "global set-generic " + a->dir,
-                            s.setValue(kScalarSet, 0, kCmdInAcl + dirOffset(a->dir), a->list),
-                            {{"direction", a->dir}, {"list", a->list}});
+    aclclient::reportResult(
+        globals, "global set-generic " + a->dir,
+        s.setValue(wire::fid::aclScalarSetApi, 0, kCmdInAcl + dirOffset(a->dir), a->list),
+        {{"direction", a->dir}, {"list", a->list}});
   });
 
   global->add_subcommand("show", "Every global slot, the switches and the generic lists")
@@ -247,7 +242,8 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
 
   app.add_subcommand("version", "The daemon's version string")->callback([&globals] {
     TableSession s(globals);
-    const aclclient::BytesAnswer v = s.getBytes(kScalarGet, 0, kCmdVersion, kVersionCapacity);
+    const aclclient::BytesAnswer v =
+        s.getBytes(wire::fid::aclScalarGetApi, 0, kCmdVersion, kVersionCapacity);
     if (v.ret != 0) {
       throw AclctlExit(kAclctlExitFailed, "version: " + aclclient::retText(v.ret));
     }
@@ -268,10 +264,10 @@ void aclctlAddGlobalCommands(CLI::App& app, AclctlGlobals& globals) {
     sub->callback([&globals, a, verb = std::string(verb), cmd = cmd] {
       const uint32_t bits = parseBits(a->bits);
       TableSession s(globals);
-      const int32_t ret = s.setValue(kScalarSet, 0, cmd, bits);
+      const int32_t ret = s.setValue(wire::fid::aclScalarSetApi, 0, cmd, bits);
       ordered_json extra = {{"bits", bits}};
       if (ret == 0) {
-        const aclclient::ValueAnswer now = s.getValue(kScalarGet, 0, kCmdDebugSet);
+        const aclclient::ValueAnswer now = s.getValue(wire::fid::aclScalarGetApi, 0, kCmdDebugSet);
         if (now.ret == 0) extra["debug_flags"] = now.value;
         if (!globals.json && now.ret == 0) {
           std::cout << "debug flags " << hex32(now.value) << std::endl;

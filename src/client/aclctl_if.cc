@@ -12,65 +12,30 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/aclctl_views.h"
 #include "client/dev_client.h"
 #include "client/table_session.h"
 #include "hw/acl_bind_slot.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kFuncLstGetFirst = 14;
-constexpr uint32_t kFuncLstGetNext = 15;
-constexpr uint32_t kFuncIfGetFirst = 16;
-constexpr uint32_t kFuncIfGetNext = 17;
-constexpr uint32_t kFuncIfGet = 18;
-constexpr uint32_t kFuncIfSet = 19;
-constexpr uint32_t kFuncStatsGetFirst = 26;
-constexpr uint32_t kFuncStatsGetNext = 27;
-constexpr uint32_t kFuncStatsGet = 28;
-constexpr uint32_t kFuncStatsSet = 29;
-constexpr uint32_t kFuncLstGet = 6;
-constexpr uint32_t kLstCmdStatus = 9;
-
 constexpr uint32_t kCmdOutCtrl = 1;
 constexpr uint32_t kCmdInCtrl = 2;
 constexpr uint32_t kCmdRowStatus = 17;
-constexpr uint32_t kRowCreate = 2;
-constexpr uint32_t kRowDestroy = 4;
 constexpr uint32_t kCtrlOn = 1;
 constexpr uint32_t kCtrlOff = 2;
 
 constexpr size_t kLstKeyLen = 20;
-constexpr size_t kStatsIndexLen = 28;
 constexpr size_t kStatsIfAt = 8;
 constexpr size_t kStatsDirAt = 22;
 constexpr size_t kStatsFilterAt = 24;
 constexpr uint8_t kStatsFilterIf = 0x20;  // bit 2
-constexpr uint32_t kStatsAnswerLen = 64;
-constexpr const char* kCounterNames[] = {"p1", "b1", "p2", "b2", "p3", "b3", "p4", "b4"};
-
-const char* const kListTypeNames[] = {"", "l2", "ipv4", "ipv6", "hybrid", "mpls", "", "", "udf"};
-const char* const kDirNames[] = {"in", "out", "vfp"};
-
-std::string kindName(uint32_t kind) {
-  if (kind == ACL_BIND_KIND_UNTYPED) return "untyped";
-  if (aclBindKindIsVfp(kind)) {
-    const uint32_t col = kind - ACL_BIND_KIND_VFP_L2;
-    return std::string("vfp-") + kListTypeNames[col == 5 ? 8 : col + 1];
-  }
-  if (kind < std::size(kListTypeNames) && kListTypeNames[kind][0] != '\0') {
-    return kListTypeNames[kind];
-  }
-  return std::to_string(kind);
-}
-
-std::string dirName(uint32_t dir) {
-  return dir < std::size(kDirNames) ? kDirNames[dir] : std::to_string(dir);
-}
 
 // The list type a list number carries, by its range.
 const char* listTypeOf(uint32_t lst) {
@@ -156,22 +121,14 @@ std::string slotOfInterface(const AclctlGlobals& g, uint32_t ifIndex) {
                    what + ": " + (cause.empty() ? "" : cause + ": ") + aclclient::retText(ret));
 }
 
-void reportOk(const AclctlGlobals& g, const std::string& text) {
-  if (g.json) {
-    std::cout << ordered_json{{"ret", 0}}.dump() << std::endl;
-  } else {
-    std::cout << text << std::endl;
-  }
-}
-
 void create(const AclctlGlobals& g, const IfArgs& a) {
   aclclient::TableSession s(g);
   const std::string what = "create interface " + std::to_string(a.ifIndex);
-  if (int32_t ret = s.setValue(kFuncIfSet, a.ifIndex, kCmdRowStatus, kRowCreate)) {
+  if (int32_t ret = s.setValue(wire::fid::aclIfSetApi, a.ifIndex, kCmdRowStatus, kRowCreate)) {
     refused(g, what, ret, a.ifIndex, 0, "");
   }
   // The interface manager may keep no record for some interfaces and still say yes.
-  if (s.getValue(kFuncIfGet, a.ifIndex, kCmdRowStatus).ret != 0) {
+  if (s.getValue(wire::fid::aclIfGetApi, a.ifIndex, kCmdRowStatus).ret != 0) {
     throw AclctlExit(kAclctlExitFailed, what + ": the interface takes no lists");
   }
   reportOk(g, "created interface " + std::to_string(a.ifIndex));
@@ -180,10 +137,10 @@ void create(const AclctlGlobals& g, const IfArgs& a) {
 void remove(const AclctlGlobals& g, const IfArgs& a) {
   aclclient::TableSession s(g);
   const std::string what = "delete interface " + std::to_string(a.ifIndex);
-  if (int32_t ret = s.setValue(kFuncIfSet, a.ifIndex, kCmdRowStatus, kRowDestroy)) {
+  if (int32_t ret = s.setValue(wire::fid::aclIfSetApi, a.ifIndex, kCmdRowStatus, kRowDestroy)) {
     refused(g, what, ret, a.ifIndex, 0, "");
   }
-  if (s.getValue(kFuncIfGet, a.ifIndex, kCmdRowStatus).ret == 0) {
+  if (s.getValue(wire::fid::aclIfGetApi, a.ifIndex, kCmdRowStatus).ret == 0) {
     throw AclctlExit(kAclctlExitFailed, what + ": lists are still bound to it");
   }
   reportOk(g, "deleted interface " + std::to_string(a.ifIndex));
@@ -198,14 +155,14 @@ void bind(const AclctlGlobals& g, const IfArgs& a) {
       std::string(slot.cls == AclSlotClass::Untyped ? listTypeOf(a.lst)
                                                     : kListTypeNames[slot.listType]) +
       " " + dirName(slot.dir);
-  if (s.getValue(kFuncLstGet, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
+  if (s.getValue(wire::fid::aclLstGetApi, a.lst, kLstCmdStatus).ret == ACL_ERR_LIST_NOT_EXIST) {
     refused(g, what, ACL_ERR_LIST_NOT_EXIST, a.ifIndex, a.lst, slotText);
   }
-  if (int32_t ret = s.setValue(kFuncIfSet, a.ifIndex, slot.ifCmd, a.lst)) {
+  if (int32_t ret = s.setValue(wire::fid::aclIfSetApi, a.ifIndex, slot.ifCmd, a.lst)) {
     refused(g, what, ret, a.ifIndex, a.lst, slotText);
   }
   if (slot.cls == AclSlotClass::Untyped) {
-    if (int32_t ret = s.setValue(kFuncIfSet, a.ifIndex, slot.ctrlCmd, kCtrlOn)) {
+    if (int32_t ret = s.setValue(wire::fid::aclIfSetApi, a.ifIndex, slot.ctrlCmd, kCtrlOn)) {
       refused(g, what, ret, a.ifIndex, a.lst, slotText);
     }
   }
@@ -221,12 +178,12 @@ void unbind(const AclctlGlobals& g, const IfArgs& a) {
   if (slot.cls == AclSlotClass::Untyped) {
     // Switching off takes the list off and empties the slot; a slot set but never switched on
     // is emptied directly.
-    const auto ctrl = s.getValue(kFuncIfGet, a.ifIndex, slot.ctrlCmd);
+    const auto ctrl = s.getValue(wire::fid::aclIfGetApi, a.ifIndex, slot.ctrlCmd);
     ret = ctrl.ret == 0 && ctrl.value == kCtrlOn
-              ? s.setValue(kFuncIfSet, a.ifIndex, slot.ctrlCmd, kCtrlOff)
-              : s.setValue(kFuncIfSet, a.ifIndex, slot.ifCmd, 0);
+              ? s.setValue(wire::fid::aclIfSetApi, a.ifIndex, slot.ctrlCmd, kCtrlOff)
+              : s.setValue(wire::fid::aclIfSetApi, a.ifIndex, slot.ifCmd, 0);
   } else {
-    ret = s.setValue(kFuncIfSet, a.ifIndex, slot.ifCmd, 0);
+    ret = s.setValue(wire::fid::aclIfSetApi, a.ifIndex, slot.ifCmd, 0);
   }
   if (ret != 0) refused(g, what, ret, a.ifIndex, 0, "");
   reportOk(g, "unbound interface " + std::to_string(a.ifIndex) + " " + slot.name);
@@ -263,7 +220,7 @@ void ownersOf(const AclctlGlobals& g, std::vector<BindEntry>& entries) {
 std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
   std::vector<BindEntry> out;
   wire::Request req;
-  req.funcId = kFuncLstGetFirst;
+  req.funcId = wire::fid::aclIfLstGetFirst;
   req.keyShape = wire::KeyShape::Bytes;
   req.key.assign(kLstKeyLen, 0);
   wire::Response resp = s.call(req);
@@ -273,7 +230,7 @@ std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
                    be::load32(k, 16)});
     // A daemon that answers the same key again would walk for ever.
     if (out.size() > 1'000'000) break;
-    req.funcId = kFuncLstGetNext;
+    req.funcId = wire::fid::aclIfLstGetNext;
     req.key = k;
     const std::vector<uint8_t> cur = k;
     resp = s.call(req);
@@ -285,17 +242,19 @@ std::vector<BindEntry> bindEntries(aclclient::TableSession& s) {
 ordered_json describe(aclclient::TableSession& s, uint32_t ifIndex,
                       const std::vector<BindEntry>& entries) {
   ordered_json j = {{"ifIndex", ifIndex}};
-  const auto status = s.getValue(kFuncIfGet, ifIndex, kCmdRowStatus);
+  const auto status = s.getValue(wire::fid::aclIfGetApi, ifIndex, kCmdRowStatus);
   if (status.ret != 0) {
     j["error"] = aclclient::retText(status.ret);
     return j;
   }
   j["rowStatus"] = status.value;
-  j["inCtrl"] = s.getValue(kFuncIfGet, ifIndex, kCmdInCtrl).value == kCtrlOn ? "on" : "off";
-  j["outCtrl"] = s.getValue(kFuncIfGet, ifIndex, kCmdOutCtrl).value == kCtrlOn ? "on" : "off";
+  j["inCtrl"] =
+      s.getValue(wire::fid::aclIfGetApi, ifIndex, kCmdInCtrl).value == kCtrlOn ? "on" : "off";
+  j["outCtrl"] =
+      s.getValue(wire::fid::aclIfGetApi, ifIndex, kCmdOutCtrl).value == kCtrlOn ? "on" : "off";
   ordered_json slots = ordered_json::object();
   for (const AclBindSlotDef& def : kAclBindSlots) {
-    const auto v = s.getValue(kFuncIfGet, ifIndex, def.ifCmd);
+    const auto v = s.getValue(wire::fid::aclIfGetApi, ifIndex, def.ifCmd);
     if (v.ret == 0 && v.value != 0) slots[def.name] = v.value;
   }
   j["slots"] = slots;
@@ -317,7 +276,7 @@ ordered_json describe(aclclient::TableSession& s, uint32_t ifIndex,
 
 ordered_json aclctlIfRows(const AclctlGlobals& g) {
   aclclient::TableSession s(g);
-  const std::vector<uint32_t> ifs = s.walk(kFuncIfGetFirst, kFuncIfGetNext);
+  const std::vector<uint32_t> ifs = s.walk(wire::fid::aclIfGetFirst, wire::fid::aclIfGetNext);
   const std::vector<BindEntry> entries = bindEntries(s);
   ordered_json rows = ordered_json::array();
   for (uint32_t i : ifs) rows.push_back(describe(s, i, entries));
@@ -332,7 +291,7 @@ void show(const AclctlGlobals& g, const IfArgs& a) {
   if (a.ifOpt) {
     ifs.push_back(*a.ifOpt);
   } else {
-    ifs = s.walk(kFuncIfGetFirst, kFuncIfGetNext);
+    ifs = s.walk(wire::fid::aclIfGetFirst, wire::fid::aclIfGetNext);
   }
   std::vector<BindEntry> entries = bindEntries(s);
   ownersOf(g, entries);
@@ -380,14 +339,14 @@ void statsShow(const AclctlGlobals& g, const IfArgs& a) {
     key[kStatsFilterAt] = kStatsFilterIf;
   }
   std::vector<ordered_json> rows;
-  wire::Response resp = s.call(statsRequest(kFuncStatsGetFirst, key));
+  wire::Response resp = s.call(statsRequest(wire::fid::aclIfStatsGetFirst, key));
   while (resp.result == 0 && resp.key.size() == kStatsIndexLen) {
     const std::vector<uint8_t> cur = resp.key;
     ordered_json row = {{"ifIndex", be::load32(cur, kStatsIfAt)},
                         {"list", be::load32(cur, 0)},
                         {"rule", be::load32(cur, 4)},
                         {"dir", dirName(be::load16(cur, kStatsDirAt))}};
-    wire::Request get = statsRequest(kFuncStatsGet, cur, 1);
+    wire::Request get = statsRequest(wire::fid::aclIfStatsGetApi, cur, 1);
     get.bufShape = wire::BufShape::Desc;
     get.descCapacity = kStatsAnswerLen;
     const wire::Response r = s.call(get);
@@ -399,7 +358,7 @@ void statsShow(const AclctlGlobals& g, const IfArgs& a) {
       }
     }
     rows.push_back(row);
-    resp = s.call(statsRequest(kFuncStatsGetNext, cur));
+    resp = s.call(statsRequest(wire::fid::aclIfStatsGetNext, cur));
     if (resp.result == 0 && resp.key == cur) break;
   }
   if (resp.result != 0 && resp.result != CMN_ERR_NOT_FOUND) {
@@ -433,7 +392,7 @@ void statsClear(const AclctlGlobals& g, const IfArgs& a) {
   std::vector<uint8_t> key(kStatsIndexLen, 0);
   be::store32(key, kStatsIfAt, a.ifOpt.value_or(0));
   aclclient::TableSession s(g);
-  wire::Request req = statsRequest(kFuncStatsSet, key, 6);
+  wire::Request req = statsRequest(wire::fid::aclIfStatsSetApi, key, 6);
   req.bufShape = wire::BufShape::Value;
   const int32_t ret = s.call(req).result;
   const std::string what =

@@ -13,17 +13,15 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/aclctl_views.h"
 #include "client/table_session.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kLstGetFirst = 4;
-constexpr uint32_t kLstGetNext = 5;
-constexpr uint32_t kLstGet = 6;
-constexpr uint32_t kLstSet = 7;
 constexpr uint32_t kCmdName = 1;
 constexpr uint32_t kCmdRefCnt = 2;
 constexpr uint32_t kCmdRuleNum = 4;
@@ -31,12 +29,6 @@ constexpr uint32_t kCmdStatus = 9;
 constexpr uint32_t kStatusCreate = 2;
 constexpr uint32_t kStatusDelete = 4;
 constexpr uint32_t kNameMax = 64;
-
-std::string hex32(int32_t v) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<uint32_t>(v));
-  return text;
-}
 
 // The list type a number gives; hybrid numbers come before IPv6 ones.
 const char* listTypeName(uint32_t lstIdx) {
@@ -70,13 +62,14 @@ void expectOk(const AclctlGlobals& g, const char* what, uint32_t lstIdx, int32_t
 
 // One list's attributes; nothing when it has gone meanwhile.
 std::optional<ordered_json> describe(TableSession& c, uint32_t lstIdx, int32_t* ret) {
-  const aclclient::BytesAnswer name = c.getBytes(kLstGet, lstIdx, kCmdName, kNameMax);
+  const aclclient::BytesAnswer name =
+      c.getBytes(wire::fid::aclLstGetApi, lstIdx, kCmdName, kNameMax);
   *ret = name.ret;
   if (name.ret != 0) return std::nullopt;
   uint32_t values[3] = {};
   const uint32_t cmds[3] = {kCmdRefCnt, kCmdRuleNum, kCmdStatus};
   for (int i = 0; i < 3; ++i) {
-    const aclclient::ValueAnswer v = c.getValue(kLstGet, lstIdx, cmds[i]);
+    const aclclient::ValueAnswer v = c.getValue(wire::fid::aclLstGetApi, lstIdx, cmds[i]);
     *ret = v.ret;
     if (v.ret != 0) return std::nullopt;
     values[i] = v.value;
@@ -94,7 +87,7 @@ std::optional<ordered_json> describe(TableSession& c, uint32_t lstIdx, int32_t* 
 ordered_json aclctlListRows(const AclctlGlobals& g) {
   TableSession c(g);
   ordered_json rows = ordered_json::array();
-  for (uint32_t idx : c.walk(kLstGetFirst, kLstGetNext)) {
+  for (uint32_t idx : c.walk(wire::fid::aclLstGetFirst, wire::fid::aclLstGetNext)) {
     int32_t ret = 0;
     if (auto row = describe(c, idx, &ret)) rows.push_back(*row);
   }
@@ -152,9 +145,9 @@ void aclctlAddListCommands(CLI::App& app, AclctlGlobals& globals) {
       throw AclctlExit(kAclctlExitUsage, "a list name has at most 64 characters");
     }
     TableSession c(globals);
-    int32_t ret = c.setValue(kLstSet, a->lstIdx, kCmdStatus, kStatusCreate);
+    int32_t ret = c.setValue(wire::fid::aclLstSetApi, a->lstIdx, kCmdStatus, kStatusCreate);
     if (ret == 0 && !a->name.empty())
-      ret = c.setBytes(kLstSet, a->lstIdx, kCmdName, nameBytes(a->name));
+      ret = c.setBytes(wire::fid::aclLstSetApi, a->lstIdx, kCmdName, nameBytes(a->name));
     expectOk(globals, "created", a->lstIdx, ret);
   });
 
@@ -163,13 +156,14 @@ void aclctlAddListCommands(CLI::App& app, AclctlGlobals& globals) {
   del->callback([&globals, a] {
     TableSession c(globals);
     // Deleting a missing list succeeds on the daemon's side; say so rather than claim it.
-    const aclclient::ValueAnswer status = c.getValue(kLstGet, a->lstIdx, kCmdStatus);
+    const aclclient::ValueAnswer status =
+        c.getValue(wire::fid::aclLstGetApi, a->lstIdx, kCmdStatus);
     if (status.ret != 0) {
       expectOk(globals, "deleted", a->lstIdx, status.ret);
       return;
     }
     expectOk(globals, "deleted", a->lstIdx,
-             c.setValue(kLstSet, a->lstIdx, kCmdStatus, kStatusDelete));
+             c.setValue(wire::fid::aclLstSetApi, a->lstIdx, kCmdStatus, kStatusDelete));
   });
 
   auto* rename = list->add_subcommand("rename", "Give a list another name");
@@ -181,7 +175,7 @@ void aclctlAddListCommands(CLI::App& app, AclctlGlobals& globals) {
     }
     TableSession c(globals);
     expectOk(globals, "renamed", a->lstIdx,
-             c.setBytes(kLstSet, a->lstIdx, kCmdName, nameBytes(a->name)));
+             c.setBytes(wire::fid::aclLstSetApi, a->lstIdx, kCmdName, nameBytes(a->name)));
   });
 
   auto* showCmd = list->add_subcommand("show", "Show one list or all of them");

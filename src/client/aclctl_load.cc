@@ -29,6 +29,7 @@
 #include "hw/acl_bind_slot.h"
 #include "wire/acl_ret.h"
 #include "wire/acl_rule_cmds.h"
+#include "wire/func_table.h"
 
 namespace {
 
@@ -38,20 +39,14 @@ using aclclient::RuleRef;
 using aclclient::TableSession;
 using nlohmann::ordered_json;
 
-constexpr uint32_t kScalarGet = 1;
-constexpr uint32_t kScalarSet = 2;
 constexpr uint32_t kScalarMaxLists = 0;
 constexpr uint32_t kScalarMaxListRules = 2;
 constexpr uint32_t kScalarRuleNum = 41;  // used / maximum pairs, by type column
-constexpr uint32_t kLstGet = 6;
-constexpr uint32_t kLstSet = 7;
 constexpr uint32_t kLstName = 1;
 constexpr uint32_t kLstRefCnt = 2;
 constexpr uint32_t kLstStatus = 9;
 constexpr uint32_t kLstCreate = 2;
 constexpr uint32_t kLstDelete = 4;
-constexpr uint32_t kIfGet = 18;
-constexpr uint32_t kIfSet = 19;
 constexpr uint32_t kIfRowStatus = 17;
 constexpr uint32_t kIfCreate = 2;
 constexpr uint32_t kIfDestroy = 4;
@@ -239,7 +234,7 @@ void checkRule(const ordered_json& r, const std::string& p, const Checked& ck, c
 
 void checkLists(const ordered_json& doc, Checked& ck, const Current& cur, TableSession& s) {
   const ordered_json& lists = arrayAt(doc, "lists", "");
-  const uint32_t maxRules = s.getValue(kScalarGet, 0, kScalarMaxListRules).value;
+  const uint32_t maxRules = s.getValue(wire::fid::aclScalarGetApi, 0, kScalarMaxListRules).value;
   std::map<std::string, uint32_t> names;
   for (size_t i = 0; i < lists.size(); ++i) {
     const std::string p = at("/lists", i);
@@ -298,15 +293,16 @@ void checkCapacity(const ordered_json& doc, const Checked& ck, const Current& cu
   std::set<uint32_t> all;
   for (const auto& [lst, l] : cur.lists) all.insert(lst);
   for (const auto& [lst, i] : ck.lists) all.insert(lst);
-  const uint32_t maxLists = s.getValue(kScalarGet, 0, kScalarMaxLists).value;
+  const uint32_t maxLists = s.getValue(wire::fid::aclScalarGetApi, 0, kScalarMaxLists).value;
   if (all.size() > maxLists) {
     refuse("/lists", "the daemon would hold " + std::to_string(all.size()) + " lists; at most " +
                          std::to_string(maxLists));
   }
   for (size_t col = 0; col < std::size(kTypeColumns); ++col) {
     const uint8_t type = kTypeColumns[col];
-    int64_t used = s.getValue(kScalarGet, 0, kScalarRuleNum + col * 2).value;
-    const uint32_t max = s.getValue(kScalarGet, 0, kScalarRuleNum + col * 2 + 1).value;
+    int64_t used = s.getValue(wire::fid::aclScalarGetApi, 0, kScalarRuleNum + col * 2).value;
+    const uint32_t max =
+        s.getValue(wire::fid::aclScalarGetApi, 0, kScalarRuleNum + col * 2 + 1).value;
     for (const auto& [lst, i] : ck.lists) {
       if (aclclient::listTypeOfIndex(lst) != type) continue;
       if (auto c = cur.lists.find(lst); c != cur.lists.end()) used -= (*c->second)["rules"].size();
@@ -520,12 +516,15 @@ int32_t Loader::fillList(uint32_t lst, const ordered_json& l, std::string* what)
   if (l.contains("name")) {
     *what = "name";
     const std::string name = l["name"].get<std::string>();
-    if (int32_t ret = s_.setBytes(kLstSet, lst, kLstName, {name.begin(), name.end()})) return ret;
+    if (int32_t ret =
+            s_.setBytes(wire::fid::aclLstSetApi, lst, kLstName, {name.begin(), name.end()}))
+      return ret;
   }
   for (const auto& o : aclclient::configListOptions()) {
     if (!l.contains(o.key)) continue;
     *what = o.key;
-    if (int32_t ret = s_.setValue(kLstSet, lst, o.cmd, l[o.key].get<uint32_t>())) return ret;
+    if (int32_t ret = s_.setValue(wire::fid::aclLstSetApi, lst, o.cmd, l[o.key].get<uint32_t>()))
+      return ret;
   }
   return 0;
 }
@@ -582,12 +581,13 @@ int32_t Loader::buildRule(RuleRef r, const ordered_json& rule, std::string* what
 // switched-on list cannot be replaced), then the list, then the switch.
 int32_t Loader::setGeneric(bool global, uint32_t ifIndex, const aclclient::GenericSlot& g,
                            uint32_t list, bool on) {
-  const uint32_t func = global ? kScalarSet : kIfSet;
+  const uint32_t func = global ? wire::fid::aclScalarSetApi : wire::fid::aclIfSetApi;
   const uint32_t key = global ? 0 : ifIndex;
   const uint32_t listCmd = global ? g.scalarList : g.ifList;
   const uint32_t swCmd = global ? g.scalarSwitch : g.ifSwitch;
   const uint32_t offValue = global ? 0 : aclclient::kIfSwitchOff;
-  const aclclient::ValueAnswer sw = s_.getValue(global ? kScalarGet : kIfGet, key, swCmd);
+  const aclclient::ValueAnswer sw =
+      s_.getValue(global ? wire::fid::aclScalarGetApi : wire::fid::aclIfGetApi, key, swCmd);
   if (sw.ret == 0 && sw.value == 1) {
     if (int32_t ret = s_.setValue(func, key, swCmd, offValue)) return ret;
   }
@@ -642,10 +642,11 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
         path,
         [this, lst, l](std::string* w) {
           *w = "create";
-          if (int32_t ret = s_.setValue(kLstSet, lst, kLstStatus, kLstCreate)) return ret;
+          if (int32_t ret = s_.setValue(wire::fid::aclLstSetApi, lst, kLstStatus, kLstCreate))
+            return ret;
           return fillList(lst, l, w);
         },
-        [this, lst] { s_.setValue(kLstSet, lst, kLstStatus, kLstDelete); });
+        [this, lst] { s_.setValue(wire::fid::aclLstSetApi, lst, kLstStatus, kLstDelete); });
   } else {
     // A bound list cannot change (the daemon refuses it while dynamic binding is off), so a
     // document that would change one is refused whole instead of half applied.
@@ -654,7 +655,7 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
       const auto h = haveRules.find(r["rule"].get<uint32_t>());
       differs = differs || h == haveRules.end() || !same(normalRule(r), normalRule(*h->second));
     }
-    if (differs && s_.getValue(kLstGet, lst, kLstRefCnt).value != 0) {
+    if (differs && s_.getValue(wire::fid::aclLstGetApi, lst, kLstRefCnt).value != 0) {
       refuse(path, "list " + std::to_string(lst) +
                        " is bound in the daemon and would change; unbind it first");
     }
@@ -716,18 +717,21 @@ void Loader::planList(const ordered_json& l, const std::string& path) {
 void Loader::planScope(const ordered_json& want, const ordered_json& have, const std::string& path,
                        bool global, uint32_t ifIndex, bool fresh) {
   bool changed = fresh;
-  const uint32_t func = global ? kScalarSet : kIfSet;
+  const uint32_t func = global ? wire::fid::aclScalarSetApi : wire::fid::aclIfSetApi;
   const uint32_t key = global ? 0 : ifIndex;
   if (fresh) {
     add(
         path,
         [this, ifIndex](std::string* w) {
           *w = "create the interface record";
-          if (int32_t ret = s_.setValue(kIfSet, ifIndex, kIfRowStatus, kIfCreate)) return ret;
+          if (int32_t ret = s_.setValue(wire::fid::aclIfSetApi, ifIndex, kIfRowStatus, kIfCreate))
+            return ret;
           // The interface manager may keep no record for some interfaces and still say yes.
-          return s_.getValue(kIfGet, ifIndex, kIfRowStatus).ret;
+          return s_.getValue(wire::fid::aclIfGetApi, ifIndex, kIfRowStatus).ret;
         },
-        [this, ifIndex] { s_.setValue(kIfSet, ifIndex, kIfRowStatus, kIfDestroy); });
+        [this, ifIndex] {
+          s_.setValue(wire::fid::aclIfSetApi, ifIndex, kIfRowStatus, kIfDestroy);
+        });
   }
   for (const aclclient::GenericSlot& g : aclclient::genericSlots()) {
     const ordered_json& h = have["generic"][g.dir];

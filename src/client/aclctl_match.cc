@@ -17,15 +17,16 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/call_args.h"
 #include "client/table_session.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kLstGet = 6;
 constexpr uint32_t kCmdAddr = 10;
 constexpr uint32_t kCmdAddrEx = 11;
 constexpr uint32_t kCmdIgmp = 12;
@@ -41,12 +42,6 @@ constexpr uint32_t kFamilyIpv6 = 2;
 constexpr size_t kFrameLen = 128;
 constexpr size_t kPacketReqLen = 148;
 constexpr size_t kVerdictAt = 146;
-
-std::string hex32(int32_t v) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<uint32_t>(v));
-  return text;
-}
 
 const char* verdictName(uint8_t v) {
   switch (v) {
@@ -114,7 +109,7 @@ struct Answer {
 Answer ask(const AclctlGlobals& g, uint32_t lstIdx, uint32_t cmd, const std::vector<uint8_t>& q) {
   aclclient::TableSession c(g);
   wire::Request req;
-  req.funcId = kLstGet;
+  req.funcId = wire::fid::aclLstGetApi;
   req.cmd = cmd;
   req.keyShape = wire::KeyShape::Value;
   req.keyValue = lstIdx;

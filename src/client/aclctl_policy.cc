@@ -19,15 +19,13 @@
 #include "wire/acl_bits.h"
 #include "wire/acl_codes.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 #include "wire/protocol.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kScalarSet = 2;
-constexpr uint32_t kIfSet = 19;
-constexpr uint32_t kGemSet = 80;
 constexpr uint32_t kReqLen = 56;
 constexpr uint32_t kPbrLen = 80;
 
@@ -39,13 +37,13 @@ const char* const kDirs[] = {"in", "out", "vfp"};
   throw AclctlExit(kAclctlExitUsage, text);
 }
 
-uint32_t number(const std::string& text, const std::string& what) {
+uint32_t policyNumber(const std::string& text, const std::string& what) {
   const auto v = aclclient::parseNumber(text);
   if (!v) usage(what + " is a number, not '" + text + "'");
   return *v;
 }
 
-uint8_t dirCode(const std::string& dir) {
+uint8_t policyDirCode(const std::string& dir) {
   for (uint8_t d = 0; d < std::size(kDirs); ++d) {
     if (dir == kDirs[d]) return d;
   }
@@ -122,7 +120,7 @@ void fillData(const PolicyArgs& a, std::vector<uint8_t>& req) {
       d[0] = RULE_ACTION_OUTPUT_CPU;
     } else if (a.to.rfind("port:", 0) == 0) {
       d[0] = RULE_ACTION_OUTPUT_PORT;
-      be::store32(d, 1, number(a.to.substr(5), "port"));
+      be::store32(d, 1, policyNumber(a.to.substr(5), "port"));
     } else if (a.to.rfind("nexthop:", 0) == 0) {
       d[0] = RULE_ACTION_OUTPUT_NEXTHOP;
       const auto addr = ip(a.to.substr(8), 4);
@@ -175,7 +173,7 @@ void fillData(const PolicyArgs& a, std::vector<uint8_t>& req) {
     const auto words = a.outParam.empty() ? std::vector<std::string>() : split(a.outParam);
     if (words.size() > 6) usage("--out-param takes at most 6 words");
     for (size_t i = 0; i < words.size(); ++i)
-      be::store32(d, 16 + 4 * i, number(words[i], "--out-param"));
+      be::store32(d, 16 + 4 * i, policyNumber(words[i], "--out-param"));
   } else if (a.op == "loopback") {
     if (!a.saMac.empty()) {
       const auto m = mac(a.saMac, "--sa-mac");
@@ -203,18 +201,18 @@ void runPolicy(const AclctlGlobals& g, const PolicyArgs& a, bool apply) {
   std::vector<uint8_t> req(kReqLen, 0);
   be::store32(req, 0, a.lst);
   be::store32(req, 4, a.rule);
-  req[8] = dirCode(a.dir);
+  req[8] = policyDirCode(a.dir);
   req[9] = apply ? 1 : 2;
   be::store32(req, 12, a.keep ? 1 : 0);
   fillData(a, req);
 
   wire::Request r;
-  r.funcId = a.global ? kScalarSet : kIfSet;
+  r.funcId = a.global ? wire::fid::aclScalarSetApi : wire::fid::aclIfSetApi;
   r.cmd = (a.global ? 53 : 34) + opIdx;
   r.keyShape = a.global ? wire::KeyShape::None : wire::KeyShape::Value;
   r.keyValue = a.ifIndex.value_or(0);
   if (a.gem) {
-    r.funcId = kGemSet;
+    r.funcId = wire::fid::aclGemPortSetApi;
     r.cmd = 14 + opIdx;
     r.keyShape = wire::KeyShape::Bytes;
     r.key = aclctlGemKey(*a.gem);
@@ -294,7 +292,7 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
   std::vector<uint8_t> req(kPbrLen, 0);
   be::store32(req, 0, a.ifIndex);
   be::store32(req, 4, a.lst);
-  req[8] = dirCode(a.dir);
+  req[8] = policyDirCode(a.dir);
   be::store32(req, 12, a.vrf);
   // The precedence's first byte says whether it is used; the rest of its word is the VRF's.
   req[10] = static_cast<uint8_t>(a.precedence);
@@ -312,7 +310,7 @@ std::vector<uint8_t> pbrRequest(const PbrArgs& a) {
   };
   if (kind == "port") {
     req[9] = RULE_ACTION_OUTPUT_PORT;
-    be::store32(req, 16, number(rest, "port"));
+    be::store32(req, 16, policyNumber(rest, "port"));
   } else if (kind == "nexthop") {
     req[9] = RULE_ACTION_OUTPUT_NEXTHOP;
     hops(4, 1);
@@ -356,14 +354,14 @@ void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals) {
     sub->add_option("hqosid", a->hqos, "HQoS id");
     sub->callback([&globals, a, add] {
       wire::Request r;
-      r.funcId = kIfSet;
+      r.funcId = wire::fid::aclIfSetApi;
       r.cmd = add ? 18 : 19;
       r.keyShape = wire::KeyShape::Value;
       r.keyValue = a->ifIndex;
       r.bufShape = wire::BufShape::Ptr;
       r.data.assign(12, 0);
       be::store32(r.data, 0, a->lst);
-      be::store32(r.data, 4, dirCode(a->dir));
+      be::store32(r.data, 4, policyDirCode(a->dir));
       be::store32(r.data, 8, a->hqos);
       aclclient::TableSession s(globals);
       const int32_t ret = s.call(r).result;
@@ -397,7 +395,7 @@ void aclctlAddIfPolicyCommands(CLI::App& ifCmd, AclctlGlobals& globals) {
     sub->add_option("--precedence", a->precedence, "precedence value (0: none)");
     sub->callback([&globals, a, add] {
       wire::Request r;
-      r.funcId = kIfSet;
+      r.funcId = wire::fid::aclIfSetApi;
       r.cmd = add ? 20 : 21;
       r.keyShape = wire::KeyShape::Value;
       r.keyValue = a->ifIndex;

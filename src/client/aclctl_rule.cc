@@ -15,8 +15,9 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
-#include "client/aclctl_views.h"
+#include "client/aclctl_common.h"
 #include "client/aclctl_tables.h"
+#include "client/aclctl_views.h"
 #include "client/dev_client.h"
 #include "client/rule_actions.h"
 #include "client/rule_client.h"
@@ -45,12 +46,6 @@ struct RuleArgs {
 
 std::string refText(RuleRef r) {
   return "filter " + std::to_string(r.lst) + "/" + std::to_string(r.rule);
-}
-
-std::string hex32(int32_t v) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<uint32_t>(v));
-  return text;
 }
 
 // Reports one finished operation; a failure ends aclctl.

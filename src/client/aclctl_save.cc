@@ -18,6 +18,7 @@
 #include "wire/acl_bits.h"
 #include "wire/acl_codes.h"
 #include "wire/acl_rule_cmds.h"
+#include "wire/func_table.h"
 
 namespace aclclient {
 
@@ -25,15 +26,8 @@ using nlohmann::ordered_json;
 
 namespace {
 
-constexpr uint32_t kScalarGet = 1;
-constexpr uint32_t kLstGetFirst = 4;
-constexpr uint32_t kLstGetNext = 5;
-constexpr uint32_t kLstGet = 6;
 constexpr uint32_t kLstCmdName = 1;
 constexpr uint32_t kListNameMax = 64;
-constexpr uint32_t kIfGetFirst = 16;
-constexpr uint32_t kIfGetNext = 17;
-constexpr uint32_t kIfGet = 18;
 constexpr uint32_t kFieldBitsLen = 12;
 
 const GenericSlot kGeneric[] = {{"in", 8, 6, 3, 2}, {"out", 9, 7, 4, 1}};
@@ -193,14 +187,14 @@ ordered_json readRule(RuleClient& c, RuleRef r) {
 ordered_json readList(RuleClient& c, uint32_t lst) {
   TableSession& s = c.session();
   const std::string what = "list " + std::to_string(lst);
-  const BytesAnswer name = s.getBytes(kLstGet, lst, kLstCmdName, kListNameMax);
+  const BytesAnswer name = s.getBytes(wire::fid::aclLstGetApi, lst, kLstCmdName, kListNameMax);
   if (name.ret != 0)
     throw AclctlExit(kAclctlExitFailed, "reading " + what + ": " + retText(name.ret));
   ordered_json j;
   j["list"] = lst;
   j["name"] = std::string(name.data.begin(), name.data.end());
   for (const ConfigAttr& o : configListOptions())
-    j[o.key] = mustValue(s, kLstGet, lst, o.cmd, what);
+    j[o.key] = mustValue(s, wire::fid::aclLstGetApi, lst, o.cmd, what);
   ordered_json rules = ordered_json::array();
   for (const RuleRef& r : c.walk(lst)) rules.push_back(readRule(c, r));
   j["rules"] = rules;
@@ -210,13 +204,16 @@ ordered_json readList(RuleClient& c, uint32_t lst) {
 ordered_json readGlobal(TableSession& s) {
   ordered_json generic;
   for (const GenericSlot& g : kGeneric) {
-    const uint32_t list = mustValue(s, kScalarGet, 0, g.scalarList, "the global generic list");
-    const uint32_t sw = mustValue(s, kScalarGet, 0, g.scalarSwitch, "the global switch");
+    const uint32_t list =
+        mustValue(s, wire::fid::aclScalarGetApi, 0, g.scalarList, "the global generic list");
+    const uint32_t sw =
+        mustValue(s, wire::fid::aclScalarGetApi, 0, g.scalarSwitch, "the global switch");
     generic[g.dir] = {{"list", list}, {"on", sw == 1}};
   }
   ordered_json slots = ordered_json::object();
   for (const GlobalSlot& g : kGlobalSlots) {
-    const uint32_t list = mustValue(s, kScalarGet, 0, g.cmd, std::string("global ") + g.name);
+    const uint32_t list =
+        mustValue(s, wire::fid::aclScalarGetApi, 0, g.cmd, std::string("global ") + g.name);
     if (list != 0) slots[g.name] = list;
   }
   return {{"generic", generic}, {"slots", slots}};
@@ -226,24 +223,25 @@ ordered_json readInterface(TableSession& s, uint32_t ifIndex) {
   const std::string what = "interface " + std::to_string(ifIndex);
   ordered_json generic;
   for (const GenericSlot& g : kGeneric) {
-    const uint32_t list = mustValue(s, kIfGet, ifIndex, g.ifList, what);
-    const uint32_t sw = mustValue(s, kIfGet, ifIndex, g.ifSwitch, what);
+    const uint32_t list = mustValue(s, wire::fid::aclIfGetApi, ifIndex, g.ifList, what);
+    const uint32_t sw = mustValue(s, wire::fid::aclIfGetApi, ifIndex, g.ifSwitch, what);
     generic[g.dir] = {{"list", list}, {"on", sw == kIfSwitchOn}};
   }
   ordered_json slots = ordered_json::object();
   for (size_t i = ACL_BIND_SLOT_FIRST_TYPED; i < kAclBindSlots.size(); ++i) {
-    const uint32_t list = mustValue(s, kIfGet, ifIndex, kAclBindSlots[i].ifCmd, what);
+    const uint32_t list =
+        mustValue(s, wire::fid::aclIfGetApi, ifIndex, kAclBindSlots[i].ifCmd, what);
     if (list != 0) slots[kAclBindSlots[i].name] = list;
   }
   return {{"ifindex", ifIndex}, {"generic", generic}, {"slots", slots}};
 }
 
 std::vector<uint32_t> listIndexes(TableSession& s) {
-  return s.walk(kLstGetFirst, kLstGetNext);
+  return s.walk(wire::fid::aclLstGetFirst, wire::fid::aclLstGetNext);
 }
 
 std::vector<uint32_t> interfaceIndexes(TableSession& s) {
-  return s.walk(kIfGetFirst, kIfGetNext);
+  return s.walk(wire::fid::aclIfGetFirst, wire::fid::aclIfGetNext);
 }
 
 ordered_json readConfig(RuleClient& c) {

@@ -12,14 +12,13 @@
 #include "client/aclctl_tables.h"
 #include "client/table_session.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 #include "wire/protocol.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kScalarSet = 2;
-constexpr uint32_t kSlotSet = 48;
 constexpr uint32_t kCpudefendAdd = 22, kCpudefendDel = 23, kNatAdd = 24, kNatDel = 25;
 constexpr uint32_t kSlotCpudefendAdd = 0, kSlotCpudefendDel = 1, kSlotNatAdd = 2, kSlotNatDel = 3;
 constexpr uint32_t kBlackListAdd = 67, kBlackListDel = 68;
@@ -49,13 +48,13 @@ int32_t sendArgs(const AclctlGlobals& globals, const std::string& slot, uint32_t
   req.data = record;
   req.descCapacity = static_cast<uint32_t>(record.size());
   if (slot.empty()) {
-    req.funcId = kScalarSet;
+    req.funcId = wire::fid::aclScalarSetApi;
     req.cmd = scalarCmd;
     req.keyShape = wire::KeyShape::None;
     (*out)["scope"] = "global";
   } else {
     const auto [sys, sl] = parseSlot(slot);
-    req.funcId = kSlotSet;
+    req.funcId = wire::fid::aclSlotSetApi;
     req.cmd = slotCmd;
     req.keyShape = wire::KeyShape::Bytes;
     req.key = words({sys, sl});
@@ -168,7 +167,7 @@ void addBlackList(CLI::App& app, AclctlGlobals& globals) {
     sub->add_option("LIST", a->lstIdx, "list number")->required();
     sub->callback([&globals, a, add] {
       wire::Request req;
-      req.funcId = kScalarSet;
+      req.funcId = wire::fid::aclScalarSetApi;
       req.cmd = add ? kBlackListAdd : kBlackListDel;
       req.keyShape = wire::KeyShape::None;
       req.bufShape = wire::BufShape::Ptr;

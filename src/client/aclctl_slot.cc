@@ -18,17 +18,14 @@
 #include "wire/acl_ret.h"
 #include "wire/acl_slot_names.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 using SlotKey = std::pair<uint32_t, uint32_t>;
 
-constexpr uint32_t kFuncGetFirst = 71;
-constexpr uint32_t kFuncGetNext = 72;
-constexpr uint32_t kFuncGet = 73;
-
-wire::Request keyed(uint32_t funcId, const SlotKey& k) {
+wire::Request slotKeyed(uint32_t funcId, const SlotKey& k) {
   wire::Request req;
   req.funcId = funcId;
   req.keyShape = wire::KeyShape::Bytes;
@@ -46,13 +43,13 @@ std::string slotName(const SlotKey& k) {
 std::vector<SlotKey> slots(aclclient::TableSession& s, const std::string& only) {
   if (!only.empty()) return {aclclient::parseSlotKey(only, "the slot argument")};
   std::vector<SlotKey> out;
-  wire::Response resp = s.call(keyed(kFuncGetFirst, {0, 0}));
+  wire::Response resp = s.call(slotKeyed(wire::fid::aclSlotResourceGetFirst, {0, 0}));
   while (resp.result == 0 && resp.key.size() == wire::kSlotKeyLen) {
     const SlotKey k{be::load32(resp.key, 0), be::load32(resp.key, 4)};
     // A walk that does not move forward would never end.
     if (!out.empty() && !(out.back() < k)) break;
     out.push_back(k);
-    resp = s.call(keyed(kFuncGetNext, k));
+    resp = s.call(slotKeyed(wire::fid::aclSlotResourceGetNext, k));
   }
   return out;
 }
@@ -60,7 +57,7 @@ std::vector<SlotKey> slots(aclclient::TableSession& s, const std::string& only) 
 // One read of slot resource get: the bytes written, or the result code.
 std::pair<int32_t, std::vector<uint8_t>> read(aclclient::TableSession& s, const SlotKey& k,
                                               uint32_t cmd, uint32_t capacity) {
-  wire::Request req = keyed(kFuncGet, k);
+  wire::Request req = slotKeyed(wire::fid::aclSlotResourceGetApi, k);
   req.cmd = cmd;
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = capacity;

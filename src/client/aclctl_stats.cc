@@ -12,19 +12,17 @@
 #include <nlohmann/json.hpp>
 
 #include "client/aclctl_cmds.h"
+#include "client/aclctl_common.h"
 #include "client/aclctl_views.h"
 #include "client/table_session.h"
 #include "wire/acl_ret.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr uint32_t kFuncGetFirst = 21;
-constexpr uint32_t kFuncGetNext = 22;
-constexpr uint32_t kFuncGet = 23;
-constexpr uint32_t kFuncSet = 24;
 constexpr uint32_t kCmdCounters = 1;
 constexpr uint32_t kCmdClear = 2;
 constexpr uint32_t kCmdClearAll = 6;
@@ -38,7 +36,6 @@ constexpr uint8_t kFilterList = 0x80;  // bit 0
 constexpr uint8_t kFilterRule = 0x40;  // bit 1
 constexpr uint8_t kFilterDir = 0x10;   // bit 3
 constexpr uint32_t kAnswerLen = 64;
-constexpr const char* kCounterNames[] = {"p1", "b1", "p2", "b2", "p3", "b3", "p4", "b4"};
 
 struct StatsArgs {
   std::optional<uint32_t> lst, rule;
@@ -57,23 +54,17 @@ Index makeIndex(uint32_t lst, uint32_t rule, uint16_t dir, uint8_t filter) {
   return k;
 }
 
-std::optional<uint16_t> dirCode(const std::string& dir) {
+std::optional<uint16_t> statsDirCode(const std::string& dir) {
   if (dir.empty()) return std::nullopt;
   if (dir == "in") return 0;
   if (dir == "out") return 1;
   throw AclctlExit(kAclctlExitUsage, "--dir takes in or out, not '" + dir + "'");
 }
 
-std::string dirName(uint16_t dir) {
+std::string statsDirName(uint16_t dir) {
   if (dir == 0) return "in";
   if (dir == 1) return "out";
   return std::to_string(static_cast<int16_t>(dir));
-}
-
-std::string hex32(int32_t v) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<uint32_t>(v));
-  return text;
 }
 
 std::string statsRetText(int32_t ret) {
@@ -101,8 +92,9 @@ bool advances(const Index& a, const Index& b) {
 
 ordered_json readRecord(aclclient::TableSession& s, const Index& key) {
   const uint16_t dir = be::load16(key, kDirAt);
-  ordered_json row = {{"list", be::load32(key, 0)}, {"rule", be::load32(key, 4)}, {"dir", dirName(dir)}};
-  wire::Request req = indexed(kFuncGet, key, kCmdCounters);
+  ordered_json row = {
+      {"list", be::load32(key, 0)}, {"rule", be::load32(key, 4)}, {"dir", statsDirName(dir)}};
+  wire::Request req = indexed(wire::fid::aclStatsGetApi, key, kCmdCounters);
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = kAnswerLen;
   const wire::Response resp = s.call(req);
@@ -134,11 +126,11 @@ void printRow(const ordered_json& r) {
 ordered_json statsRows(const AclctlGlobals& g, const Index& first) {
   aclclient::TableSession s(g);
   ordered_json rows = ordered_json::array();
-  wire::Response resp = s.call(indexed(kFuncGetFirst, first));
+  wire::Response resp = s.call(indexed(wire::fid::aclStatsGetFirst, first));
   while (resp.result == 0 && resp.key.size() == kIndexLen) {
     const Index cur = resp.key;
     rows.push_back(readRecord(s, cur));
-    resp = s.call(indexed(kFuncGetNext, cur));
+    resp = s.call(indexed(wire::fid::aclStatsGetNext, cur));
     // A table that answers a key that does not move on would walk for ever.
     if (resp.result == 0 && (resp.key.size() != kIndexLen || !advances(cur, resp.key))) break;
   }
@@ -149,7 +141,7 @@ ordered_json statsRows(const AclctlGlobals& g, const Index& first) {
 }
 
 void show(const AclctlGlobals& g, const StatsArgs& a) {
-  const std::optional<uint16_t> dir = dirCode(a.dir);
+  const std::optional<uint16_t> dir = statsDirCode(a.dir);
   uint8_t filter = 0;
   if (a.lst) filter |= kFilterList;
   if (a.rule) filter |= kFilterRule;
@@ -170,22 +162,23 @@ void clear(const AclctlGlobals& g, const StatsArgs& a) {
   uint32_t cmd = kCmdClearAll;
   if (a.all) {
     if (a.lst || a.rule || !a.dir.empty()) {
-      throw AclctlExit(kAclctlExitUsage, "--all clears every record: give no --list, --rule or --dir");
+      throw AclctlExit(kAclctlExitUsage,
+                       "--all clears every record: give no --list, --rule or --dir");
     }
     key = makeIndex(0, 0, 0, 0);
     what = "all rule statistics";
   } else {
-    const std::optional<uint16_t> dir = dirCode(a.dir);
+    const std::optional<uint16_t> dir = statsDirCode(a.dir);
     if (!a.lst || !a.rule || !dir) {
       throw AclctlExit(kAclctlExitUsage, "give --list, --rule and --dir, or --all");
     }
     key = makeIndex(*a.lst, *a.rule, *dir, 0);
     cmd = kCmdClear;
-    what = "statistics of filter " + std::to_string(*a.lst) + "/" + std::to_string(*a.rule) +
-           " " + a.dir;
+    what = "statistics of filter " + std::to_string(*a.lst) + "/" + std::to_string(*a.rule) + " " +
+           a.dir;
   }
   aclclient::TableSession s(g);
-  wire::Request req = indexed(kFuncSet, key, cmd);
+  wire::Request req = indexed(wire::fid::aclStatsSetApi, key, cmd);
   req.bufShape = wire::BufShape::Value;
   const int32_t ret = s.call(req).result;
   if (g.json) {

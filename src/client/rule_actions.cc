@@ -92,12 +92,6 @@ void item16(std::vector<uint8_t>* items, uint32_t code, std::span<const uint8_t>
   items->insert(items->end(), bytes.begin(), bytes.end());
 }
 
-std::pair<std::string_view, std::string_view> splitAt(std::string_view s, char c) {
-  const auto at = s.find(c);
-  if (at == std::string_view::npos) return {s, {}};
-  return {s.substr(0, at), s.substr(at + 1)};
-}
-
 // The parameter of one in-action as items from its first word, slot.
 bool paramItems(const RuleActionName& a, uint32_t slot, std::string_view v,
                 std::vector<uint8_t>* items, std::string* err) {

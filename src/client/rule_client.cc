@@ -8,18 +8,14 @@
 #include "wire/acl_ret.h"
 #include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace aclclient {
 
 namespace {
 
-constexpr uint32_t kRuleGetFirst = 9;
-constexpr uint32_t kRuleGetNext = 10;
-constexpr uint32_t kRuleGet = 11;
-constexpr uint32_t kRuleSet = 12;
 constexpr uint32_t kKeyLen = 12;
 constexpr uint32_t kFilterList = 0x80000000;
-constexpr uint32_t kScalarGet = 1;
 constexpr uint32_t kScalarRedirectMulti = 38;
 
 std::vector<uint8_t> keyBytes(uint32_t lst, uint32_t rule, uint32_t filter = 0) {
@@ -39,11 +35,11 @@ wire::Request keyed(uint32_t funcId, RuleRef r, uint32_t cmd) {
   return req;
 }
 
-struct RetName {
+struct RuleRetName {
   int32_t code;
   const char* name;
 };
-constexpr RetName kRuleRetNames[] = {
+constexpr RuleRetName kRuleRetNames[] = {
     {ACL_ERR_RULE_LIMIT, "ACL_ERR_RULE_LIMIT"},
     {ACL_ERR_RULE_INVALID, "ACL_ERR_RULE_INVALID"},
     {ACL_ERR_ACTION_PERMIT_DENY, "ACL_ERR_ACTION_PERMIT_DENY"},
@@ -57,7 +53,7 @@ constexpr RetName kRuleRetNames[] = {
 }  // namespace
 
 std::string ruleRetText(int32_t ret) {
-  for (const RetName& r : kRuleRetNames) {
+  for (const RuleRetName& r : kRuleRetNames) {
     if (r.code == ret) {
       char hex[16];
       std::snprintf(hex, sizeof hex, "0x%08X", static_cast<uint32_t>(ret));
@@ -70,14 +66,14 @@ std::string ruleRetText(int32_t ret) {
 RuleClient::RuleClient(const AclctlGlobals& globals) : session_(globals) {}
 
 ValueAnswer RuleClient::getValue(RuleRef r, uint32_t cmd) {
-  wire::Request req = keyed(kRuleGet, r, cmd);
+  wire::Request req = keyed(wire::fid::aclRuleGetApi, r, cmd);
   req.bufShape = wire::BufShape::Value;
   const wire::Response resp = session_.call(req);
   return {resp.result, resp.bufValue};
 }
 
 BytesAnswer RuleClient::getBytes(RuleRef r, uint32_t cmd, uint32_t capacity) {
-  wire::Request req = keyed(kRuleGet, r, cmd);
+  wire::Request req = keyed(wire::fid::aclRuleGetApi, r, cmd);
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = capacity;
   const wire::Response resp = session_.call(req);
@@ -85,14 +81,14 @@ BytesAnswer RuleClient::getBytes(RuleRef r, uint32_t cmd, uint32_t capacity) {
 }
 
 int32_t RuleClient::setValue(RuleRef r, uint32_t cmd, uint32_t value) {
-  wire::Request req = keyed(kRuleSet, r, cmd);
+  wire::Request req = keyed(wire::fid::aclRuleSetApi, r, cmd);
   req.bufShape = wire::BufShape::Value;
   req.bufValue = value;
   return session_.call(req).result;
 }
 
 int32_t RuleClient::setBytes(RuleRef r, uint32_t cmd, const std::vector<uint8_t>& bytes) {
-  wire::Request req = keyed(kRuleSet, r, cmd);
+  wire::Request req = keyed(wire::fid::aclRuleSetApi, r, cmd);
   req.bufShape = wire::BufShape::Desc;
   req.data = bytes;
   req.descCapacity = static_cast<uint32_t>(bytes.size());
@@ -103,7 +99,7 @@ std::vector<RuleRef> RuleClient::walk(std::optional<uint32_t> lst) {
   const uint32_t filter = lst ? kFilterList : 0;
   std::vector<RuleRef> out;
   wire::Request first;
-  first.funcId = kRuleGetFirst;
+  first.funcId = wire::fid::aclRuleGetFirst;
   first.keyShape = wire::KeyShape::Bytes;
   first.key = keyBytes(lst.value_or(0), 0, filter);
   wire::Response resp = session_.call(first);
@@ -116,7 +112,7 @@ std::vector<RuleRef> RuleClient::walk(std::optional<uint32_t> lst) {
     }
     out.push_back(r);
     wire::Request next;
-    next.funcId = kRuleGetNext;
+    next.funcId = wire::fid::aclRuleGetNext;
     next.keyShape = wire::KeyShape::Bytes;
     next.key = keyBytes(r.lst, r.rule, filter);
     resp = session_.call(next);
@@ -140,7 +136,7 @@ uint32_t RuleClient::freeRule(uint32_t lst) {
 }
 
 bool RuleClient::multiRedirect() {
-  const ValueAnswer v = session_.getValue(kScalarGet, 0, kScalarRedirectMulti);
+  const ValueAnswer v = session_.getValue(wire::fid::aclScalarGetApi, 0, kScalarRedirectMulti);
   return v.ret == 0 && v.value == 1;
 }
 

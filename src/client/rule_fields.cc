@@ -97,12 +97,6 @@ RuleSetCall bytesCall(uint32_t cmd, std::vector<uint8_t> b) {
   return {cmd, true, 0, std::move(b)};
 }
 
-std::pair<std::string_view, std::string_view> splitAt(std::string_view s, char c) {
-  const auto at = s.find(c);
-  if (at == std::string_view::npos) return {s, {}};
-  return {s.substr(0, at), s.substr(at + 1)};
-}
-
 bool fail(std::string* err, const std::string& text) {
   if (err) *err = text;
   return false;
@@ -244,6 +238,12 @@ std::string fieldText(RuleClient& c, RuleRef r, const RuleFieldName& f,
 }
 
 }  // namespace
+
+std::pair<std::string_view, std::string_view> splitAt(std::string_view s, char c) {
+  const auto at = s.find(c);
+  if (at == std::string_view::npos) return {s, {}};
+  return {s.substr(0, at), s.substr(at + 1)};
+}
 
 std::optional<uint32_t> parseNumber(std::string_view text) {
   if (text.empty()) return std::nullopt;

@@ -63,4 +63,7 @@ std::optional<std::vector<uint8_t>> parseMac(std::string_view text);
 std::string ipText(std::span<const uint8_t> bytes);
 std::string macText(std::span<const uint8_t> bytes);
 
+// The text before and after the first c (all of s and nothing when there is none).
+std::pair<std::string_view, std::string_view> splitAt(std::string_view s, char c);
+
 }  // namespace aclclient

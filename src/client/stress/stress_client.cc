@@ -16,6 +16,7 @@
 #include "wire/acl_ret.h"
 #include "wire/acl_rule_cmds.h"
 #include "wire/be.h"
+#include "wire/func_table.h"
 
 namespace aclstress {
 
@@ -23,12 +24,10 @@ namespace {
 
 using aclclient::RuleRef;
 
-constexpr uint32_t kScalarGet = 1, kScalarSet = 2;
-constexpr uint32_t kLstGet = 6, kLstSet = 7;
 constexpr uint32_t kLstCmdRuleNum = 4, kLstCmdStatus = 9;
 constexpr uint32_t kLstCreate = 2, kLstDelete = 4;
-constexpr uint32_t kIfGet = 18, kIfSet = 19, kIfCmdRowStatus = 17;
-constexpr uint32_t kGemGet = 79, kGemSet = 80, kGemCmdRowStatus = 1;
+constexpr uint32_t kIfCmdRowStatus = 17;
+constexpr uint32_t kGemCmdRowStatus = 1;
 constexpr uint32_t kRowCreate = 2, kRowDestroy = 4;
 constexpr uint32_t kGlobalFirstTyped = 26;  // inL2Acl, then out, then the next type
 constexpr uint32_t kFieldEthertype = 33, kFieldDscp = 20;
@@ -165,7 +164,7 @@ class Client {
   }
   int32_t listStatus(uint32_t lst) {
     sh_.tally.request();
-    return s().getValue(kLstGet, lst, kLstCmdStatus).ret;
+    return s().getValue(wire::fid::aclLstGetApi, lst, kLstCmdStatus).ret;
   }
 
   // What the daemon already holds of this client's lists (a daemon that ran before): which exist,
@@ -213,8 +212,8 @@ class Client {
     const uint32_t lst = anyList();
     ListState& st = lists_[lst];
     if (st.exists) return;
-    const int32_t ret =
-        counted("list create", s().setValue(kLstSet, lst, kLstCmdStatus, kLstCreate));
+    const int32_t ret = counted(
+        "list create", s().setValue(wire::fid::aclLstSetApi, lst, kLstCmdStatus, kLstCreate));
     const int32_t now = listStatus(lst);
     if (ret == 0) {
       st = ListState{true, {}};
@@ -229,8 +228,8 @@ class Client {
   void deleteList() {
     const uint32_t lst = existingList();
     if (lst == 0) return;
-    const int32_t ret =
-        counted("list delete", s().setValue(kLstSet, lst, kLstCmdStatus, kLstDelete));
+    const int32_t ret = counted(
+        "list delete", s().setValue(wire::fid::aclLstSetApi, lst, kLstCmdStatus, kLstDelete));
     const int32_t now = listStatus(lst);
     if (ret == 0) {
       lists_[lst] = ListState{};
@@ -315,7 +314,7 @@ class Client {
     const uint32_t lst = existingList();
     if (lst == 0) return;
     sh_.tally.request();
-    const aclclient::ValueAnswer n = s().getValue(kLstGet, lst, kLstCmdRuleNum);
+    const aclclient::ValueAnswer n = s().getValue(wire::fid::aclLstGetApi, lst, kLstCmdRuleNum);
     const size_t want = lists_[lst].rules.size();
     if (n.ret != 0 || n.value != want) {
       contradiction("list " + std::to_string(lst) + " holds " + std::to_string(want) +
@@ -364,9 +363,9 @@ class Client {
     const uint32_t cmd = kGlobalFirstTyped + typeColumn(lst) * 2 + uniform(2);
     bindChecked(
         "g", value == 0 ? "global unbind" : "global bind", cmd, value, true,
-        [&](uint32_t c, uint32_t v) { return s().setValue(kScalarSet, 0, c, v); },
+        [&](uint32_t c, uint32_t v) { return s().setValue(wire::fid::aclScalarSetApi, 0, c, v); },
         [&](uint32_t c) {
-          const auto a = s().getValue(kScalarGet, 0, c);
+          const auto a = s().getValue(wire::fid::aclScalarGetApi, 0, c);
           return SlotRead{a.ret, a.ret == 0 ? a.value : 0};
         });
   }
@@ -381,9 +380,9 @@ class Client {
     bindChecked(
         scope, value == 0 ? "if unbind" : "if bind", cmd, value,
         sh_.volatileIfs.count(ifIndex) == 0,
-        [&](uint32_t c, uint32_t v) { return s().setValue(kIfSet, ifIndex, c, v); },
+        [&](uint32_t c, uint32_t v) { return s().setValue(wire::fid::aclIfSetApi, ifIndex, c, v); },
         [&](uint32_t c) {
-          const auto a = s().getValue(kIfGet, ifIndex, c);
+          const auto a = s().getValue(wire::fid::aclIfGetApi, ifIndex, c);
           return SlotRead{a.ret, a.ret == 0 ? a.value : 0};
         });
   }
@@ -395,9 +394,9 @@ class Client {
     std::lock_guard<std::mutex> lock(sh_.lockOf(scope));
     if (sh_.isAbsent(ifIndex)) return;
     const bool create = uniform(2) == 0;
-    const int32_t ret =
-        counted(create ? "if create" : "if delete",
-                s().setValue(kIfSet, ifIndex, kIfCmdRowStatus, create ? kRowCreate : kRowDestroy));
+    const int32_t ret = counted(create ? "if create" : "if delete",
+                                s().setValue(wire::fid::aclIfSetApi, ifIndex, kIfCmdRowStatus,
+                                             create ? kRowCreate : kRowDestroy));
     if (ret == 0) sh_.forget(scope);
   }
 
@@ -436,9 +435,11 @@ class Client {
     const uint32_t cmd = ACL_BIND_SLOT_FIRST_TYPED + typeColumn(lst) * 2 + uniform(2);
     bindChecked(
         gemScope(g), value == 0 ? "gem unbind" : "gem bind", cmd, value, true,
-        [&](uint32_t c, uint32_t v) { return s().call(gemRequest(g, kGemSet, c, v)).result; },
+        [&](uint32_t c, uint32_t v) {
+          return s().call(gemRequest(g, wire::fid::aclGemPortSetApi, c, v)).result;
+        },
         [&](uint32_t c) {
-          const wire::Response r = s().call(gemRequest(g, kGemGet, c, 0));
+          const wire::Response r = s().call(gemRequest(g, wire::fid::aclGemPortGetApi, c, 0));
           return SlotRead{r.result, r.result == 0 ? r.bufValue : 0};
         });
   }
@@ -449,10 +450,11 @@ class Client {
     const std::string scope = gemScope(g);
     std::lock_guard<std::mutex> lock(sh_.lockOf(scope));
     const bool create = uniform(2) == 0;
-    const int32_t ret = counted(
-        create ? "gem create" : "gem delete",
-        s().call(gemRequest(g, kGemSet, kGemCmdRowStatus, create ? kRowCreate : kRowDestroy))
-            .result);
+    const int32_t ret =
+        counted(create ? "gem create" : "gem delete",
+                s().call(gemRequest(g, wire::fid::aclGemPortSetApi, kGemCmdRowStatus,
+                                    create ? kRowCreate : kRowDestroy))
+                    .result);
     if (ret == 0) sh_.forget(scope);
   }
 

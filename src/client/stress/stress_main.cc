@@ -22,6 +22,7 @@
 #include "client/dev_client.h"
 #include "client/stress/stress_run.h"
 #include "client/stress_plan.h"
+#include "wire/func_table.h"
 
 namespace {
 
@@ -29,7 +30,6 @@ using aclstress::Shared;
 using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kScalarGet = 1;
 constexpr uint32_t kCmdVersion = 21;
 constexpr uint32_t kVersionCapacity = 64;
 constexpr int kAuditTimeoutMs = 30000;
@@ -214,7 +214,7 @@ void checkVersion(Shared& sh, int deadlineMs) {
   auto c = aclclient::CmdClient::connect(
       aclclient::cmdSocketPath(sh.globals.runDir, sh.globals.socket), &err, deadlineMs);
   wire::Request req;
-  req.funcId = kScalarGet;
+  req.funcId = wire::fid::aclScalarGetApi;
   req.cmd = kCmdVersion;
   req.bufShape = wire::BufShape::Desc;
   req.descCapacity = kVersionCapacity;
