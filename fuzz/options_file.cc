@@ -1,49 +1,39 @@
-// Options files from arbitrary bytes, read as the daemon reads them at start: the file is loaded
-// into the option store and the acl. options are read from it through silOptRead. A refused
-// file must leave the store as it was (here: one option set before); a loaded one must hold only
-// keys of the accepted form, each readable back through silOptRead as a NUL-terminated text.
-#include <unistd.h>
-
+// Options files from arbitrary bytes, read as the daemon reads them at start: the text is loaded
+// into the option store (through the loader optLoadFile hands a file's text to, so no file is
+// written per input) and the acl. options are read from it through silOptRead. A refused file must
+// leave the store as it was (here: one option set before); a loaded one must hold only keys of the
+// accepted form, each readable back through silOptRead as a NUL-terminated text. The store is
+// emptied after each input: an input leaves nothing behind, so a crash reproduces from its one
+// input and libFuzzer finds no allocation outliving an input to scan the heap for.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
+#include <string_view>
 
 #include "main/acl_group.h"
 #include "main/opt_read.h"
 #include "platform/options.h"
 #include "platform/sil.h"
-#include "scratch.h"
 
 namespace {
 
-const std::string& scratchPath() {
-  static const std::string path = fuzzScratchPath("options", ".conf");
-  return path;
-}
+// What a refusal must name, as it names the file it read.
+const std::string kName = "fuzz.conf";
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool started = [] {
-    std::atexit([] { ::unlink(scratchPath().c_str()); });
-    return true;
-  }();
-  (void)started;
-  const std::string& path = scratchPath();
-  {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-  }
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
   plat::optClear();
   plat::optSet("fuzz.kept", "1");
   std::string error;
-  if (!plat::optLoadFile(path, &error)) {
-    if (error.rfind(path + ":", 0) != 0) std::abort();
+  if (!plat::optLoadText(text, kName, &error)) {
+    if (error.rfind(kName + ":", 0) != 0) std::abort();
     const auto all = plat::optAll();
     if (all.size() != 1 || all[0].first != "fuzz.kept" || all[0].second != "1") std::abort();
+    plat::optClear();
     return 0;
   }
   for (const auto& [key, value] : plat::optAll()) {
@@ -59,9 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   OptText enable;
   if (enabled == (optText("acl.enable", enable) && optFirstIs(enable, 'f'))) std::abort();
   // The same text as one command-line override is either refused or stored under a valid key.
-  const std::string line(reinterpret_cast<const char*>(data), size);
-  if (plat::optParseOverride(line, &error)) {
+  if (plat::optParseOverride(std::string(text), &error)) {
     if (plat::optAll().empty()) std::abort();
   }
+  plat::optClear();
   return 0;
 }

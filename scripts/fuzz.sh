@@ -58,8 +58,8 @@ campaign() {
   mapfile -t args < <(args_of "$name")
   mkdir -p "build/asan/fuzz/corpus_$name"
   # Each worker runs in a scratch directory of its own, in memory where there is one, also its
-  # TMPDIR: the file targets' input files and the files device-control saves name go there, not
-  # into the tree or onto the disk, and go with it.
+  # TMPDIR: whatever file a target writes goes there, not into the tree or onto the disk, and goes
+  # with it.
   local scratch
   scratch=$(mktemp -d "$( [ -w /dev/shm ] && echo /dev/shm || echo /tmp)/acl-fuzz-XXXXXX")
   for ((w = 0; w < workers; w++)); do

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <sstream>
+#include <string_view>
 
 #include "platform/sil.h"
 
@@ -14,9 +16,10 @@ namespace {
 std::mutex gOptMutex;
 std::map<std::string, std::string> gOptions;
 
-std::string trim(const std::string& s) {
+// Views rather than copies: a line is copied only into the key and value it stores.
+std::string_view trim(std::string_view s) {
   const auto b = s.find_first_not_of(" \t\r");
-  if (b == std::string::npos) return {};
+  if (b == std::string_view::npos) return {};
   const auto e = s.find_last_not_of(" \t\r");
   return s.substr(b, e - b + 1);
 }
@@ -31,9 +34,9 @@ bool validKey(const std::string& key) {
 }
 
 // "key = value" into its two halves; false when the text has no '=' or no key.
-bool splitAssignment(const std::string& text, std::string* key, std::string* value) {
+bool splitAssignment(std::string_view text, std::string* key, std::string* value) {
   const auto eq = text.find('=');
-  if (eq == std::string::npos) return false;
+  if (eq == std::string_view::npos) return false;
   *key = trim(text.substr(0, eq));
   *value = trim(text.substr(eq + 1));
   return validKey(*key);
@@ -44,27 +47,37 @@ bool splitAssignment(const std::string& text, std::string* key, std::string* val
 namespace plat {
 
 bool optLoadFile(const std::string& path, std::string* error) {
-  std::ifstream in(path);
+  std::ifstream in(path, std::ios::binary);
   if (!in) {
     if (error) *error = path + ": cannot open options file: " + std::strerror(errno);
     return false;
   }
+  std::ostringstream text;
+  text << in.rdbuf();
+  return optLoadText(text.str(), path, error);
+}
+
+bool optLoadText(std::string_view text, const std::string& name, std::string* error) {
   std::map<std::string, std::string> read;
-  std::string line;
-  for (unsigned lineNo = 1; std::getline(in, line); ++lineNo) {
-    const std::string t = trim(line);
+  unsigned lineNo = 0;
+  // Lines as std::getline splits them: a last line without its newline is a line too.
+  for (size_t at = 0; at < text.size(); ++lineNo) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    const std::string_view t = trim(text.substr(at, end - at));
+    at = end + 1;
     if (t.empty() || t[0] == '#') continue;
     std::string key, value;
     if (!splitAssignment(t, &key, &value)) {
       if (error) {
-        *error = path + ":" + std::to_string(lineNo) + ": expected 'key = value', found '" + t + "'";
+        *error = name + ":" + std::to_string(lineNo + 1) + ": expected 'key = value', found '" +
+                 std::string(t) + "'";
       }
       return false;
     }
-    read[key] = value;  // a key given twice keeps its last value
+    read[std::move(key)] = std::move(value);  // a key given twice keeps its last value
   }
   std::lock_guard lock(gOptMutex);
-  for (auto& [k, v] : read) gOptions[k] = v;
+  for (auto& [k, v] : read) gOptions[k] = std::move(v);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/vdev/json_text.h"
 
+#include <cstring>
 #include <new>
 
 namespace vdev {
@@ -9,6 +10,19 @@ namespace {
 // The 1-based offset of the first bracket that opens level kMaxJsonDepth + 1, or 0. Brackets
 // inside strings do not count; the text need not be valid JSON (the parser judges that).
 size_t tooDeepAt(std::string_view text) {
+  // A text with no more opening brackets than the bound cannot nest past it, and most texts (a
+  // control line, a small device file) have far fewer: they are counted with memchr, a word at
+  // a time, and need no walk byte by byte.
+  size_t opens = 0;
+  for (const char bracket : {'[', '{'}) {
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (p < end && (p = static_cast<const char*>(std::memchr(p, bracket, end - p))) != nullptr) {
+      ++opens;
+      ++p;
+    }
+  }
+  if (opens <= kMaxJsonDepth) return 0;
   size_t depth = 0;
   bool inString = false, escaped = false;
   for (size_t i = 0; i < text.size(); ++i) {

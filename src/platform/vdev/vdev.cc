@@ -20,7 +20,7 @@ namespace {
 constexpr size_t kMaxDeviceFileBytes = 16u << 20;
 
 // "line L, column C" of a byte offset into text, for parse errors.
-std::string lineColumn(const std::string& text, size_t byte) {
+std::string lineColumn(std::string_view text, size_t byte) {
   size_t line = 1, col = 1;
   for (size_t i = 0; i + 1 < byte && i < text.size(); ++i) {
     if (text[i] == '\n') {
@@ -67,6 +67,10 @@ bool load(const std::string& path, std::string* error) {
     }
     return false;
   }
+  return loadText(text, path, error);
+}
+
+bool loadText(std::string_view text, const std::string& name, std::string* error) {
   nlohmann::json j;
   JsonTextError bad;
   if (!parseJsonText(text, &j, &bad)) {
@@ -74,14 +78,14 @@ bool load(const std::string& path, std::string* error) {
     // nlohmann's text repeats the position; keep its last part, which says what was wrong.
     if (auto p = what.find(": syntax error"); p != std::string::npos) what = what.substr(p + 2);
     if (error) {
-      *error = path + ": " + (bad.byte != 0 ? lineColumn(text, bad.byte) + ": " : "") + what;
+      *error = name + ": " + (bad.byte != 0 ? lineColumn(text, bad.byte) + ": " : "") + what;
     }
     return false;
   }
   Model m;
   std::string err;
   if (!modelFromJson(j, &m, &err)) {
-    if (error) *error = path + ": " + err;
+    if (error) *error = name + ": " + err;
     return false;
   }
   install(std::move(m));

@@ -76,6 +76,35 @@ TEST_F(OptionsTest, MalformedFileIsRefusedWholeNamingTheLine) {
   EXPECT_FALSE(plat::optParseOverride(std::string("a\0b=1", 5), &err));
 }
 
+TEST_F(OptionsTest, TextIsSplitIntoLinesAsAFileIs) {
+  struct Case {
+    const char* name;
+    std::string text;
+    std::string b;      // the value of b when loaded
+    const char* error;  // the start of the error after the name, or nullptr when loaded
+  };
+  const Case cases[] = {
+      {"last line without its newline", "a = 1\nb = 2", "2", nullptr},
+      {"CRLF line ends", "a = 1\r\nb = 2\r\n", "2", nullptr},
+      {"a NUL inside a value", std::string("a = 1\nb = x\0y\n", 14), std::string("x\0y", 3),
+       nullptr},
+      {"blank and comment lines are counted", "\n# c\na = 1\nnope\n", "", ":4: expected"},
+      {"a bad last line without its newline", "a = 1\nnope", "", ":2: expected"},
+  };
+  for (const Case& c : cases) {
+    plat::optClear();
+    std::string err;
+    EXPECT_EQ(plat::optLoadText(c.text, "t.conf", &err), c.error == nullptr) << c.name << err;
+    if (c.error != nullptr) {
+      EXPECT_EQ(err.rfind(std::string("t.conf") + c.error, 0), 0u) << c.name << ": " << err;
+      EXPECT_TRUE(plat::optAll().empty()) << c.name;
+    } else {
+      EXPECT_EQ(plat::optGet("a"), "1") << c.name;
+      EXPECT_EQ(plat::optGet("b"), c.b) << c.name;
+    }
+  }
+}
+
 TEST(LoggingTest, EachCallIsOneLineInTheRingWithoutLineEnd) {
   plat::logRingClear();
   const uint64_t before = plat::logLastSeq();

@@ -57,6 +57,7 @@ TEST_F(HostileInput, EveryBadLineGetsOneErrorLineAndTheDeviceStays) {
       {"100,000 unclosed levels", std::string(100000, '['), "nesting deeper than 64 levels"},
       {"deep model for model.load", deepModel, "nesting deeper than 64 levels"},
       {"deepest accepted nesting", nested(vdev::kMaxJsonDepth), "a request is a JSON object"},
+      {"one level past it", nested(vdev::kMaxJsonDepth + 1), "nesting deeper than 64 levels"},
       {"wrong type for a text field", R"({"op":"clear","what":5})", "bad request"},
       {"fraction where a number is due", R"({"op":"relays","since":1.5})", "non-negative"},
       {"op with a NUL and the last code point", "{\"op\":\"\\u0000\\udbff\\udfff\"}", "unknown op"},
