@@ -70,8 +70,12 @@ TEST(FlatTableTest, ReadsAsTheMapThroughAnyMixOfOperations) {
           break;
       }
       ASSERT_EQ(t.size(), m.size());
-      ASSERT_TRUE(same(t, m)) << "after step " << step;
+      // The whole contents every few steps: each walk costs as much as the table is long.
+      if (step % 8 == 0) {
+        ASSERT_TRUE(same(t, m)) << "after step " << step;
+      }
     }
+    ASSERT_TRUE(same(t, m));
     const Table copy = t;
     EXPECT_TRUE(same(copy, m));
     t.clear();
