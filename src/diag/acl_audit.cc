@@ -616,7 +616,7 @@ class Audit {
   }
 
   std::map<uint32_t, vdev::Interface> interfaces_;
-  std::map<vdev::ScopeKey, vdev::HwTable> hw_;
+  vdev::HwTables hw_;
   std::map<uint32_t, bool> ranges_;  // time range id -> active, as the service has it
   std::vector<AclAuditDiff> diffs_;
   // Rules of blacklisted lists that are not valid: the blacklisting installed them if they were

@@ -180,14 +180,40 @@ RuleHead headOf(const AclRuleEntry* rule) {
   return h;
 }
 
+// Whether the N bytes at a and b are the same, in word loads: the bit sets are a few bytes long,
+// and a memcmp call for each cost more than the rest of the head check.
+template <size_t N>
+bool sameBytes(const uint8_t* a, const uint8_t* b) {
+  bool same = true;
+  size_t i = 0;
+  for (; i + 8 <= N; i += 8) {
+    uint64_t x, y;
+    std::memcpy(&x, a + i, 8);
+    std::memcpy(&y, b + i, 8);
+    same &= x == y;
+  }
+  for (; i + 4 <= N; i += 4) {
+    uint32_t x, y;
+    std::memcpy(&x, a + i, 4);
+    std::memcpy(&y, b + i, 4);
+    same &= x == y;
+  }
+  for (; i < N; ++i) same &= a[i] == b[i];
+  return same;
+}
+
+template <size_t N>
+bool sameBytes(const std::array<uint8_t, N>& a, const uint8_t (&b)[N]) {
+  return sameBytes<N>(a.data(), b);
+}
+
 bool headIs(const RuleHead& h, const AclRuleEntry* rule) {
   return h.rule == rule && h.gen == aclStoreGen() && h.lstIdx == rule->lstIdx &&
          h.ruleIdx == rule->ruleIdx && h.meterId == rule->meterId &&
-         h.counterId == rule->counterId &&
-         std::memcmp(h.fieldBits.data(), rule->fieldBits, h.fieldBits.size()) == 0 &&
-         std::memcmp(h.actionBits.data(), rule->actionBits, h.actionBits.size()) == 0 &&
-         std::memcmp(h.outActionBits.data(), rule->outActionBits, h.outActionBits.size()) == 0 &&
-         h.layerType == rule->layerType && h.multicastGem == rule->multicastGem;
+         h.counterId == rule->counterId && sameBytes(h.fieldBits, rule->fieldBits) &&
+         sameBytes(h.actionBits, rule->actionBits) &&
+         sameBytes(h.outActionBits, rule->outActionBits) && h.layerType == rule->layerType &&
+         h.multicastGem == rule->multicastGem;
 }
 
 // Records already made, by rule: a list installed on many bindings under one hold of the lock

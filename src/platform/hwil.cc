@@ -4,6 +4,7 @@
 #include "platform/hwil.h"
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <tuple>
@@ -78,59 +79,20 @@ std::span<const uint8_t> optionBytes(const void* options) {
   return {static_cast<const uint8_t*>(options), kOptionsLen};
 }
 
-// Removed entries and emptied tables keep their nodes (and the buffers inside) for the next
-// install, so a rule that comes and goes costs no allocation. Used under the device mutex only.
-using EntryNode = decltype(HwTable::entries)::node_type;
-using TableNode = decltype(Journal::hw)::node_type;
-constexpr size_t kSpareEntries = 64, kSpareTables = 4;
-std::vector<EntryNode>& spareEntries() {
-  static auto& spare = *new std::vector<EntryNode>;  // never destroyed
-  return spare;
-}
-std::vector<TableNode>& spareTables() {
-  static auto& spare = *new std::vector<TableNode>;  // never destroyed
-  return spare;
-}
-
-EntryNode takeEntryNode() {
-  auto& spare = spareEntries();
-  if (spare.empty()) {
-    // A node is only to be had from a map: make one in a scratch map and take it out.
-    decltype(HwTable::entries) scratch;
-    return scratch.extract(scratch.try_emplace({}).first);
+// A buffer of the same length (a record over a record) is copied over, with no more than that.
+void assignBytes(std::vector<uint8_t>& v, std::span<const uint8_t> bytes) {
+  if (v.size() != bytes.size()) {
+    v.assign(bytes.begin(), bytes.end());
+  } else if (!bytes.empty()) {
+    std::memcpy(v.data(), bytes.data(), bytes.size());
   }
-  EntryNode n = std::move(spare.back());
-  spare.pop_back();
-  return n;
-}
-
-void keepEntryNode(EntryNode n) {
-  auto& spare = spareEntries();
-  if (spare.size() < kSpareEntries) spare.push_back(std::move(n));
-}
-
-void keepTableNode(TableNode n) {
-  auto& spare = spareTables();
-  if (spare.size() < kSpareTables) spare.push_back(std::move(n));
-}
-
-// The table of scope, made (from a kept node when there is one) on its first install. One search.
-HwTable& tableOf(Journal& jr, const ScopeKey& scope) {
-  const auto t = jr.hw.lower_bound(scope);
-  if (t != jr.hw.end() && t->first == scope) return t->second;
-  auto& spare = spareTables();
-  if (spare.empty()) return jr.hw.emplace_hint(t, scope, HwTable{})->second;
-  TableNode n = std::move(spare.back());
-  spare.pop_back();
-  n.key() = scope;
-  return jr.hw.insert(t, std::move(n))->second;
 }
 
 // Writes a command into an entry; the buffers keep their capacity from earlier uses.
 void fillEntry(HwEntry& e, std::span<const uint8_t> bytes, std::span<const uint8_t> options,
                uint32_t cmd, uint32_t prio, bool tlv, uint64_t seq) {
-  e.data.assign(bytes.begin(), bytes.end());
-  e.options.assign(options.begin(), options.end());
+  assignBytes(e.data, bytes);
+  assignBytes(e.options, options);
   e.cmd = cmd;
   e.priority = prio;
   e.tlv = tlv;
@@ -219,38 +181,34 @@ int zorHwilCmdSetApi(uintptr_t index, uint32_t cmdId, const void* data, const vo
   };
   const auto key = std::make_tuple(*list, *rule, dir);
   const auto options64 = optionBytes(options);
+  // The tables keep what leaves them (vdev::FlatTable): a rule that comes and goes takes its
+  // slot and buffers back, and a table that empties and fills again its own.
   if (op == Op::Install) {
-    HwTable& table = tableOf(jr, scope);
-    const auto it = table.entries.lower_bound(key);
-    if (it != table.entries.end() && it->first == key) {
+    auto [table, tableWas] = jr.hw.take(scope);
+    // A table taken out other than by emptying still holds what it had; it comes back empty.
+    if (!tableWas && !table.entries.empty()) table.entries.clear();
+    auto [e, was] = table.entries.take(key);
+    if (was) {
       if (!hasTarget(options64)) anomaly("install of an entry already in hardware");
-      fillEntry(it->second, bytes, options64, cmdId, prio, kind->tlv, seq);
-      ++it->second.installs;
+      ++e.installs;
     } else {
-      auto node = takeEntryNode();
-      node.key() = key;
-      HwEntry& e = node.mapped();
+      // The slot may hold another entry's fields: every one is written.
       e.list = *list;
       e.rule = *rule;
       e.dir = dir;
       e.installs = 1;
-      fillEntry(e, bytes, options64, cmdId, prio, kind->tlv, seq);
-      table.entries.insert(it, std::move(node));
     }
+    fillEntry(e, bytes, options64, cmdId, prio, kind->tlv, seq);
   } else {
-    // Nothing is copied for a removal; the entry's node waits for the next install.
+    // Nothing is copied for a removal.
     auto t = jr.hw.find(scope);
     if (t == jr.hw.end()) {
       anomaly("removal of an entry not in hardware");
       return 0;
     }
     auto& entries = t->second.entries;
-    if (auto it = entries.find(key); it == entries.end()) {
-      anomaly("removal of an entry not in hardware");
-    } else {
-      keepEntryNode(entries.extract(it));
-    }
-    if (entries.empty()) keepTableNode(jr.hw.extract(t));
+    if (entries.erase(key) == 0) anomaly("removal of an entry not in hardware");
+    if (entries.empty()) jr.hw.erase(scope);
   }
   return 0;
 }

@@ -14,6 +14,8 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/vdev/flat_table.h"
+
 namespace vdev {
 
 struct Card {
@@ -95,7 +97,16 @@ struct ScopeKey {
   uint32_t unit = 0, onu = 0, gem = 0;
   auto operator<=>(const ScopeKey&) const = default;
 };
+// The four words as one 128-bit number: the order of operator<=>, for the table search.
+inline bool keyLess(const ScopeKey& a, const ScopeKey& b) {
+  const auto wide = [](const ScopeKey& k) {
+    return static_cast<unsigned __int128>(static_cast<uint64_t>(k.scope) << 32 | k.unit) << 64 |
+           (static_cast<uint64_t>(k.onu) << 32 | k.gem);
+  };
+  return wide(a) < wide(b);
+}
 
+// An install into a slot another entry left writes every field (zorHwilCmdSetApi).
 struct HwEntry {
   uint32_t list = 0, rule = 0, dir = 0, priority = 0;
   bool tlv = false;
@@ -108,8 +119,10 @@ struct HwEntry {
 
 struct HwTable {
   // By list, rule and direction: one rule is in a table at most once.
-  std::map<std::tuple<uint32_t, uint32_t, uint32_t>, HwEntry> entries;
+  FlatTable<std::tuple<uint32_t, uint32_t, uint32_t>, HwEntry> entries;
 };
+// The hardware tables by scope; a table that empties leaves.
+using HwTables = FlatTable<ScopeKey, HwTable>;
 
 struct Relay {
   uint64_t seq = 0;
@@ -223,7 +236,7 @@ class JournalLog {
 };
 
 struct Journal {
-  std::map<ScopeKey, HwTable> hw;
+  HwTables hw;
   JournalLog<Relay> relays;
   JournalLog<Announcement> announcements;
   JournalLog<Anomaly> anomalies;

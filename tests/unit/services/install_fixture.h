@@ -57,7 +57,7 @@ class InstallTest : public storetest::StoreTest {
     const vdev::Journal j = vdev::journalCopy();
     auto it = j.hw.find(vdev::ScopeKey{});
     if (it == j.hw.end()) return {};
-    return it->second.entries;
+    return {it->second.entries.begin(), it->second.entries.end()};
   }
   static size_t anomalies() { return vdev::journalCopy().anomalies.size(); }
   static std::vector<vdev::CommandLogEntry> commands(const char* call) {

@@ -160,6 +160,11 @@ TEST_F(HwTablesTest, TlvCommandsInstallAndRemoveByOper) {
 TEST_F(HwTablesTest, AnInstallAfterRemovalsKeepsNothingOfTheRemovedEntries) {
   for (const uint8_t oper : {0, 0, 1})
     ASSERT_EQ(tlvCmd(305, HWIL_CMD_IF_TLV, tlv(2001, 4, 1, oper)), 0);
+  // Enough rules come and go in the next table that their slots are handed to new rules.
+  for (uint32_t rule = 1; rule <= 200; ++rule)
+    ASSERT_EQ(tlvCmd(306, HWIL_CMD_IF_TLV, tlv(2002, rule, 1, 0)), 0);
+  for (uint32_t rule = 1; rule <= 200; ++rule)
+    ASSERT_EQ(tlvCmd(306, HWIL_CMD_IF_TLV, tlv(2002, rule, 1, 1)), 0);
   const Bytes r = record(3001, 9, 0, 4105);
   ASSERT_EQ(zorHwilCmdSetApi(306, HWIL_CMD_IF_ADD, r.data(), nullptr), 0);
   EXPECT_EQ(table({1, 305, 0, 0}), nullptr);
