@@ -24,13 +24,7 @@ int runAcl(const std::vector<std::string>& args, std::string* out, int seconds =
   std::string cmd = "timeout -s KILL " + std::to_string(seconds) + " " +
                     std::string(ACL_BINARY_DIR) + "/src/main/acl";
   for (const auto& a : args) cmd += " " + a;
-  out->clear();
-  FILE* f = ::popen((cmd + " 2>&1").c_str(), "r");
-  if (f == nullptr) return -1;
-  char buf[512];
-  while (size_t n = std::fread(buf, 1, sizeof buf, f)) out->append(buf, n);
-  const int st = ::pclose(f);
-  return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  return runCapturing(cmd, out);
 }
 
 bool exists(const std::string& path) {

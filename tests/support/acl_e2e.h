@@ -17,6 +17,17 @@
 
 #include "support/acl_process.h"
 
+// Runs a shell command line; its exit status (-1 when it did not exit) and both streams.
+inline int runCapturing(const std::string& cmd, std::string* text) {
+  text->clear();
+  FILE* f = ::popen((cmd + " 2>&1").c_str(), "r");
+  if (f == nullptr) return -1;
+  char buf[512];
+  while (size_t n = std::fread(buf, 1, sizeof buf, f)) text->append(buf, n);
+  const int st = ::pclose(f);
+  return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+}
+
 class AclE2eTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -78,13 +89,7 @@ class AclE2eTest : public ::testing::Test {
     std::string cmd = std::string(ACL_BINARY_DIR) + "/src/client/aclctl --run-dir " +
                       (p != nullptr ? p : acl_.get())->runDir();
     for (const auto& a : args) cmd += " " + a;
-    text->clear();
-    FILE* f = ::popen((cmd + " 2>&1").c_str(), "r");
-    if (f == nullptr) return -1;
-    char buf[512];
-    while (size_t n = std::fread(buf, 1, sizeof buf, f)) text->append(buf, n);
-    const int st = ::pclose(f);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return runCapturing(cmd, text);
   }
   // Polls until done() holds: the daemon acts on the device's messages shortly after they are sent.
   static bool within(const std::function<bool()>& done) {
